@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing Brindlex need, those
+# that are missing only. Root runs apt-get itself; anyone else through sudo.
+set -euo pipefail
+need=(cmake ninja-build g++ qt6-base-dev qt6-qpa-plugins libgl-dev googletest libgtest-dev libbenchmark-dev)
+if [ "${1:-}" = "--test" ]; then
+  need+=(clang libclang-rt-14-dev util-linux)
+fi
+missing=()
+for p in "${need[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

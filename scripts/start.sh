@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Builds Brindlex and starts the window; arguments go to the program (a mask).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build --target brindlex brindlex-cli
+exec ./build/src/gui/brindlex "$@"

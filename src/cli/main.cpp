@@ -1,0 +1,57 @@
+// brindlex-cli: the engine for scripts and build steps.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "cli/command.h"
+#include "core/state.h"
+
+namespace brindlex::cli {
+namespace {
+
+std::vector<Command>& commands()
+{
+    static std::vector<Command> all;
+    return all;
+}
+
+void printhelp(std::FILE* out)
+{
+    std::fprintf(out, "usage: brindlex-cli COMMAND [options] ...\n\n"
+                      "Finds and replaces bytes in files, as the Brindlex window does.\n\ncommands:\n");
+    for (const Command& c : commands())
+        std::fprintf(out, "  %s\n", c.synopsis);
+    std::fprintf(out, "\n'brindlex-cli COMMAND --help' tells more of a command.\n"
+                      "Exit status: 0 hits, 1 no hit, 2 trouble or bad usage, 130 interrupted.\n");
+}
+
+}  // namespace
+
+RegisterCommand::RegisterCommand(Command command) { commands().push_back(command); }
+
+int usageerror(const std::string& text)
+{
+    std::fprintf(stderr, "brindlex-cli: %s\n", text.c_str());
+    return kExitTrouble;
+}
+
+}  // namespace brindlex::cli
+
+int main(int argc, char** argv)
+{
+    using namespace brindlex::cli;
+    std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.empty())
+        return printhelp(stderr), kExitTrouble;
+    if (args[0] == "--help" || args[0] == "-h")
+        return printhelp(stdout), 0;
+    if (args[0] == "--version") {
+        std::printf("brindlex-cli %s\n", std::string(brindlex::sVersion).c_str());
+        return 0;
+    }
+    for (const Command& c : commands()) {
+        if (args[0] == c.name)
+            return c.run(std::vector<std::string>(args.begin() + 1, args.end()));
+    }
+    return usageerror("unknown command '" + args[0] + "' (see brindlex-cli --help)");
+}

@@ -1,0 +1,63 @@
+// How a walk or a run talks to whoever started it: the window, the command
+// line or a test. The engine never shows anything itself.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace brindlex {
+
+enum class Answer { Yes, No, Cancel };
+
+class Host {
+public:
+    virtual ~Host() = default;
+
+    // The user's request to stop the work in hand. Raised by the host (the
+    // Cancel button, Esc, SIGINT) or by the answer Cancel; cleared only when
+    // the controls go off at the start of a walk or run.
+    bool bCancel = false;
+
+    void enablecontrols(bool bOn)
+    {
+        if (!bOn)
+            bCancel = false;
+        showcontrols(bOn);
+    }
+
+    // Switches the window's controls for a walk or run (off) and back (on).
+    virtual void showcontrols(bool /*bOn*/) {}
+
+    // Lets events in; the host may raise bCancel. The engine calls it at
+    // every point where the user may cancel and at least every few
+    // milliseconds of a long scan; the host decides how often to really yield.
+    virtual void yield() {}
+
+    // The walk adds a line to the file list.
+    virtual void addline(const std::string& /*line*/) {}
+
+    // The run clears the hit list at its start.
+    virtual void clearhits() {}
+
+    // The run's status line: "none found", a file's path, a hit count, the
+    // final count or "more than 1000".
+    virtual void status(const std::string& /*caption*/) {}
+
+    // A hit: the file's name relative to the base directory and the hit's
+    // 1-based position in the file as it was before replacing. Called for
+    // every hit; the window keeps the first 1000.
+    virtual void hit(const std::string& /*sName*/, std::int64_t /*lPos*/) {}
+
+    // The question at a hit of a replace with asking on: a Yes/No/Cancel box
+    // with a question mark icon.
+    virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }
+
+    // A message for the user (an OK box titled "brindlex").
+    virtual void message(const std::string& /*text*/) {}
+
+    // Line `index` of the file list was rewritten by a run: its new text.
+    virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}
+};
+
+}  // namespace brindlex

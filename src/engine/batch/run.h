@@ -1,0 +1,54 @@
+// One run: a find or a replace over the files of the list.
+//
+// For each selected line of the list (all lines when none is selected) the
+// file at baseDir + first field is opened and scanned in blocks of 1000 bytes
+// that advance by 800 when they hold no hit, so a pattern of up to 201 bytes
+// is found wherever it lies, one of 202..1000 bytes only where it fits in a
+// block as the scan reads them, and a longer one never. A find restarts one
+// byte behind a hit, so "AA" in "AAAA" is found at 1, 2 and 3; a replace
+// restarts behind the matched bytes: 1 and 3. A replace streams the file into
+// a scratch file with the replacement at each accepted hit, checks its length
+// and puts it in place through SafeReplace.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "batch/host.h"
+
+namespace brindlex {
+
+struct RunRequest {
+    std::string sFind;          // the find text as typed (Text2)
+    std::string sReplaceText;   // the replace text as typed (Text3)
+    bool bReplace = false;
+    bool bMatchCase = false;    // chkCase
+    bool bAsk = false;          // chkAsk
+    bool bConvertHex = true;
+    int nLogMode = 0;           // 1: log finds, 2: log replaces
+    std::filesystem::path sLogFile;   // the run log; empty: no log can be written
+    std::filesystem::path sScratch;   // the work directory's scratch file; empty: none
+    std::string baseDir;        // lblDir's caption, with its trailing "/"
+    std::vector<std::string> lines;   // the file list (List1)
+    std::vector<bool> selected;       // selection of the lines; none selected: all count
+};
+
+struct RunResult {
+    bool ran = false;            // false: the pattern was empty, nothing happened
+    bool cancelled = false;
+    std::int64_t hits = 0;       // all hits of the run
+    std::int64_t listed = 0;     // hits that the hit list holds (at most 1000)
+    std::int64_t filesScanned = 0;
+    std::int64_t filesWithHits = 0;
+    std::int64_t filesRewritten = 0;
+    bool failures = false;       // a file could not be opened, checked or rewritten
+};
+
+// The hit list holds at most this many lines.
+inline constexpr std::int64_t kListLimit = 1000;
+
+RunResult findinfiles(const RunRequest& request, Host& host);
+
+}  // namespace brindlex

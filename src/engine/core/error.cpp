@@ -1,0 +1,12 @@
+#include "core/error.h"
+
+#include <cstring>
+
+namespace brindlex {
+
+Error errorfromerrno(int code, const std::filesystem::path& path)
+{
+    return Error{code, code ? std::strerror(code) : std::string(), path};
+}
+
+}  // namespace brindlex

@@ -1,0 +1,51 @@
+// Opening a user's file. A name that doesn't exist must never leave an empty
+// file behind, and a FIFO, socket or device must never be opened for a scan
+// (opening a FIFO would hang the run), so the file is opened read-only,
+// without blocking, and checked to be a regular file.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include <sys/stat.h>
+
+#include "core/error.h"
+
+namespace brindlex {
+
+// An open file descriptor that closes itself.
+class FileHandle {
+public:
+    FileHandle() = default;
+    explicit FileHandle(int fd) : fd_(fd) {}
+    FileHandle(FileHandle&& other) noexcept : fd_(other.release()) {}
+    FileHandle& operator=(FileHandle&& other) noexcept;
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+    ~FileHandle();
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+    int release();
+    void close();
+
+private:
+    int fd_ = -1;
+};
+
+struct OpenedFile {
+    FileHandle fd;
+    struct stat st {};         // of the file as opened
+    std::int64_t size() const { return static_cast<std::int64_t>(st.st_size); }
+};
+
+// Opens the existing regular file `sFile` for reading. On failure the
+// Error carries errno and its text; a file that is not a regular file gives
+// EINVAL with a text that says so.
+Error openbinary(const std::filesystem::path& sFile, OpenedFile& out);
+
+// The message a failed open shows: "Error opening " sFile ":" CR LF text.
+std::string openerrormessage(const std::string& sFile, const Error& error);
+
+}  // namespace brindlex

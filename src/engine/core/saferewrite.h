@@ -1,0 +1,75 @@
+// The one route by which the program writes a user's file.
+//
+// At every instant the user's file holds either its old or its new content:
+//  1. The file is resolved (a symbolic link stays a link: its target is what
+//     is replaced), opened with O_NOFOLLOW and must be a regular file.
+//  2. The new content goes into a new file in the same directory (O_TMPFILE,
+//     else O_CREAT|O_EXCL with a hidden unique name). Owner, group, mode and
+//     extended attributes are copied; every write is checked; it is synced.
+//  3. Just before the swap the original is checked again (inode, size,
+//     modification time); a file changed meanwhile is not replaced.
+//  4. renameat puts the new file in place and the directory is synced.
+//  5. Where that route can't keep what the user has (a directory the user may
+//     not write, more than one hard link, an owner that can't be kept), the
+//     content is streamed into the work directory's scratch file, which is
+//     locked, verified, and copied over the file in place; it stays until
+//     the copy is complete, so the content can always be recovered.
+//  6. A file that the user may not write is never replaced (EACCES).
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+
+#include "core/error.h"
+
+namespace brindlex {
+
+class SafeReplace {
+public:
+    // Prepares the replacement of `target`. `scratch` is the work
+    // directory's scratch file, used by the fallback route (empty when the
+    // work directory can't be used: the fallback route then fails).
+    static std::unique_ptr<SafeReplace> begin(const std::filesystem::path& target,
+                                              const std::filesystem::path& scratch, Error& error);
+    ~SafeReplace();  // aborts unless committed: no stray file is left
+
+    // Where the new content is written, sequentially, by the caller.
+    int fd() const;
+
+    // Writes all of `bytes` to fd(); false after the first failed write (the
+    // error is kept and commit() refuses).
+    bool write(std::string_view bytes);
+
+    // Length of what has been written so far, from the file itself.
+    std::int64_t writtenlength() const;
+
+    // Length of the original file as it was opened.
+    std::int64_t originallength() const;
+
+    // Puts the new content in place. On failure the original is unchanged
+    // (the fallback copy aside, which keeps the scratch file) and the error
+    // says why.
+    Error commit();
+
+    // Drops the new content; the original stays as it was.
+    void abort();
+
+    SafeReplace(const SafeReplace&) = delete;
+    SafeReplace& operator=(const SafeReplace&) = delete;
+
+    struct Impl;
+private:
+    explicit SafeReplace(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> impl_;
+};
+
+// Replaces the whole content of `target` with `bytes` through SafeReplace.
+Error replacefilecontent(const std::filesystem::path& target, std::string_view bytes,
+                         const std::filesystem::path& scratch);
+
+// The copy failure message: text, " copying ", scratch path, " to ", target.
+std::string copyfailuremessage(const Error& error, const std::string& scratch, const std::string& target);
+
+}  // namespace brindlex
