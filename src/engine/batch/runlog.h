@@ -1,0 +1,43 @@
+// The run log: what a run looked for and what it did, one line per event,
+// with patterns and file bytes shown in display cells. Lines end in CR LF.
+//
+// Short form (the head of a run): the label, a blank, the display text.
+//   "find    " + "  A   B  <20> " for the pattern "AB "
+// Long form (a hit): the label, a blank, the full path, a blank, the
+// position as "0000000" (longer in full), ": " and the display text.
+//   "found    /data/a.txt 0000012:   A  <0D> <0A> "
+// The display text is the first 50 bytes through encodebytes (width 100,
+// showtext on), so a line never breaks.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "core/openbinary.h"
+
+namespace brindlex {
+
+// The text of a log line shows at most this many bytes.
+inline constexpr std::size_t kLogTextBytes = 50;
+
+// One log line with its CR LF. A negative `lPos` gives the short form.
+std::string logline(std::string_view sLabel, std::string_view sFile, std::int64_t lPos, std::string_view sText);
+
+// The log of one run. The file is opened for appending (created if missing)
+// at the first line and kept open for the run; each line goes out with one
+// write, so it is in the file before a question shows. Failures are ignored:
+// the run goes on without the line.
+class RunLog {
+public:
+    explicit RunLog(std::filesystem::path sLogFile) : sLogFile_(std::move(sLogFile)) {}
+
+    void writelog(std::string_view sLabel, std::string_view sFile, std::int64_t lPos, std::string_view sText);
+
+private:
+    std::filesystem::path sLogFile_;
+    FileHandle fd_;
+};
+
+}  // namespace brindlex

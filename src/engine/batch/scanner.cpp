@@ -1,0 +1,403 @@
+#include "batch/scanner.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <immintrin.h>
+#include <unistd.h>
+
+#include "batch/runlog.h"
+#include "core/state.h"
+#include "pattern/notation.h"
+
+namespace brindlex {
+namespace {
+
+// The block of the scan: its size and how far it moves without a hit.
+constexpr std::int64_t kBlock = 1000;
+constexpr std::int64_t kStep = 800;
+
+// The host is asked to yield at least this often while a long stretch of a
+// file is scanned.
+constexpr std::int64_t kYieldBytes = 1 << 20;
+
+// Output writes shorter than this are gathered in the buffer.
+constexpr std::size_t kOutBuffer = 1 << 20;
+constexpr std::size_t kDirectWrite = 64 << 10;
+
+const std::array<unsigned char, 256>& foldtable()
+{
+    static const std::array<unsigned char, 256> table = [] {
+        std::array<unsigned char, 256> t {};
+        for (int c = 0; c < 256; ++c)
+            t[c] = uppercasebyte(static_cast<unsigned char>(c));
+        return t;
+    }();
+    return table;
+}
+
+bool hasavx2()
+{
+    static const bool yes = __builtin_cpu_supports("avx2");
+    return yes;
+}
+
+}  // namespace
+
+PatternSearch::PatternSearch(std::string_view pattern, bool bMatchCase)
+    : pattern_(pattern), bMatchCase_(bMatchCase)
+{
+    if (pattern_.empty())
+        return;
+    if (bMatchCase_) {
+        for (int c = 0; c < 256; ++c)
+            fold_[c] = static_cast<unsigned char>(c);
+    } else {
+        fold_ = foldtable();
+    }
+    // The file bytes whose folded form is the pattern's byte `p`.
+    auto preimage = [this](unsigned char p, unsigned char (&out)[2]) {
+        int found = 0;
+        for (int c = 0; c < 256; ++c) {
+            if (fold_[c] != p)
+                continue;
+            if (found < 2)
+                out[found] = static_cast<unsigned char>(c);
+            ++found;
+        }
+        if (found == 1)
+            out[1] = out[0];
+        return found;
+    };
+    const auto front = static_cast<unsigned char>(pattern_.front());
+    const auto back = static_cast<unsigned char>(pattern_.back());
+    const int nFirst = preimage(front, first_);
+    const int nLast = preimage(back, last_);
+    // The vector filter holds two values per end; wider classes (which the
+    // upper-casing table never has) take the plain loop.
+    filterable_ = nFirst <= 2 && nLast <= 2;
+    for (char c : pattern_) {
+        if (std::find(fold_.begin(), fold_.end(), static_cast<unsigned char>(c)) == fold_.end())
+            matchable_ = false;
+    }
+}
+
+bool PatternSearch::matchesat(const unsigned char* p) const
+{
+    const std::size_t n = pattern_.size();
+    const auto* pat = reinterpret_cast<const unsigned char*>(pattern_.data());
+    if (bMatchCase_)
+        return std::memcmp(p, pat, n) == 0;
+    for (std::size_t j = 0; j < n; ++j) {
+        if (fold_[p[j]] != pat[j])
+            return false;
+    }
+    return true;
+}
+
+namespace {
+
+// Candidate filter: positions whose first and last byte may match, 32 or 16
+// at a time; each candidate is then compared in full. `i` is where the
+// caller's scalar tail goes on when nothing was found.
+template <typename Verify>
+__attribute__((target("avx2"))) std::size_t filteravx2(const unsigned char* data, std::size_t& i, std::size_t last,
+                                                      std::size_t n, const unsigned char* f, const unsigned char* l,
+                                                      Verify verify)
+{
+    const __m256i f0 = _mm256_set1_epi8(static_cast<char>(f[0]));
+    const __m256i f1 = _mm256_set1_epi8(static_cast<char>(f[1]));
+    const __m256i l0 = _mm256_set1_epi8(static_cast<char>(l[0]));
+    const __m256i l1 = _mm256_set1_epi8(static_cast<char>(l[1]));
+    for (; i + 31 <= last; i += 32) {
+        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i));
+        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i + n - 1));
+        const __m256i ma = _mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1));
+        const __m256i mb = _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1));
+        auto mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_and_si256(ma, mb)));
+        while (mask != 0) {
+            const std::size_t p = i + static_cast<std::size_t>(__builtin_ctz(mask));
+            if (verify(data + p))
+                return p;
+            mask &= mask - 1;
+        }
+    }
+    return PatternSearch::npos;
+}
+
+template <typename Verify>
+std::size_t filtersse2(const unsigned char* data, std::size_t& i, std::size_t last, std::size_t n,
+                       const unsigned char* f, const unsigned char* l, Verify verify)
+{
+    const __m128i f0 = _mm_set1_epi8(static_cast<char>(f[0]));
+    const __m128i f1 = _mm_set1_epi8(static_cast<char>(f[1]));
+    const __m128i l0 = _mm_set1_epi8(static_cast<char>(l[0]));
+    const __m128i l1 = _mm_set1_epi8(static_cast<char>(l[1]));
+    for (; i + 15 <= last; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + n - 1));
+        const __m128i ma = _mm_or_si128(_mm_cmpeq_epi8(a, f0), _mm_cmpeq_epi8(a, f1));
+        const __m128i mb = _mm_or_si128(_mm_cmpeq_epi8(b, l0), _mm_cmpeq_epi8(b, l1));
+        auto mask = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_and_si128(ma, mb)));
+        while (mask != 0) {
+            const std::size_t p = i + static_cast<std::size_t>(__builtin_ctz(mask));
+            if (verify(data + p))
+                return p;
+            mask &= mask - 1;
+        }
+    }
+    return PatternSearch::npos;
+}
+
+}  // namespace
+
+std::size_t PatternSearch::find(const unsigned char* data, std::size_t size, std::size_t from) const
+{
+    const std::size_t n = pattern_.size();
+    if (n == 0 || !matchable_ || size < n || from > size - n)
+        return npos;
+    const std::size_t last = size - n;   // the last start that fits
+    if (n == 1 && first_[0] == first_[1]) {
+        const void* p = std::memchr(data + from, first_[0], last - from + 1);
+        return p ? static_cast<std::size_t>(static_cast<const unsigned char*>(p) - data) : npos;
+    }
+    std::size_t i = from;
+    if (filterable_) {
+        auto verify = [this](const unsigned char* p) { return matchesat(p); };
+        const std::size_t found = hasavx2() ? filteravx2(data, i, last, n, first_, last_, verify)
+                                            : filtersse2(data, i, last, n, first_, last_, verify);
+        if (found != npos)
+            return found;
+    }
+    for (; i <= last; ++i) {
+        if (fold_[data[i]] == static_cast<unsigned char>(pattern_.front()) && matchesat(data + i))
+            return i;
+    }
+    return npos;
+}
+
+void OutputBuffer::write(std::string_view bytes)
+{
+    if (!ok())
+        return;
+    if (bytes.size() >= kDirectWrite) {
+        if (flush() && !sink_->write(bytes))
+            ok_ = false;
+        return;
+    }
+    if (buf_.size() + bytes.size() > kOutBuffer && !flush())
+        return;
+    if (buf_.capacity() < kOutBuffer)
+        buf_.reserve(kOutBuffer);
+    buf_.append(bytes);
+}
+
+bool OutputBuffer::flush()
+{
+    if (!ok())
+        return false;
+    if (!buf_.empty()) {
+        ok_ = sink_->write(buf_);
+        buf_.clear();
+    }
+    return ok_;
+}
+
+Scanner::Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
+                 std::int64_t windowBytes)
+    : fd_(fd), lLen_(lLen), search_(sFind, bMatchCase), out_(out), host_(host),
+      window_(std::max<std::int64_t>(windowBytes, 1024))
+{
+}
+
+bool Scanner::load(std::int64_t from0)
+{
+    const std::int64_t want = std::min(window_, lLen_ - from0);
+    if (buf_.size() < static_cast<std::size_t>(want))
+        buf_.resize(static_cast<std::size_t>(window_));
+    std::int64_t got = 0;
+    while (got < want) {
+        const ssize_t r = ::pread(fd_, buf_.data() + got, static_cast<std::size_t>(want - got), from0 + got);
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0) {
+            // The file shrank or can't be read: the scan ends here, and the
+            // output, being short, can't pass the length check.
+            readfailed_ = true;
+            wS_ = wE_ = 0;
+            return false;
+        }
+        got += r;
+    }
+    wS_ = from0;
+    wE_ = from0 + want;
+    sinceYield_ += want;
+    return true;
+}
+
+bool Scanner::yieldcheck()
+{
+    if (sinceYield_ >= kYieldBytes) {
+        sinceYield_ = 0;
+        host_.yield();
+    }
+    return !host_.bCancel;
+}
+
+void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
+{
+    if (to0 <= from0)
+        return;
+    out_->write(std::string_view(reinterpret_cast<const char*>(buf_.data() + (from0 - wS_)),
+                                 static_cast<std::size_t>(to0 - from0)));
+    outPos_ = to0;
+}
+
+bool Scanner::next(std::int64_t s, ScanHit& hit)
+{
+    const auto n = static_cast<std::int64_t>(search_.size());
+    if (n == 0 || n > kBlock)
+        return false;
+    std::int64_t pos = s - 1;   // 0-based: the next place an occurrence may start
+    for (;;) {
+        if (pos + n > lLen_)
+            return false;
+        if (pos < wS_ || pos + n > wE_) {
+            if (out_ && outPos_ < pos)
+                emitrange(outPos_, pos);
+            if (!yieldcheck() || !load(pos))
+                return false;
+        }
+        const std::size_t p = search_.find(buf_.data(), static_cast<std::size_t>(wE_ - wS_),
+                                           static_cast<std::size_t>(pos - wS_));
+        if (p == PatternSearch::npos) {
+            if (wE_ >= lLen_)
+                return false;
+            pos = wE_ - n + 1;
+            continue;
+        }
+        // The occurrence at lHit is seen by the first block that reaches its
+        // end, and only if that block starts at or before it.
+        const std::int64_t lHit = wS_ + static_cast<std::int64_t>(p) + 1;
+        const std::int64_t over = lHit + n - 1 - (s + kBlock - 1);
+        const std::int64_t lBlock = s + (over > 0 ? (over + kStep - 1) / kStep : 0) * kStep;
+        if (lBlock > lHit) {
+            pos = lHit;   // 0-based lHit - 1, plus one
+            continue;
+        }
+        const std::int64_t b0 = lBlock - 1;
+        const std::int64_t end0 = std::min(b0 + kBlock, lLen_);
+        if (b0 < wS_ || end0 > wE_) {
+            if (out_ && outPos_ < b0)
+                emitrange(outPos_, b0);
+            if (!load(b0))
+                return false;
+        }
+        hit.lPos = lHit;
+        hit.lBlock = lBlock;
+        hit.sBuf = std::string_view(reinterpret_cast<const char*>(buf_.data() + (b0 - wS_)),
+                                    static_cast<std::size_t>(end0 - b0));
+        hit.nAt = static_cast<std::size_t>(lHit - lBlock + 1);
+        return true;
+    }
+}
+
+void Scanner::emitupto(std::int64_t lTo)
+{
+    if (out_)
+        emitrange(outPos_, lTo - 1);
+}
+
+void Scanner::emitrest()
+{
+    if (!out_)
+        return;
+    while (outPos_ < lLen_) {
+        if (outPos_ < wS_ || outPos_ >= wE_) {
+            if (!yieldcheck() || !load(outPos_))
+                return;
+        }
+        emitrange(outPos_, wE_);
+    }
+}
+
+std::string questiontitle(const std::string& sFile, std::int64_t lPos)
+{
+    return sFile + " byte " + std::to_string(lPos);
+}
+
+std::string questiontext(const ScanHit& hit, std::string_view sFind)
+{
+    const std::string_view sBefore = hit.sBuf.substr(0, hit.nAt - 1);
+    const std::string_view tail = sBefore.substr(sBefore.size() - std::min<std::size_t>(50, sBefore.size()));
+    const std::size_t behind = std::min(hit.sBuf.size(), hit.nAt - 1 + sFind.size());
+    std::string text = "Replace ";
+    text += sCRLF;
+    text += tail;
+    text += sCRLF;
+    text += sCRLF;
+    text += sFind;
+    text += "? ";
+    text += hit.sBuf.substr(behind, 20);
+    return text;
+}
+
+void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
+{
+    const auto nFindLen = static_cast<std::int64_t>(f.sFind.size());
+    const std::int64_t s = lPos < 0 ? nFindLen - lPos : lPos + 1;
+    ScanHit hit;
+    if (!f.scanner.next(s, hit)) {
+        if (f.nOut && !f.host.bCancel && !f.scanner.readfailed())
+            f.scanner.emitrest();
+        lPos = 0;
+        return;
+    }
+    ++nHits;
+    const std::string_view fromHit = hit.sBuf.substr(hit.nAt - 1);
+    if ((f.nLogMode & 1) && f.log)
+        f.log->writelog("found   ", f.sFile, hit.lPos, fromHit);
+    lPos = hit.lPos;
+    if (!f.nOut)
+        return;
+
+    f.scanner.emitupto(hit.lPos);
+    const std::string_view sMatch = fromHit.substr(0, f.sFind.size());
+    Answer answer = Answer::Yes;
+    if (f.bAsk) {
+        answer = f.host.question(questiontitle(f.sFile, hit.lPos), questiontext(hit, f.sFind));
+        if (answer == Answer::Cancel) {
+            f.host.bCancel = true;
+            return;
+        }
+    }
+    const std::string_view text = answer == Answer::No ? sMatch : f.sReplace;
+    f.nOut->write(text);
+    if ((f.nLogMode & 2) && f.log && answer != Answer::No && f.sReplace != f.sFind) {
+        std::string shown(f.sReplace.substr(0, kLogTextBytes));
+        shown += fromHit.substr(f.sFind.size(), kLogTextBytes - shown.size());
+        f.log->writelog("replaced", f.sFile, hit.lPos, shown);
+    }
+    f.lLenChange += static_cast<std::int64_t>(text.size()) - nFindLen;
+    f.scanner.skipto(hit.lPos + nFindLen);
+    lPos = -lPos;
+}
+
+std::int64_t scanloop(ScanFile& f, const std::string& sName)
+{
+    std::int64_t lPos = 0;
+    std::int64_t nHits = 0;
+    f.lLenChange = 0;
+    do {
+        findnext(f, lPos, nHits);
+        if (lPos != 0)
+            f.host.hit(sName, std::llabs(lPos));
+        f.host.status(std::to_string(nHits));
+        f.host.yield();
+    } while (lPos != 0 && !f.host.bCancel);
+    return nHits;
+}
+
+}  // namespace brindlex

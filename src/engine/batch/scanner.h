@@ -1,0 +1,175 @@
+// The match scanner: finds a prepared pattern in one open file, hit by hit,
+// and in a replace streams the file into the scratch output with the text
+// chosen at each hit standing in for the matched bytes.
+//
+// What is found is defined by a scan in blocks of 1000 bytes. From a restart
+// position s (1-based) the blocks are [s + 800k, s + 800k + 999], clipped to
+// the file; the last block is the first one with s + 800k + 800 >= lLen and
+// reaches to the file's end. The hit is the leftmost occurrence that lies
+// wholly inside the first block holding any. Hence:
+//  - a pattern of up to 201 bytes is always found at its leftmost occurrence;
+//  - one of 202..1000 bytes only where it fits the block of its end: in a
+//    file with no earlier hit, 202 bytes at position 800 end at 1001, which
+//    is past the block at 1, and the block at 801 starts behind them;
+//  - one of more than 1000 bytes never.
+// A find restarts one byte behind a hit, so "AA" in "AAAA" is found at 1, 2
+// and 3; a replace restarts behind the matched bytes: 1 and 3.
+//
+// The block is what is found and what a hit shows (sBuf, sBefore), not how
+// the file is read: the file goes through a bounded window in large reads,
+// the search filters candidates by their first and last bytes with vector
+// compares, and the output is buffered, so the cost per hit is small and the
+// memory is a constant whatever the file's size.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "batch/host.h"
+
+namespace brindlex {
+
+class RunLog;
+
+// Finds a pattern in a byte buffer. Without match case the pattern must be
+// upper-cased already, and a byte of the buffer matches a byte of the pattern
+// when its upper-case form (uppercasebyte) equals it.
+class PatternSearch {
+public:
+    PatternSearch(std::string_view pattern, bool bMatchCase);
+
+    // The first offset p >= from with the whole pattern in data[p, p+n), or
+    // npos. An empty pattern is never found.
+    std::size_t find(const unsigned char* data, std::size_t size, std::size_t from) const;
+
+    std::size_t size() const { return pattern_.size(); }
+    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+private:
+    bool matchesat(const unsigned char* p) const;
+
+    std::string pattern_;
+    bool bMatchCase_;
+    // The file bytes that match the pattern's first and last byte: one or
+    // two values each (both the same when there is only one).
+    unsigned char first_[2] {};
+    unsigned char last_[2] {};
+    bool matchable_ = true;    // every byte of the pattern can match
+    bool filterable_ = true;
+    std::array<unsigned char, 256> fold_ {};
+};
+
+// Where the scratch output goes; writes are in order.
+class ByteSink {
+public:
+    virtual ~ByteSink() = default;
+    virtual bool write(std::string_view bytes) = 0;
+};
+
+// Buffers small writes into large ones; long spans go straight through.
+// After the first failed write everything else is dropped, so the length of
+// what arrived stays short and the length check refuses it.
+class OutputBuffer {
+public:
+    explicit OutputBuffer(ByteSink* sink) : sink_(sink) {}
+    void write(std::string_view bytes);
+    bool flush();
+    bool ok() const { return ok_ && sink_ != nullptr; }
+
+private:
+    ByteSink* sink_;
+    std::string buf_;
+    bool ok_ = true;
+};
+
+// One hit as the block scan sees it.
+struct ScanHit {
+    std::int64_t lPos = 0;      // 1-based position of the hit
+    std::int64_t lBlock = 0;    // 1-based start of the block that holds it
+    std::string_view sBuf;      // the block, clipped at the file's end
+    std::size_t nAt = 0;        // 1-based place of the hit in sBuf
+};
+
+// The reading side: a window over the open file and the emission of the
+// bytes that the scan passes. Positions are 1-based.
+class Scanner {
+public:
+    // `fd` is read with pread only; `lLen` is the length the scan takes as
+    // the file's. `out` is the scratch output of a replace, null in a find.
+    // `windowBytes` (at least 1024) is how much is read at a time.
+    Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
+            std::int64_t windowBytes = kDefaultWindow);
+
+    static constexpr std::int64_t kDefaultWindow = 1 << 20;
+
+    // The next hit from restart position `s`. False when there is none up to
+    // the file's end, when the host raised bCancel at a yield, or when a
+    // read failed (readfailed()). In a replace, every byte from the last
+    // emission up to the hit's block (or the file's end) is emitted.
+    bool next(std::int64_t s, ScanHit& hit);
+
+    // Emits the bytes up to position `lTo` - 1 and continues the output
+    // behind `lSkipTo` - 1: what lies between is replaced by the caller.
+    void emitupto(std::int64_t lTo);
+    void skipto(std::int64_t lSkipTo) { outPos_ = lSkipTo - 1; }
+
+    // Emits every byte not yet emitted up to the file's end.
+    void emitrest();
+
+    std::int64_t length() const { return lLen_; }
+    bool readfailed() const { return readfailed_; }
+
+private:
+    bool load(std::int64_t from0);
+    void emitrange(std::int64_t from0, std::int64_t to0);
+    bool yieldcheck();
+
+    int fd_;
+    std::int64_t lLen_;
+    PatternSearch search_;
+    OutputBuffer* out_;
+    Host& host_;
+    std::int64_t window_;
+    std::vector<unsigned char> buf_;
+    std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
+    std::int64_t outPos_ = 0;        // 0-based next byte to emit
+    std::int64_t sinceYield_ = 0;
+    bool readfailed_ = false;
+};
+
+// Everything that the scan of one file and its hit steps need.
+struct ScanFile {
+    Scanner& scanner;
+    std::string sFile;           // full path, for the log and the question
+    std::string_view sFind;      // prepared
+    std::string_view sReplace;   // prepared
+    bool bAsk = false;
+    int nLogMode = 0;
+    RunLog* log = nullptr;       // null: no log lines
+    OutputBuffer* nOut = nullptr;  // the scratch output; null in a find
+    std::int64_t lLenChange = 0;
+    Host& host;
+};
+
+// Runs to the next hit or the file's end. `lPos` is 0 on the first call for
+// a file; on return it is 0 when the file is done (or the scan was
+// cancelled), the hit's position p in a find or at the answer Cancel, and -p
+// for a hit that a replace has dealt with; the next call restarts at p + 1
+// or p + the pattern's length. A hit counts in `nHits`, is logged as found,
+// and in a replace is asked about (bAsk), written and logged as replaced.
+void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits);
+
+// The question at a hit of a replace: its title and text.
+std::string questiontitle(const std::string& sFile, std::int64_t lPos);
+std::string questiontext(const ScanHit& hit, std::string_view sFind);
+
+// The loop over one file: findnext until the file is done or cancelled,
+// with a hit line (the position as it was before replacing), the file's hit
+// count as status and a yield after each return. Returns nHits.
+std::int64_t scanloop(ScanFile& f, const std::string& sName);
+
+}  // namespace brindlex

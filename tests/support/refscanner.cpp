@@ -1,0 +1,125 @@
+#include "refscanner.h"
+
+#include <cstdio>
+
+#include "pattern/notation.h"
+
+namespace brindlex::test {
+namespace {
+
+const std::string sCRLF = "\r\n";
+
+std::string reflogline(const std::string& sLabel, const std::string& sFile, std::int64_t lPos, const std::string& sText)
+{
+    std::string line = sLabel + " ";
+    if (lPos >= 0) {
+        char pos[32];
+        std::snprintf(pos, sizeof pos, "%07lld", static_cast<long long>(lPos));
+        line += sFile + " " + pos + ": ";
+    }
+    return line + encodebytes(sText.substr(0, 50), 100, true) + sCRLF;
+}
+
+struct Model {
+    const std::string& content;
+    const RefScan& scan;
+    RefResult& r;
+    std::size_t nextAnswer = 0;
+
+    // One call of the scan to the next hit or the end of the file.
+    void findnext(std::int64_t& lPos)
+    {
+        const std::string& sFind = scan.sFind;
+        const auto nFindLen = static_cast<std::int64_t>(sFind.size());
+        if (lPos < 0)
+            lPos = nFindLen - lPos;
+        else
+            lPos = lPos + 1;
+        const auto lLen = static_cast<std::int64_t>(content.size());
+        const std::int64_t lLimit = lLen + 2 - nFindLen;
+        std::int64_t nAt = 0;
+        while (lPos <= lLen && nAt == 0 && !r.bCancel) {
+            const std::string sBuf = content.substr(static_cast<std::size_t>(lPos - 1), 1000);
+            std::string searched = sBuf;
+            if (!scan.bMatchCase)
+                uppercase(searched);
+            const std::size_t at = searched.find(sFind);
+            nAt = at == std::string::npos ? 0 : static_cast<std::int64_t>(at) + 1;
+            if (nAt + lPos > lLimit)
+                nAt = 0;
+            std::string sBefore;
+            std::string sMatch;
+            if (nAt != 0) {
+                ++r.nHits;
+                sBefore = sBuf.substr(0, static_cast<std::size_t>(nAt - 1));
+                sMatch = sBuf.substr(static_cast<std::size_t>(nAt - 1), sFind.size());
+                if (scan.nLogMode & 1)
+                    r.log += reflogline("found   ", scan.sFile, lPos + nAt - 1, sBuf.substr(static_cast<std::size_t>(nAt - 1)));
+            } else if (lPos + 800 < lLen) {
+                sBefore = sBuf.substr(0, 800);
+            } else {
+                sBefore = content.substr(static_cast<std::size_t>(lPos - 1));
+            }
+            lPos += static_cast<std::int64_t>(sBefore.size());
+            if (!scan.bReplace)
+                continue;
+            r.output += sBefore;
+            if (nAt == 0)
+                continue;
+
+            const std::string sAfter = sBuf.substr(std::min(sBuf.size(), static_cast<std::size_t>(nAt - 1 + nFindLen)));
+            Answer answer = Answer::Yes;
+            if (scan.bAsk) {
+                const std::string title = scan.sFile + " byte " + std::to_string(lPos);
+                const std::string last50 = sBefore.size() > 50 ? sBefore.substr(sBefore.size() - 50) : sBefore;
+                const std::string text = "Replace " + sCRLF + last50 + sCRLF + sCRLF + sFind + "?" + " " + sAfter.substr(0, 20);
+                r.events += questionevent(title, text);
+                if (nextAnswer < scan.answers.size())
+                    answer = scan.answers[nextAnswer++];
+                if (answer == Answer::Cancel) {
+                    r.bCancel = true;
+                    return;
+                }
+            }
+            const std::string& text = answer == Answer::No ? sMatch : scan.sReplace;
+            r.output += text;
+            if ((scan.nLogMode & 2) && answer != Answer::No && scan.sReplace != sFind)
+                r.log += reflogline("replaced", scan.sFile, lPos, scan.sReplace + sAfter);
+            r.lLenChange += static_cast<std::int64_t>(text.size()) - nFindLen;
+            lPos = -lPos;
+            return;
+        }
+        if (nAt == 0)
+            lPos = 0;
+    }
+};
+
+}  // namespace
+
+std::string hitevent(const std::string& sName, std::int64_t lPos)
+{
+    return "hit " + sName + " " + std::to_string(lPos) + "\n";
+}
+
+std::string statusevent(const std::string& caption) { return "status " + caption + "\n"; }
+
+std::string questionevent(const std::string& title, const std::string& text)
+{
+    return "question " + title + "|" + text + "\n";
+}
+
+RefResult refscanfile(const std::string& content, const RefScan& scan)
+{
+    RefResult r;
+    Model m {content, scan, r};
+    std::int64_t lPos = 0;
+    do {
+        m.findnext(lPos);
+        if (lPos != 0)
+            r.events += hitevent(scan.sName, lPos < 0 ? -lPos : lPos);
+        r.events += statusevent(std::to_string(r.nHits));
+    } while (lPos != 0 && !r.bCancel);
+    return r;
+}
+
+}  // namespace brindlex::test

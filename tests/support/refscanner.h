@@ -1,0 +1,46 @@
+// A literal model of the block scan, for checking the fast scanner: each
+// call reads 1000 bytes at lPos from the content, searches them (upper-cased
+// when case is folded), moves on by 800 without a hit, and streams what it
+// passes into the output of a replace, one step after another as the run's
+// file loop, the hit steps and the log lines are laid down. Slow and plain
+// on purpose.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "batch/host.h"
+
+namespace brindlex::test {
+
+struct RefScan {
+    std::string sFile;        // full path, for titles and log lines
+    std::string sName;        // name of the hit lines
+    std::string sFind;        // prepared: upper-cased unless bMatchCase; never empty
+    std::string sReplace;
+    bool bMatchCase = true;
+    bool bReplace = false;
+    bool bAsk = false;
+    int nLogMode = 0;
+    std::vector<Answer> answers;   // to the questions in turn; Yes behind the last
+};
+
+struct RefResult {
+    // "hit NAME POS", "status N" and "question TITLE|TEXT" lines, in order.
+    std::string events;
+    std::string log;          // the log lines, CR LF and all
+    std::string output;       // what a replace streamed out
+    std::int64_t nHits = 0;
+    std::int64_t lLenChange = 0;
+    bool bCancel = false;
+};
+
+RefResult refscanfile(const std::string& content, const RefScan& scan);
+
+// The event lines of the model, shared by the tests that record a host.
+std::string hitevent(const std::string& sName, std::int64_t lPos);
+std::string statusevent(const std::string& caption);
+std::string questionevent(const std::string& title, const std::string& text);
+
+}  // namespace brindlex::test
