@@ -204,8 +204,9 @@ TEST(ScannerDifferential, AgreesWithTheBlockModelOnRandomFiles)
         ASSERT_EQ(got.log, want.log);
         ASSERT_EQ(got.bCancel, want.bCancel);
         ASSERT_EQ(got.lLenChange, want.lLenChange);
+        // A file without hits is never written; the output begins at the first.
         if (c.scan.bReplace && !want.bCancel) {
-            ASSERT_EQ(got.output, want.output);
+            ASSERT_EQ(got.output, want.nHits > 0 ? want.output : "");
         }
         withHits += want.nHits > 0;
         cancelled += want.bCancel;
@@ -321,7 +322,7 @@ TEST(ScannerRules, FoldedSearchMatchesEitherCaseAndKeepsTheFileBytes)
         } while (lPos != 0);
         out.flush();
         EXPECT_EQ(hits, c.hits);
-        std::string expected = content;
+        std::string expected = c.hits.empty() ? "" : content;
         for (auto it = c.hits.rbegin(); it != c.hits.rend(); ++it)
             expected.erase(static_cast<std::size_t>(*it - 1), c.sFind.size());
         EXPECT_EQ(sink.bytes, expected);

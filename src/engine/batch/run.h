@@ -9,6 +9,18 @@
 // restarts behind the matched bytes: 1 and 3. A replace streams the file into
 // a scratch file with the replacement at each accepted hit, checks its length
 // and puts it in place through SafeReplace.
+//
+// What the host sees, in order: clearhits, status "none found"; for an empty
+// find text nothing more. Otherwise the controls go off, the head log lines
+// are written, and for each file status(path), then per return of the scan
+// hit(name, position before replacing) when there was one, status(hits of
+// the file) and yield. A file that can't be opened gets its message and the
+// run goes on. After a replaced file: lineupdated(index, new List1 line with
+// "*"), and a message if the length check or the copy failed. At the end
+// status(lines of the hit list, "more than 1000" for 1000) and the controls
+// come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
+// the file in hand untouched, turns the controls on and ends the run at
+// once, with the last hit count as status. The caller keeps sLastFind.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +52,7 @@ struct RunResult {
     bool cancelled = false;
     std::int64_t hits = 0;       // all hits of the run
     std::int64_t listed = 0;     // hits that the hit list holds (at most 1000)
-    std::int64_t filesScanned = 0;
+    std::int64_t filesScanned = 0;   // files the run took in hand, opened or not
     std::int64_t filesWithHits = 0;
     std::int64_t filesRewritten = 0;
     bool failures = false;       // a file could not be opened, checked or rewritten

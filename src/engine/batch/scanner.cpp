@@ -248,6 +248,23 @@ bool Scanner::yieldcheck()
 
 void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
 {
+    // What lies behind the window (the start of a file whose output began
+    // at its first hit) is read again in pieces.
+    std::vector<unsigned char> piece;
+    while (from0 < std::min(to0, wS_)) {
+        const std::int64_t want = std::min(window_, std::min(to0, wS_) - from0);
+        piece.resize(static_cast<std::size_t>(want));
+        const ssize_t r = ::pread(fd_, piece.data(), piece.size(), from0);
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0) {
+            readfailed_ = true;
+            return;
+        }
+        out_->write(std::string_view(reinterpret_cast<const char*>(piece.data()), static_cast<std::size_t>(r)));
+        from0 += r;
+        outPos_ = from0;
+    }
     if (to0 <= from0)
         return;
     out_->write(std::string_view(reinterpret_cast<const char*>(buf_.data() + (from0 - wS_)),
@@ -265,7 +282,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
         if (pos + n > lLen_)
             return false;
         if (pos < wS_ || pos + n > wE_) {
-            if (out_ && outPos_ < pos)
+            if (emitting_ && outPos_ < pos)
                 emitrange(outPos_, pos);
             if (!yieldcheck() || !load(pos))
                 return false;
@@ -290,7 +307,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
         const std::int64_t b0 = lBlock - 1;
         const std::int64_t end0 = std::min(b0 + kBlock, lLen_);
         if (b0 < wS_ || end0 > wE_) {
-            if (out_ && outPos_ < b0)
+            if (emitting_ && outPos_ < b0)
                 emitrange(outPos_, b0);
             if (!load(b0))
                 return false;
@@ -306,13 +323,15 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
 
 void Scanner::emitupto(std::int64_t lTo)
 {
-    if (out_)
-        emitrange(outPos_, lTo - 1);
+    if (!out_)
+        return;
+    emitting_ = true;
+    emitrange(outPos_, lTo - 1);
 }
 
 void Scanner::emitrest()
 {
-    if (!out_)
+    if (!emitting_)
         return;
     while (outPos_ < lLen_) {
         if (outPos_ < wS_ || outPos_ >= wE_) {

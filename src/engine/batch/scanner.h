@@ -108,16 +108,19 @@ public:
 
     // The next hit from restart position `s`. False when there is none up to
     // the file's end, when the host raised bCancel at a yield, or when a
-    // read failed (readfailed()). In a replace, every byte from the last
-    // emission up to the hit's block (or the file's end) is emitted.
+    // read failed (readfailed()). Once the output has begun, the bytes that
+    // the scan passes are emitted as it goes.
     bool next(std::int64_t s, ScanHit& hit);
 
-    // Emits the bytes up to position `lTo` - 1 and continues the output
-    // behind `lSkipTo` - 1: what lies between is replaced by the caller.
+    // Emits the bytes up to position `lTo` - 1; the output begins with the
+    // first call, at the first hit, so a file without hits writes nothing.
     void emitupto(std::int64_t lTo);
+    // The output goes on behind `lSkipTo` - 1: the caller has written what
+    // stands in for the bytes between.
     void skipto(std::int64_t lSkipTo) { outPos_ = lSkipTo - 1; }
 
-    // Emits every byte not yet emitted up to the file's end.
+    // Emits every byte not yet emitted up to the file's end, if the output
+    // has begun.
     void emitrest();
 
     std::int64_t length() const { return lLen_; }
@@ -138,6 +141,7 @@ private:
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
     std::int64_t outPos_ = 0;        // 0-based next byte to emit
     std::int64_t sinceYield_ = 0;
+    bool emitting_ = false;
     bool readfailed_ = false;
 };
 

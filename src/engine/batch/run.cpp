@@ -1,0 +1,159 @@
+#include "batch/run.h"
+
+#include <memory>
+#include <optional>
+
+#include <sys/stat.h>
+
+#include "batch/runlog.h"
+#include "batch/scanner.h"
+#include "core/openbinary.h"
+#include "core/saferewrite.h"
+#include "files/files.h"
+#include "pattern/notation.h"
+
+namespace brindlex {
+namespace {
+
+// The new content of one file. The safe replacement begins only when the
+// first byte is written, so a file without hits leaves no trace; if it can't
+// begin, every write fails and the length check refuses the file.
+class ReplaceSink : public ByteSink {
+public:
+    ReplaceSink(std::filesystem::path target, std::filesystem::path scratch)
+        : target_(std::move(target)), scratch_(std::move(scratch))
+    {
+    }
+
+    bool write(std::string_view bytes) override { return begun() && replace_->write(bytes); }
+
+    bool begun()
+    {
+        if (!tried_) {
+            tried_ = true;
+            Error error;
+            replace_ = SafeReplace::begin(target_, scratch_, error);
+        }
+        return replace_ != nullptr;
+    }
+
+    SafeReplace* replace() { return replace_.get(); }
+
+private:
+    std::filesystem::path target_;
+    std::filesystem::path scratch_;
+    std::unique_ptr<SafeReplace> replace_;
+    bool tried_ = false;
+};
+
+std::optional<std::int64_t> lengthof(const std::string& sFile)
+{
+    struct stat st {};
+    if (::stat(sFile.c_str(), &st) != 0)
+        return std::nullopt;
+    return static_cast<std::int64_t>(st.st_size);
+}
+
+}  // namespace
+
+RunResult findinfiles(const RunRequest& request, Host& host)
+{
+    RunResult result;
+    host.clearhits();
+    host.status("none found");
+    if (request.sFind.empty())
+        return result;
+    result.ran = true;
+    host.enablecontrols(false);
+
+    bool bMatchCase = request.bMatchCase;
+    std::string sFind = decodepattern(request.sFind, request.bConvertHex);
+    if (sFind != request.sFind)
+        bMatchCase = true;
+    if (!bMatchCase)
+        uppercase(sFind);
+    const std::string sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
+    const bool bReplace = request.bReplace;
+
+    RunLog log(request.sLogFile);
+    if (request.nLogMode & 1)
+        log.writelog("find   ", "", -1, sFind);
+    if (bReplace && (request.nLogMode & 2))
+        log.writelog("replace with  ", "", -1, sReplace);
+
+    const bool bAsk = request.bAsk;
+    bool bAll = true;
+    for (std::size_t i = 0; i < request.lines.size(); ++i) {
+        if (i < request.selected.size() && request.selected[i])
+            bAll = false;
+    }
+
+    for (std::size_t i = 0; i < request.lines.size(); ++i) {
+        const bool selected = i < request.selected.size() && request.selected[i];
+        if (!selected && !bAll)
+            continue;
+        const std::string sName = firstfield(request.lines[i]);
+        const std::string sFile = request.baseDir + sName;
+        host.status(sFile);
+        ++result.filesScanned;
+
+        OpenedFile file;
+        if (Error error = openbinary(sFile, file)) {
+            host.message(openerrormessage(sFile, error));
+            result.failures = true;
+            continue;
+        }
+
+        std::optional<ReplaceSink> sink;
+        std::optional<OutputBuffer> nOut;
+        if (bReplace) {
+            sink.emplace(sFile, request.sScratch);
+            nOut.emplace(&*sink);
+        }
+        OutputBuffer* out = nOut ? &*nOut : nullptr;
+        Scanner scanner(file.fd.get(), file.size(), sFind, bMatchCase, out, host);
+        ScanFile scan {.scanner = scanner, .sFile = sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
+                       .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
+        const std::int64_t nHits = scanloop(scan, sName);
+        file.fd.close();
+
+        result.hits += nHits;
+        result.filesWithHits += nHits > 0;
+        if (scanner.readfailed())
+            result.failures = true;
+        if (host.bCancel) {
+            result.listed = std::min(result.hits, kListLimit);
+            result.cancelled = true;
+            host.enablecontrols(true);
+            return result;
+        }
+        if (!bReplace || nHits == 0)
+            continue;
+
+        // The rewrite: the new content must be exactly as long as the old
+        // one plus what the hits added or took away.
+        const bool written = nOut->flush() && sink->begun();
+        const std::optional<std::int64_t> lOld = lengthof(sFile);
+        if (!written || !lOld || sink->replace()->writtenlength() - *lOld - scan.lLenChange != 0) {
+            host.message("Cannot replace! ERROR in file lengths for " + sFile);
+            result.failures = true;
+            continue;
+        }
+        const Error copied = sink->replace()->commit();
+        host.lineupdated(i, list1line(sName, lengthof(sFile).value_or(0), true));
+        if (copied) {
+            host.message(copyfailuremessage(copied, request.sScratch.string(), sFile));
+            result.failures = true;
+        } else {
+            ++result.filesRewritten;
+        }
+    }
+
+    result.listed = std::min(result.hits, kListLimit);
+    const std::string caption = std::to_string(result.listed);
+    host.status(caption == "1000" ? "more than 1000" : caption);
+    host.enablecontrols(true);
+    return result;
+}
+
+}  // namespace brindlex
