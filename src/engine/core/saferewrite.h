@@ -33,6 +33,14 @@ public:
     // work directory can't be used: the fallback route then fails).
     static std::unique_ptr<SafeReplace> begin(const std::filesystem::path& target,
                                               const std::filesystem::path& scratch, Error& error);
+
+    // What begin() does with a target that doesn't exist: refuse it (ENOENT),
+    // or make it, with mode 0666 less the umask, at commit() as long as no
+    // other file has taken the name by then.
+    enum class Missing { Refuse, Create };
+    static std::unique_ptr<SafeReplace> begin(const std::filesystem::path& target,
+                                              const std::filesystem::path& scratch, Error& error,
+                                              Missing missing);
     ~SafeReplace();  // aborts unless committed: no stray file is left
 
     // Where the new content is written, sequentially, by the caller.
@@ -65,7 +73,8 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-// Replaces the whole content of `target` with `bytes` through SafeReplace.
+// Replaces the whole content of `target` with `bytes` through SafeReplace; a
+// target that doesn't exist yet is made.
 Error replacefilecontent(const std::filesystem::path& target, std::string_view bytes,
                          const std::filesystem::path& scratch);
 

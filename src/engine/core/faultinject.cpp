@@ -1,0 +1,52 @@
+#include "core/faultinject.h"
+
+namespace brindlex::faultinject {
+
+namespace {
+
+struct State {
+    bool armed = false;
+    Plan plan;
+    std::vector<std::string> steps;
+};
+
+State& state()
+{
+    static State s;
+    return s;
+}
+
+}  // namespace
+
+void arm(const Plan& plan)
+{
+    State& s = state();
+    s.armed = true;
+    s.plan = plan;
+    s.steps.clear();
+}
+
+void disarm()
+{
+    state().armed = false;
+}
+
+const std::vector<std::string>& log()
+{
+    return state().steps;
+}
+
+int fault(const char* step)
+{
+    State& s = state();
+    if (!s.armed)
+        return 0;
+    s.steps.emplace_back(step);
+    if (static_cast<int>(s.steps.size()) == s.plan.failAt)
+        return s.plan.code;
+    if (!s.plan.alwaysStep.empty() && s.plan.alwaysStep == step)
+        return s.plan.alwaysCode;
+    return 0;
+}
+
+}  // namespace brindlex::faultinject

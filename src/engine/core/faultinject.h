@@ -1,0 +1,29 @@
+// A seam for tests of the file replacement: every step of it that can fail
+// asks here first, so a test can make any one of them fail with the error
+// of its choice and check that the user's file comes through unharmed.
+// Unarmed, a step costs one comparison.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace brindlex::faultinject {
+
+struct Plan {
+    int failAt = 0;           // the failAt-th checked step (1-based) fails; 0: none
+    int code = 0;             // ... with this errno
+    std::string alwaysStep;   // every step of this name fails ...
+    int alwaysCode = 0;       // ... with this errno
+};
+
+// Starts a plan and empties the log of steps.
+void arm(const Plan& plan);
+void disarm();
+
+// The names of the checked steps passed since arm(), in order.
+const std::vector<std::string>& log();
+
+// Called by a checked step: the errno it must fail with, or 0.
+int fault(const char* step);
+
+}  // namespace brindlex::faultinject
