@@ -21,6 +21,8 @@ ProcessResult decode(const std::vector<std::string>& args)
 struct DecodeCase {
     std::vector<std::string> args;
     std::string out;  // raw bytes expected on stdout
+
+    friend void PrintTo(const DecodeCase& c, std::ostream* os) { *os << testing::PrintToString(c.args); }
 };
 
 class DecodeCommandTest : public testing::TestWithParam<DecodeCase> {};
@@ -53,6 +55,8 @@ INSTANTIATE_TEST_SUITE_P(Patterns, DecodeCommandTest, testing::Values(
 struct UsageCase {
     std::vector<std::string> args;
     std::string message;  // part of what stderr must say
+
+    friend void PrintTo(const UsageCase& c, std::ostream* os) { *os << testing::PrintToString(c.args); }
 };
 
 class DecodeUsageTest : public testing::TestWithParam<UsageCase> {};

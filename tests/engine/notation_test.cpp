@@ -38,6 +38,11 @@ struct PatternCase {
     std::string text;
     bool bConvertHex;
     std::string expected;  // hex bytes, or kAsTyped
+
+    friend void PrintTo(const PatternCase& c, std::ostream* os)
+    {
+        *os << testing::PrintToString(c.text) << (c.bConvertHex ? "" : " without <nn>");
+    }
 };
 
 class DecodePatternTest : public testing::TestWithParam<PatternCase> {};
@@ -110,6 +115,8 @@ INSTANTIATE_TEST_SUITE_P(Choice, DecodePatternTest, testing::Values(
 struct AngleCase {
     std::string text;
     std::string expected;
+
+    friend void PrintTo(const AngleCase& c, std::ostream* os) { *os << testing::PrintToString(c.text); }
 };
 
 class DecodeAngleTest : public testing::TestWithParam<AngleCase> {};
@@ -138,6 +145,8 @@ INSTANTIATE_TEST_SUITE_P(Separators, DecodeAngleTest, testing::Values(
 struct HexCase {
     std::string digits;
     double value;
+
+    friend void PrintTo(const HexCase& c, std::ostream* os) { *os << testing::PrintToString(c.digits); }
 };
 
 class HexValueTest : public testing::TestWithParam<HexCase> {};
@@ -185,6 +194,11 @@ struct EncodeCase {
     int width;
     bool showtext;
     std::string expected;
+
+    friend void PrintTo(const EncodeCase& c, std::ostream* os)
+    {
+        *os << c.bytes << " width " << c.width << (c.showtext ? " text" : "");
+    }
 };
 
 class EncodeBytesTest : public testing::TestWithParam<EncodeCase> {};
@@ -282,6 +296,8 @@ TEST(DecodePage, KeepsARowWithABadTokenAsText)
 struct PageCase {
     std::string page;
     std::string expected;
+
+    friend void PrintTo(const PageCase& c, std::ostream* os) { *os << testing::PrintToString(c.page); }
 };
 
 class DecodePageTest : public testing::TestWithParam<PageCase> {};

@@ -16,6 +16,11 @@ struct TokenCase {
     std::string delimiter;
     std::vector<std::string> tokens;  // successive results until source is empty
     std::vector<std::string> rests;   // source after each call
+
+    friend void PrintTo(const TokenCase& c, std::ostream* os)
+    {
+        *os << testing::PrintToString(c.source) << " at " << testing::PrintToString(c.delimiter);
+    }
 };
 
 class NextTokenTest : public testing::TestWithParam<TokenCase> {};
@@ -73,6 +78,12 @@ struct ReplaceCase {
     std::string target;
     std::string replacement;
     std::string expected;
+
+    friend void PrintTo(const ReplaceCase& c, std::ostream* os)
+    {
+        *os << testing::PrintToString(c.text) << ": " << testing::PrintToString(c.target) << " by "
+            << testing::PrintToString(c.replacement);
+    }
 };
 
 class ReplaceAllTest : public testing::TestWithParam<ReplaceCase> {};

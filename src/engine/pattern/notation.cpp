@@ -53,8 +53,8 @@ std::string decodepattern(const std::string& text, bool bConvertHex)
 std::string decodepercent(const std::string& text)
 {
     // A made byte is never looked at again, so one pass over the typed text
-    // decodes it; a "%" without two characters behind it can only be
-    // followed by others of its kind, which all stay.
+    // decodes it. Where the decoding stops, at a "%" with fewer than two
+    // characters behind it, only that short tail is left, and it stays.
     std::string result;
     result.reserve(text.size());
     std::size_t i = 0;
