@@ -1,0 +1,550 @@
+#include "mainwindow/form1.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QDateTime>
+#include <QFileInfo>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QShortcut>
+
+#include <system_error>
+
+#include "batch/run.h"
+#include "core/state.h"
+#include "core/workdir.h"
+#include "files/files.h"
+#include "mainwindow/tabstopdelegate.h"
+#include "mainwindow/windowhost.h"
+#include "replacements/profile.h"
+#include "seam/dialogs.h"
+
+namespace brindlex::gui {
+
+QString towidget(const std::string& bytes)
+{
+    return QString::fromLatin1(bytes.data(), static_cast<qsizetype>(bytes.size()));
+}
+
+std::string fromwidget(const QString& text)
+{
+    // toLatin1 already turns a character above U+00FF into '?'.
+    const QByteArray bytes = text.toLatin1();
+    return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
+}
+
+namespace {
+
+const QColor kDarkRed(0xC0, 0x00, 0x00);
+const char* const kTabStops = "180,190,200";
+
+// Keeps a walk or run from starting inside another for as long as it lasts.
+class BusyScope {
+public:
+    explicit BusyScope(int& counter) : counter(counter) { ++counter; }
+    ~BusyScope() { --counter; }
+    BusyScope(const BusyScope&) = delete;
+    BusyScope& operator=(const BusyScope&) = delete;
+
+private:
+    int& counter;
+};
+
+double nowindays()
+{
+    return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 86'400'000.0;
+}
+
+void setcolour(QWidget* widget, const QColor& colour)
+{
+    QPalette palette = widget->palette();
+    palette.setColor(QPalette::WindowText, colour);
+    widget->setPalette(palette);
+}
+
+}  // namespace
+
+Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique<WindowHost>(*this))
+{
+    setObjectName(QStringLiteral("Form1"));
+    setWindowTitle(towidget(std::string(sCaption)));
+    QFont bold = QApplication::font();
+    bold.setBold(true);
+    setFont(bold);
+    buildsurface();
+    buildmenus();
+}
+
+Form1::~Form1() = default;
+
+void Form1::buildsurface()
+{
+    auto* client = new QWidget(this);
+    setCentralWidget(client);
+    const int dpiX = logicalDpiX();
+    const int dpiY = logicalDpiY();
+    auto px = [](int twips, int dpi) { return (twips * dpi + 720) / 1440; };
+    auto place = [&](QWidget* w, const char* name, int left, int top, int width, int height) {
+        w->setObjectName(QLatin1String(name));
+        w->setGeometry(px(left, dpiX), px(top, dpiY), px(width, dpiX), px(height, dpiY));
+    };
+    // A check box is never narrower or lower than its caption needs; every
+    // one has room to its right and below in the design.
+    auto fit = [](QWidget* w) {
+        const QSize hint = w->sizeHint();
+        w->resize(std::max(w->width(), hint.width()), std::max(w->height(), hint.height()));
+    };
+    client->setFixedSize(px(6855, dpiX), px(7035, dpiY));
+
+    auto label = [&](const char* name, const char* text, int left, int top, int width, int height,
+                     Qt::Alignment align) {
+        auto* l = new QLabel(QLatin1String(text), client);
+        place(l, name, left, top, width, height);
+        l->setAlignment(align | Qt::AlignVCenter);
+        return l;
+    };
+    auto textbox = [&](const char* name, const char* text, int top) {
+        auto* t = new QLineEdit(QLatin1String(text), client);
+        place(t, name, 1125, top, 4000, 285);
+        t->installEventFilter(this);
+        return t;
+    };
+    auto button = [&](int index, const char* text, int top) {
+        auto* b = new QPushButton(QLatin1String(text), client);
+        place(b, QByteArray("cmd_" + QByteArray::number(index)).constData(), 5355, top, 1050, 285);
+        b->setAutoDefault(false);
+        connect(b, &QPushButton::clicked, this, [this, index] { cmd_Click(index); });
+        cmd[static_cast<std::size_t>(index)] = b;
+    };
+    auto checkbox = [&](const char* name, const char* text, int left, int top, int width) {
+        auto* c = new QCheckBox(QLatin1String(text), client);
+        place(c, name, left, top, width, 195);
+        fit(c);
+        return c;
+    };
+    auto listbox = [&](const char* name, int left, int top, int width) {
+        auto* l = new QListWidget(client);
+        place(l, name, left, top, width, 1980);
+        l->setSelectionMode(QAbstractItemView::ExtendedSelection);
+        l->setItemDelegate(new TabStopDelegate(l));
+        return l;
+    };
+
+    Label1 = label("Label1", "File(s)", -360, 315, 1410, 240, Qt::AlignRight);
+    Text1 = textbox("Text1", "*.*", 270);
+    button(2, "Dir", 270);
+    chkIncludeSubs = checkbox("chkIncludeSubs", "Include Subdirectories", 1125, 600, 2250);
+    Label6 = label("Label6", "Find", 450, 1005, 600, 240, Qt::AlignRight);
+    setcolour(Label6, Qt::black);
+    Text2 = textbox("Text2", "", 960);
+    button(0, "Find All", 960);
+    Label3 = label("Label3", "Replace", -360, 1455, 1410, 240, Qt::AlignRight);
+    Text3 = textbox("Text3", "", 1410);
+    button(1, "Replace", 1410);
+    chkCase = checkbox("chkCase", "Match Case", 1125, 1770, 1995);
+    chkAsk = checkbox("chkAsk", "Ask on Replace", 3150, 1770, 1995);
+    button(3, "Cancel", 1860);
+    cmd[3]->setEnabled(false);
+    // The window's cancel button: Esc presses it at once (a button's own
+    // shortcut clicks only after a delay), and only while it is on.
+    auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    connect(escape, &QShortcut::activated, cmd[3], &QPushButton::click);
+    lblDir = label("lblDir", "____", 135, 2160, 435, 195, Qt::AlignLeft);
+    QFont underlined = lblDir->font();
+    underlined.setUnderline(true);
+    lblDir->setFont(underlined);
+    setcolour(lblDir, kDarkRed);
+    lblDir->adjustSize();
+    lblDir->installEventFilter(this);
+    Label2 = label("Label2", "Size", 4850, 2160, 1410, 240, Qt::AlignLeft);
+    setcolour(Label2, kDarkRed);
+    List1 = listbox("List1", 135, 2385, 6480);
+    Label5 = label("Label5", "____", 120, 4560, 435, 195, Qt::AlignLeft);
+    setcolour(Label5, kDarkRed);
+    Label5->adjustSize();
+    Label4 = label("Label4", "Location", 4850, 4560, 1410, 240, Qt::AlignLeft);
+    setcolour(Label4, kDarkRed);
+    List2 = listbox("List2", 120, 4785, 6495);
+
+    connect(chkIncludeSubs, &QCheckBox::clicked, this, [this] { chkIncludeSubs_Click(); });
+    connect(List1, &QListWidget::itemDoubleClicked, this, [this] { List1_DblClick(); });
+    connect(List2, &QListWidget::itemClicked, this, [this] { List2_Click(); });
+    connect(List2, &QListWidget::itemDoubleClicked, this, [this] { List2_DblClick(); });
+
+    // The keyboard order of the design's tab indexes.
+    const std::initializer_list<QWidget*> order{Text1, Text2, Text3, cmd[0], cmd[1], cmd[2],
+                                               List1, List2, chkCase, chkAsk, cmd[3], chkIncludeSubs};
+    QWidget* previous = nullptr;
+    for (QWidget* w : order) {
+        if (previous)
+            setTabOrder(previous, w);
+        previous = w;
+    }
+    Text1->setFocus();
+}
+
+void Form1::buildmenus()
+{
+    auto item = [this](QMenu* menu, const char* name, const char* caption, auto handler) {
+        QAction* action = menu->addAction(QLatin1String(caption));
+        action->setObjectName(QLatin1String(name));
+        connect(action, &QAction::triggered, this, handler);
+        return action;
+    };
+    // A check mark tells a handler the state before the click, as the menu
+    // showed it: the click's own toggle is taken back before the handler runs.
+    auto checkitem = [this](QMenu* menu, const char* name, const char* caption, bool checked, auto handler) {
+        QAction* action = menu->addAction(QLatin1String(caption));
+        action->setObjectName(QLatin1String(name));
+        action->setCheckable(true);
+        action->setChecked(checked);
+        connect(action, &QAction::triggered, this, [action, handler](bool now) {
+            action->setChecked(!now);
+            handler();
+        });
+        return action;
+    };
+    auto topmenu = [this](const char* name, const char* caption) {
+        QMenu* menu = menuBar()->addMenu(QLatin1String(caption));
+        menu->setObjectName(QLatin1String(name));
+        menu->menuAction()->setObjectName(QLatin1String(name));
+        return menu;
+    };
+
+    mnuFile = topmenu("mnuFile", "&File");
+    connect(mnuFile, &QMenu::aboutToShow, this, [this] { mnuFile_Click(); });
+    mnuOpenRepFile = item(mnuFile, "mnuOpenRepFile", "&Open Replacements File", [this] { mnuOpenRepFile_Click(); });
+    mnuEdit = item(mnuFile, "mnuEdit", "&Edit Using Notepad", [this] { mnuEdit_Click(); });
+    mnuEdit2 = item(mnuFile, "mnuEdit2", "E&dit Using Notepad", [this] { mnuEdit2_Click(); });
+    mnuExit = item(mnuFile, "mnuExit", "E&xit", [this] { mnuExit_Click(); });
+
+    mnuopt = topmenu("mnuopt", "&Options");
+    connect(mnuopt, &QMenu::aboutToShow, this, [this] { mnuopt_Click(); });
+    mnuConvertHex = checkitem(mnuopt, "mnuConvertHex", "&Convert \"<nn>\" to \"%nn\" in Search", true,
+                              [this] { mnuConvertHex_Click(); });
+    mnuOptLog[0] = checkitem(mnuopt, "mnuOptLog0", "Log &Finds", false, [this] { mnuOptLog_Click(0); });
+    mnuOptLog[1] = checkitem(mnuopt, "mnuOptLog1", "Log &Replaces", false, [this] { mnuOptLog_Click(1); });
+    mnuOptViewLog = item(mnuopt, "mnuOptViewLog", "&View Log File", [this] { mnuOptViewLog_Click(); });
+    mnuoptKillLog = item(mnuopt, "mnuoptKillLog", "&Delete Log File", [this] { mnuoptKillLog_Click(); });
+    mnuoptKillLog->setEnabled(false);
+    mnuDumpInt4 = item(mnuopt, "mnuDumpInt4", "Dump &Int4 File", [this] { mnuDumpInt4_Click(); });
+
+    mnuRepl = topmenu("mnuRepl", "&Replacements");
+    mnuRep.push_back(item(mnuRepl, "mnuRep0", "&0", [this] { mnuRep_Click(0); }));
+    mnuRep[0]->setProperty("Tag", QString());
+
+    // A top-level item with nothing under it: a click on the bar runs it.
+    mnuHelp = menuBar()->addAction(QStringLiteral("&Help"));
+    mnuHelp->setObjectName(QStringLiteral("mnuHelp"));
+    connect(mnuHelp, &QAction::triggered, this, [this] { mnuHelp_Click(); });
+}
+
+void Form1::Form_Load(const std::string& sCommand)
+{
+    setWindowTitle(towidget(std::string(sCaption) + " Version " + std::string(sVersion)));
+    sIniFile = defaultinifile();
+    const QFileInfo editor(QCoreApplication::applicationDirPath() + QStringLiteral("/vellumix"));
+    sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
+    nViewMode = 4;
+    mnuRepl->setProperty("Tag", QStringLiteral("user0"));
+    bConvertHex = true;
+    if (preparedworkdir()) {
+        sLogFile = logfilepath();
+        sScratch = scratchfilepath();
+        std::error_code ignored;
+        std::filesystem::remove(sLogFile, ignored);
+    }
+    settabstops(List1, kTabStops);
+    settabstops(List2, kTabStops);
+    loadreplist(false);
+    if (!sCommand.empty()) {
+        Text1->setText(towidget(sCommand));
+        cmd_Click(2);
+        if (List1->count() == 0)
+            chkIncludeSubs_Click();
+        if (List1->count() > 0) {
+            // The first line becomes the current one without being selected:
+            // a selection would narrow the next run to that file.
+            List1->setCurrentIndex(List1->model()->index(0, 0));
+            List1->selectionModel()->clearSelection();
+            List1_DblClick();
+        }
+    } else {
+        cmd_Click(2);
+    }
+}
+
+void Form1::closeEvent(QCloseEvent* event)
+{
+    Form_Unload();
+    event->accept();
+}
+
+void Form1::Form_Unload()
+{
+    // The program ends at once; a walk or run in hand stops at its next
+    // yield, leaving the file in hand as it was.
+    windowHost->bCancel = true;
+    QCoreApplication::quit();
+}
+
+void Form1::mnuExit_Click()
+{
+    close();
+}
+
+void Form1::cmd_Click(int Index)
+{
+    switch (Index) {
+    case 0:
+    case 1:
+        if (busy())
+            return;
+        saverep(std::string());
+        if (List1->count() == 0)
+            cmd_Click(2);
+        findinfiles(fromwidget(Text2->text()), Index == 1);
+        break;
+    case 2:
+        if (!busy())
+            listing();
+        break;
+    case 3:
+        windowHost->bCancel = true;
+        break;
+    default:
+        break;
+    }
+}
+
+void Form1::listing()
+{
+    BusyScope scope(nBusy);
+    List1->clear();
+    std::error_code ec;
+    const std::filesystem::path cwd = std::filesystem::current_path(ec);
+    const std::string mask = expandmask(fromwidget(Text1->text()), cwd);
+    Text1->setText(towidget(mask));
+    const std::string baseDir = basedirfor(mask);
+    lblDir->setText(towidget(baseDir));
+    lblDir->adjustSize();
+    windowHost->beginwork();
+    listfiles(mask, chkIncludeSubs->isChecked(), baseDir, *windowHost);
+    windowHost->flush();
+    List1->raise();
+}
+
+void Form1::findinfiles(const std::string& sFind, bool bReplace)
+{
+    if (busy())
+        return;
+    BusyScope scope(nBusy);
+    RunRequest request;
+    request.sFind = sFind;
+    request.sReplaceText = fromwidget(Text3->text());
+    request.bReplace = bReplace;
+    request.bMatchCase = chkCase->isChecked();
+    request.bAsk = chkAsk->isChecked();
+    request.bConvertHex = bConvertHex;
+    request.nLogMode = nLogMode;
+    request.sLogFile = sLogFile;
+    request.sScratch = sScratch;
+    request.baseDir = fromwidget(lblDir->text());
+    const int count = List1->count();
+    request.lines.reserve(static_cast<std::size_t>(count));
+    request.selected.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        const QListWidgetItem* line = List1->item(i);
+        request.lines.push_back(fromwidget(line->text()));
+        request.selected.push_back(line->isSelected());
+    }
+    if (!sFind.empty())
+        sLastFind = sFind;
+    windowHost->beginwork();
+    brindlex::findinfiles(request, *windowHost);
+    windowHost->flush();
+}
+
+void Form1::chkIncludeSubs_Click()
+{
+    cmd_Click(2);
+}
+
+void Form1::lblDir_Click()
+{
+    if (busy())
+        return;
+    std::string answer = fromwidget(dialogs().inputbox(this, QStringLiteral("Directory?"),
+                                                       towidget(std::string(sTitle)), lblDir->text()));
+    if (answer.empty())
+        return;
+    if (answer.back() != '/')
+        answer += '/';
+    Text1->setText(towidget(answer + filepart(fromwidget(Text1->text()))));
+    cmd_Click(2);
+}
+
+bool Form1::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == lblDir) {
+        if (event->type() == QEvent::MouseButtonRelease
+            && static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton)
+            lblDir_Click();
+        return false;
+    }
+    auto* box = qobject_cast<QLineEdit*>(watched);
+    if (!box || (box != Text1 && box != Text2 && box != Text3))
+        return QMainWindow::eventFilter(watched, event);
+    if (event->type() == QEvent::FocusIn) {
+        // While the controls go off the focus wanders from box to box; that
+        // is no user's doing and must not start the guard of selectalltext.
+        if (!busy())
+            selectalltext(box);
+        return false;
+    }
+    if (event->type() != QEvent::KeyPress)
+        return false;
+    const auto* key = static_cast<QKeyEvent*>(event);
+    // A key press is a key that gives a character; Enter gives CR.
+    const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+    if (box == Text1 && (enter || !key->text().isEmpty()))
+        List1->clear();
+    if (!enter)
+        return false;
+    if (box == Text1) {
+        cmd_Click(2);
+        selectalltext(Text2);
+    } else if (box == Text2) {
+        cmd_Click(0);
+        selectalltext(Text3);
+    } else {
+        cmd_Click(1);
+    }
+    return false;
+}
+
+void Form1::selectalltext(QLineEdit* box)
+{
+    const double now = nowindays();
+    if (dLastFocus != 0 && now - dLastFocus < 0.000001)
+        return;
+    dLastFocus = now;
+    box->setSelection(0, static_cast<int>(std::min<qsizetype>(1000, box->text().size())));
+    box->setFocus();
+}
+
+int Form1::parsestringforinteger(std::string& s, const std::string& ch)
+{
+    // The number at the head: optional blanks and sign, then digits, as a
+    // 16-bit Integer would hold it.
+    std::size_t at = s.find_first_not_of(' ');
+    long value = 0;
+    bool negative = false;
+    if (at != std::string::npos && (s[at] == '-' || s[at] == '+')) {
+        negative = s[at] == '-';
+        ++at;
+    }
+    for (; at != std::string::npos && at < s.size() && s[at] >= '0' && s[at] <= '9'; ++at)
+        value = std::min(value * 10 + (s[at] - '0'), 32768L);
+    const int result = static_cast<int>(std::clamp(negative ? -value : value, -32768L, 32767L));
+    const std::size_t cut = s.find(ch);
+    if (cut == std::string::npos)
+        s.clear();
+    else
+        s.erase(0, cut + ch.size());
+    return result;
+}
+
+void Form1::settabstops(QListWidget* lstList, const std::string& sStops)
+{
+    std::string copy = sStops;
+    std::vector<int> stops;
+    while (!copy.empty() && stops.size() <= 20)
+        stops.push_back(parsestringforinteger(copy, ","));
+    if (auto* delegate = dynamic_cast<TabStopDelegate*>(lstList->itemDelegate()))
+        delegate->setstops(std::move(stops));
+    lstList->doItemsLayout();
+    lstList->viewport()->update();
+}
+
+void Form1::mnuConvertHex_Click()
+{
+    bConvertHex = !bConvertHex;
+}
+
+void Form1::mnuopt_Click()
+{
+    mnuOptLog[0]->setChecked((nLogMode & 1) != 0);
+    mnuOptLog[1]->setChecked((nLogMode & 2) != 0);
+    mnuConvertHex->setChecked(bConvertHex);
+}
+
+void Form1::mnuOptLog_Click(int Index)
+{
+    if (Index == 0 || Index == 1) {
+        const int bit = Index == 0 ? 1 : 2;
+        if (mnuOptLog[static_cast<std::size_t>(Index)]->isChecked())
+            nLogMode &= ~bit;
+        else
+            nLogMode |= bit;
+    }
+    mnuopt_Click();
+}
+
+void Form1::mnuOptViewLog_Click()
+{
+    // A log that doesn't exist opens nothing, and says nothing.
+    std::error_code ec;
+    if (!sLogFile.empty() && std::filesystem::is_regular_file(sLogFile, ec))
+        dialogs().shellopen(QString::fromStdString(sLogFile.string()));
+}
+
+void Form1::mnuoptKillLog_Click()
+{
+    std::error_code ignored;
+    if (!sLogFile.empty())
+        std::filesystem::remove(sLogFile, ignored);
+}
+
+void Form1::mnuHelp_Click()
+{
+    const std::string crlf2 = std::string(sCRLF) + std::string(sCRLF);
+    const std::string text =
+        "Brindlex allows simple but effective direct batch editing of binary or ASCII files." + crlf2 +
+        "To indicate non-ASCII code, use standard WEB hexidecimal notation: " + crlf2 +
+        "%0D is <CR>, %0A is <LF>, so %0D%0A is <CR><LF>" + crlf2 +
+        "SHIFT-CLICK or CTRL-CLICK on the first list selects specific files to modify. " + crlf2 +
+        "Double-Clicking on either list allows editing of the file.";
+    dialogs().messagebox(this, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+}
+
+// The replacement sets are not built yet: loadreplist will fill mnuRep from
+// sIniFile, saverep will store the pair before each run, mnuRep_Click will
+// pick or run a set, and mnuOpenRepFile_Click will choose another ini file.
+void Form1::loadreplist(bool) {}
+void Form1::saverep(const std::string&) {}
+void Form1::mnuRep_Click(int) {}
+void Form1::mnuOpenRepFile_Click() {}
+
+// The outside editors (the File menu's captions and its two Edit items) and
+// the integer dump come with their own work; their items stand with the
+// design captions until then.
+void Form1::mnuFile_Click() {}
+void Form1::mnuEdit_Click() {}
+void Form1::mnuEdit2_Click() {}
+void Form1::mnuDumpInt4_Click() {}
+
+// The viewer comes with its own work: these will set the viewer's state from
+// the current line and show it.
+void Form1::List1_DblClick() {}
+void Form1::List2_Click() {}
+void Form1::List2_DblClick() {}
+
+}  // namespace brindlex::gui

@@ -1,0 +1,183 @@
+// Form1, the main window: the file mask, the find and replace texts, the four
+// command buttons, the file list List1 and the hit list List2, and the menus.
+// Every control carries its program name as objectName (cmd(i) is "cmd_i",
+// mnuOptLog(i) is "mnuOptLog0"/"mnuOptLog1", mnuRep(i) is "mnuRep0"...).
+//
+// Texts cross between the widgets and the engine's byte strings as
+// ISO-8859-1: byte n is U+00nn, and a typed character above U+00FF becomes '?'.
+//
+// One thread: a walk or a run started here yields to the event loop through
+// the window's host, and while it is under way only Cancel (the button or
+// Esc) and Help can be used. A walk or run never starts inside another.
+#pragma once
+
+#include <QMainWindow>
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+class QAction;
+class QCheckBox;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QMenu;
+class QPushButton;
+
+namespace brindlex::gui {
+
+class WindowHost;
+
+// Bytes to a widget's text and back (ISO-8859-1).
+QString towidget(const std::string& bytes);
+std::string fromwidget(const QString& text);
+
+class Form1 : public QMainWindow {
+    Q_OBJECT
+
+public:
+    explicit Form1(QWidget* parent = nullptr);
+    ~Form1() override;
+
+    // Start-up. `sCommand` is the program's arguments joined by single
+    // blanks; a non-empty one is the mask to list (tried a second time when
+    // the first listing finds nothing), an empty one lists "*.*" of the
+    // current directory.
+    void Form_Load(const std::string& sCommand);
+
+    // 0 Find All, 1 Replace, 2 Dir (the listing), 3 Cancel. Ignored while a
+    // walk or run is under way (but 3).
+    void cmd_Click(int Index);
+
+    // One run over the selected lines of List1 (all when none is selected).
+    // Also what the viewer's Goto starts. Returns at once while another walk
+    // or run is under way.
+    void findinfiles(const std::string& sFind, bool bReplace);
+
+    void chkIncludeSubs_Click();
+    void lblDir_Click();
+
+    // Selects the first 1000 characters of `box` and gives it the focus,
+    // unless the last call that did so was less than 0.000001 day (86.4 ms)
+    // ago: giving the focus calls this again through the focus event, and
+    // that second call must leave the selection alone.
+    void selectalltext(QLineEdit* box);
+
+    // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
+    // list units (4 units = one average character width of the list's font).
+    void settabstops(QListWidget* lstList, const std::string& sStops);
+
+    // The number at the head of `s` (0 when there is none); `s` loses
+    // everything up to and including the first `ch`, or all of it when there
+    // is no `ch`: "180,,200" gives 180, then 0, then 200.
+    static int parsestringforinteger(std::string& s, const std::string& ch);
+
+    void mnuConvertHex_Click();
+    void mnuopt_Click();
+    void mnuOptLog_Click(int Index);
+    void mnuOptViewLog_Click();
+    void mnuoptKillLog_Click();
+    void mnuHelp_Click();
+    void mnuExit_Click();
+
+    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile;
+    // saverep stores the pair of Text2/Text3 (an empty name: as "Previous").
+    void loadreplist(bool bShowMessage);
+    void saverep(const std::string& sName);
+    void mnuRep_Click(int Index);
+    void mnuOpenRepFile_Click();
+
+    // The outside editors and the integer dump.
+    void mnuFile_Click();
+    void mnuEdit_Click();
+    void mnuEdit2_Click();
+    void mnuDumpInt4_Click();
+
+    // Opening the viewer from a line of List1 or List2.
+    void List1_DblClick();
+    void List2_Click();
+    void List2_DblClick();
+
+    // Whether a walk or run is under way.
+    bool busy() const { return nBusy > 0; }
+
+    WindowHost& host() { return *windowHost; }
+
+    // Controls.
+    QLabel* Label1 = nullptr;
+    QLabel* Label2 = nullptr;
+    QLabel* Label3 = nullptr;
+    QLabel* Label4 = nullptr;
+    QLabel* Label5 = nullptr;
+    QLabel* Label6 = nullptr;
+    QLabel* lblDir = nullptr;
+    QLineEdit* Text1 = nullptr;
+    QLineEdit* Text2 = nullptr;
+    QLineEdit* Text3 = nullptr;
+    std::array<QPushButton*, 4> cmd{};
+    QCheckBox* chkIncludeSubs = nullptr;
+    QCheckBox* chkCase = nullptr;
+    QCheckBox* chkAsk = nullptr;
+    QListWidget* List1 = nullptr;
+    QListWidget* List2 = nullptr;
+
+    // Menus. mnuRepl and every mnuRep item carry the dynamic property "Tag"
+    // (a QString): the current set's name on mnuRepl ("user0" at start),
+    // what a click does on an item.
+    QMenu* mnuFile = nullptr;
+    QAction* mnuOpenRepFile = nullptr;
+    QAction* mnuEdit = nullptr;
+    QAction* mnuEdit2 = nullptr;
+    QAction* mnuExit = nullptr;
+    QMenu* mnuopt = nullptr;
+    QAction* mnuConvertHex = nullptr;
+    std::array<QAction*, 2> mnuOptLog{};
+    QAction* mnuOptViewLog = nullptr;
+    QAction* mnuoptKillLog = nullptr;
+    QAction* mnuDumpInt4 = nullptr;
+    QMenu* mnuRepl = nullptr;
+    std::vector<QAction*> mnuRep;
+    QAction* mnuHelp = nullptr;
+
+    // Program state.
+    std::filesystem::path sIniFile;
+    std::string sRepList;
+    int nRepCount = 0;
+    std::string sEditor;
+    std::filesystem::path sLogFile;   // empty when the work directory can't be used
+    std::filesystem::path sScratch;   // likewise
+    int nLogMode = 0;                 // 1: log finds, 2: log replaces
+    bool bConvertHex = false;
+    std::string sLastFind;
+    double dLastFocus = 0;            // days, see selectalltext
+
+    // The viewer's state, set here before the viewer opens.
+    std::string sViewFile;
+    std::int64_t lViewPos = 0;
+    std::int64_t lViewHit = 0;
+    std::int64_t lViewLen = 0;
+    int nViewWidth = 0;
+    int nViewMode = 0;
+    int nViewBlock = 0;
+    std::string sViewText;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    friend class WindowHost;
+    void buildsurface();
+    void buildmenus();
+    void Form_Unload();
+    void listing();
+
+    std::unique_ptr<WindowHost> windowHost;
+    int nBusy = 0;
+};
+
+}  // namespace brindlex::gui

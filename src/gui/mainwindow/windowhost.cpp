@@ -1,0 +1,153 @@
+#include "mainwindow/windowhost.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QPushButton>
+#include <QCheckBox>
+#include <QLineEdit>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "batch/run.h"
+#include "core/state.h"
+#include "mainwindow/form1.h"
+#include "seam/dialogs.h"
+
+namespace brindlex::gui {
+
+std::string list2line(const std::string& sName, std::int64_t lPos)
+{
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%09lld", static_cast<long long>(lPos < 0 ? -lPos : lPos));
+    return sName + '\t' + digits;
+}
+
+void WindowHost::beginwork()
+{
+    lastYield = {};
+}
+
+void WindowHost::flush()
+{
+    if (!pendingHits.isEmpty()) {
+        form.List2->addItems(pendingHits);
+        pendingHits.clear();
+    }
+    if (pendingStatus) {
+        setstatus(*pendingStatus);
+        pendingStatus.reset();
+    }
+}
+
+void WindowHost::showcontrols(bool bOn)
+{
+    // While the controls are off the focus rests on Cancel, so that Esc and
+    // the space bar reach it; afterwards it goes back where it was.
+    QWidget* focus = QApplication::focusWidget();
+    const bool ours = focus && form.isAncestorOf(focus);
+    form.cmd[3]->setEnabled(!bOn);
+    if (!bOn && ours && focus != form.cmd[3]) {
+        focusBefore = focus;
+        form.cmd[3]->setFocus();
+    }
+    for (QMenu* menu : {form.mnuFile, form.mnuopt, form.mnuRepl})
+        menu->menuAction()->setEnabled(bOn);
+    form.mnuEdit->setEnabled(bOn);
+    for (int i = 0; i < 3; ++i)
+        form.cmd[i]->setEnabled(bOn);
+    for (QWidget* w : std::initializer_list<QWidget*>{form.List1, form.List2, form.chkCase, form.chkAsk,
+                                                      form.chkIncludeSubs, form.Text1, form.Text2, form.Text3})
+        w->setEnabled(bOn);
+    if (bOn && focusBefore) {
+        focusBefore->setFocus();
+        focusBefore = nullptr;
+    }
+}
+
+void WindowHost::yield()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastYield < kYieldSpacing)
+        return;
+    flush();
+    QApplication::processEvents();
+    lastYield = std::chrono::steady_clock::now();
+}
+
+void WindowHost::addline(const std::string& line)
+{
+    if (form.List1->count() >= kList1Limit)
+        return;
+    // QString order of ISO-8859-1 text is the order of its bytes.
+    const QString text = towidget(line);
+    int lo = 0;
+    int hi = form.List1->count();
+    while (lo < hi) {
+        const int mid = (lo + hi) / 2;
+        if (text < form.List1->item(mid)->text())
+            hi = mid;
+        else
+            lo = mid + 1;
+    }
+    form.List1->insertItem(lo, text);
+}
+
+void WindowHost::clearhits()
+{
+    pendingHits.clear();
+    form.List2->clear();
+}
+
+void WindowHost::status(const std::string& caption)
+{
+    // A hit count changes after every hit: it waits for the next real yield.
+    // Anything else (a file's path, the outcome) shows at once.
+    const bool count = !caption.empty() && std::all_of(caption.begin(), caption.end(),
+                                                       [](char c) { return c >= '0' && c <= '9'; });
+    if (count) {
+        pendingStatus = caption;
+        return;
+    }
+    pendingStatus.reset();
+    setstatus(caption);
+    form.Label5->repaint();
+}
+
+void WindowHost::setstatus(const std::string& caption)
+{
+    form.Label5->setText(towidget(caption));
+    form.Label5->adjustSize();
+}
+
+void WindowHost::hit(const std::string& sName, std::int64_t lPos)
+{
+    if (form.List2->count() + pendingHits.size() < kListLimit)
+        pendingHits << towidget(list2line(sName, lPos));
+}
+
+Answer WindowHost::question(const std::string& title, const std::string& text)
+{
+    flush();
+    switch (dialogs().messagebox(&form, towidget(text), Buttons::YesNoCancel, Icon::Question, towidget(title))) {
+    case Reply::Yes: return Answer::Yes;
+    case Reply::No: return Answer::No;
+    default: return Answer::Cancel;
+    }
+}
+
+void WindowHost::message(const std::string& text)
+{
+    flush();
+    dialogs().messagebox(&form, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+}
+
+void WindowHost::lineupdated(std::size_t index, const std::string& line)
+{
+    if (QListWidgetItem* item = form.List1->item(static_cast<int>(index)))
+        item->setText(towidget(line));
+}
+
+}  // namespace brindlex::gui

@@ -1,0 +1,65 @@
+// The window's side of a walk or a run: the file list goes into List1 (kept
+// in byte order), hits into List2 (the first 1000), the status into Label5,
+// questions and messages into the dialog seam.
+//
+// The engine calls yield() very often (after every hit); only a call at
+// least kYieldSpacing after the last real one lets events in, so the window
+// repaints and a Cancel takes effect well within a tenth of a second while a
+// run of a million hits costs little more than the engine's own work. The
+// first yield of a walk or run is always real. Hit lines and hit counts wait
+// for the next real yield (or the end) and go in as one batch.
+#pragma once
+
+#include <QPointer>
+#include <QStringList>
+#include <QWidget>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "batch/host.h"
+
+namespace brindlex::gui {
+
+class Form1;
+
+class WindowHost final : public Host {
+public:
+    static constexpr std::chrono::milliseconds kYieldSpacing{30};
+    // The sorted list box counts its lines with a 16-bit number.
+    static constexpr int kList1Limit = 32767;
+
+    explicit WindowHost(Form1& form) : form(form) {}
+
+    // A walk or run begins: the next yield is a real one.
+    void beginwork();
+    // Puts what waits (hit lines, a hit count) on the window.
+    void flush();
+
+    void showcontrols(bool bOn) override;
+    void yield() override;
+    void addline(const std::string& line) override;
+    void clearhits() override;
+    void status(const std::string& caption) override;
+    void hit(const std::string& sName, std::int64_t lPos) override;
+    Answer question(const std::string& title, const std::string& text) override;
+    void message(const std::string& text) override;
+    void lineupdated(std::size_t index, const std::string& line) override;
+
+private:
+    void setstatus(const std::string& caption);
+
+    Form1& form;
+    QStringList pendingHits;
+    std::optional<std::string> pendingStatus;
+    std::chrono::steady_clock::time_point lastYield{};
+    QPointer<QWidget> focusBefore;
+};
+
+// A List2 line: name, tab, position as "000000000" (longer in full).
+std::string list2line(const std::string& sName, std::int64_t lPos);
+
+}  // namespace brindlex::gui
