@@ -140,7 +140,8 @@ ProcessResult runprocess(const std::vector<std::string>& argv, const ProcessOpti
                 ::sigaddset(&pipe, SIGPIPE);
                 ::pthread_sigmask(SIG_BLOCK, &pipe, &old);
                 const ssize_t n = ::write(in.fd[1], options.input.data() + written, options.input.size() - written);
-                if (n < 0 && errno == EPIPE) {
+                const int writeerror = n < 0 ? errno : 0;
+                if (writeerror == EPIPE) {
                     // Take back the SIGPIPE raised for this thread.
                     const timespec zero{};
                     ::sigtimedwait(&pipe, nullptr, &zero);
@@ -148,7 +149,7 @@ ProcessResult runprocess(const std::vector<std::string>& argv, const ProcessOpti
                 ::pthread_sigmask(SIG_SETMASK, &old, nullptr);
                 if (n > 0)
                     written += static_cast<std::size_t>(n);
-                if ((n < 0 && errno != EAGAIN && errno != EINTR) || written == options.input.size())
+                if ((writeerror != 0 && writeerror != EAGAIN && writeerror != EINTR) || written == options.input.size())
                     in.close(1);
                 continue;
             }
