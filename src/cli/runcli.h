@@ -1,0 +1,81 @@
+// What the commands that run batches (find, replace, sets) share: their
+// options, the host that prints hits and messages and asks on the terminal,
+// and the setting up of a run from a mask or a list of files.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "batch/host.h"
+#include "batch/run.h"
+
+namespace brindlex::cli {
+
+// The option lines of every run command's help, and its exit statuses.
+extern const char* const kRunOptionsHelp;
+
+struct RunOptions {
+    bool bIncludeSubs = false;
+    bool bMatchCase = false;
+    bool bAsk = false;
+    bool bConvertHex = true;
+    int nLogMode = 0;
+    std::optional<std::string> log;
+    std::optional<std::string> filesFrom;
+    std::vector<std::string> operands;
+};
+
+// Parses the run options of command `name`; the rest are operands (all
+// behind "--"). An empty answer means "stop here with `status`": --help
+// (which prints `help`) or a usage error (already reported).
+std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, const std::string& name,
+                                          const std::string& help, int& status);
+
+// Prints every hit as the window's hit list line (name, tab, position of 9
+// digits or more), messages one a line on stderr, and asks at a hit on the
+// terminal. A SIGINT raises the cancel flag at the next yield.
+class CliHost : public Host {
+public:
+    CliHost() = default;
+    ~CliHost() override;
+    CliHost(const CliHost&) = delete;
+    CliHost& operator=(const CliHost&) = delete;
+
+    // Opens /dev/tty for the questions of --ask; false with errno set.
+    bool openterminal();
+
+    void yield() override;
+    void hit(const std::string& sName, std::int64_t lPos) override;
+    void message(const std::string& text) override;
+    Answer question(const std::string& title, const std::string& text) override;
+    void addline(const std::string& line) override { lines.push_back(line); }
+
+    std::vector<std::string> lines;
+
+private:
+    bool writeall(const std::string& text);
+    int tty_ = -1;
+};
+
+// Fills `request` from the options and the work directory (flags, log,
+// scratch file), opens the terminal for --ask in a replace, makes SIGINT the
+// Cancel, and lists the files: from --files-from, else by walking `mask`,
+// sorted as the window's file list. Returns 0, or the status of a usage error.
+int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,
+               CliHost& host, RunRequest& request);
+
+// Whether a SIGINT came since preparerun.
+bool interrupted();
+
+// Block-buffers stdout for the hit lines of the runs that follow.
+void bufferstdout();
+
+// "12 hits in 3 of 40 files, 3 files rewritten" and LF, on stderr.
+void printsummary(const RunResult& result, std::size_t files, const std::string& prefix = {});
+
+// The exit status of one or more runs: 130 interrupted, 2 a failure or a
+// failed stdout, 0 any hit, else 1.
+int exitstatus(bool cancelled, bool failures, bool wrote, bool hits);
+
+}  // namespace brindlex::cli
