@@ -87,7 +87,6 @@ struct SafeReplace::Impl {
     FileHandle dir;      // the directory that holds target
     bool dirReadable = false;
     std::string name;    // target's entry in dir
-    FileHandle original; // O_PATH, for the checks before the swap
     struct stat st {};   // of the original when begun
     bool exists = true;
     Route route = Route::SameDir;
@@ -371,8 +370,8 @@ std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs
         error = errorfromerrno(errno, impl->target);
         return nullptr;
     } else {
-        impl->original = FileHandle(fd);
-        if (checked("fstat-original", [&] { return ::fstat(fd, &impl->st); }) != 0) {
+        FileHandle original(fd);
+        if (checked("fstat-original", [&] { return ::fstat(original.get(), &impl->st); }) != 0) {
             error = errorfromerrno(errno, impl->target);
             return nullptr;
         }

@@ -7,14 +7,21 @@
 //     else O_CREAT|O_EXCL with a hidden unique name). Owner, group, mode and
 //     extended attributes are copied; every write is checked; it is synced.
 //  3. Just before the swap the original is checked again (inode, size,
-//     modification time); a file changed meanwhile is not replaced.
+//     modification and change time); a file changed meanwhile is not
+//     replaced: commit() gives ESTALE, "File changed by another program
+//     since it was read".
 //  4. renameat puts the new file in place and the directory is synced.
 //  5. Where that route can't keep what the user has (a directory the user may
 //     not write, more than one hard link, an owner that can't be kept), the
 //     content is streamed into the work directory's scratch file, which is
 //     locked, verified, and copied over the file in place; it stays until
-//     the copy is complete, so the content can always be recovered.
-//  6. A file that the user may not write is never replaced (EACCES).
+//     the copy is complete, so the content can always be recovered. The
+//     room for the copy is taken before its first byte, so a full disk
+//     stops it while the file still holds its old content. A scratch file
+//     that another process holds makes begin() fail (EWOULDBLOCK).
+//  6. A file that the user may not write is never replaced: begin() still
+//     takes the new content, and commit() gives EACCES, "Permission denied".
+// On any failure nothing is left in the user's directory but the file.
 #pragma once
 
 #include <cstdint>
