@@ -2,12 +2,17 @@
 // behind a "# NAME" line, up to the first set without a value.
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "support/process.h"
 #include "support/tempdir.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace brindlex {
 namespace {
@@ -125,6 +130,60 @@ TEST(SetsCommand, BadUsage)
         EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
         EXPECT_EQ(readfile(dir.path() / "d/f.txt"), "a");
     }
+}
+
+// Whether process `pid` has a handler of its own for SIGINT.
+bool catchesinterrupt(pid_t pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigCgt:", 0) == 0)
+            return (std::stoull(line.substr(7), nullptr, 16) >> (SIGINT - 1)) & 1;
+    }
+    return false;
+}
+
+TEST(SetsCommand, InterruptCancelsBeforeTheNextSet)
+{
+    // The command waits for its file list on stdin; an interrupt that comes
+    // then must cancel, not kill: no set runs and the status is 130.
+    TempDir dir;
+    const std::string ini = dir.write("sets.ini", "[Replacements]\none=a==>1\n").string();
+    const std::string file = dir.write("d/f.txt", "a").string();
+    int in[2], out[2];
+    ASSERT_EQ(::pipe(in), 0);
+    ASSERT_EQ(::pipe(out), 0);
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        ::dup2(in[0], 0);
+        ::dup2(out[1], 1);
+        ::close(in[1]);
+        ::close(out[0]);
+        ::execl(BRINDLEX_CLI, BRINDLEX_CLI, "sets", "--replace", "--files-from", "-", ini.c_str(), nullptr);
+        ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    int waited = 0;
+    while (!catchesinterrupt(pid) && waited++ < 10000)
+        ::usleep(1000);
+    ASSERT_TRUE(catchesinterrupt(pid)) << "the command never took SIGINT as Cancel";
+    ::kill(pid, SIGINT);
+    const std::string list = file + "\n";
+    EXPECT_EQ(::write(in[1], list.data(), list.size()), static_cast<ssize_t>(list.size()));
+    ::close(in[1]);
+    std::string output;
+    char buffer[256];
+    for (ssize_t n; (n = ::read(out[0], buffer, sizeof buffer)) > 0;)
+        output.append(buffer, static_cast<std::size_t>(n));
+    ::close(out[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(readfile(file), "a");
 }
 
 TEST(SetsCommand, HelpNamesTheCommand)
