@@ -27,7 +27,7 @@ std::string list2line(const std::string& sName, std::int64_t lPos)
 
 void WindowHost::beginwork()
 {
-    lastYield = {};
+    lastYield = lastPaint = {};
 }
 
 void WindowHost::flush()
@@ -74,7 +74,7 @@ void WindowHost::yield()
         return;
     flush();
     QApplication::processEvents();
-    lastYield = std::chrono::steady_clock::now();
+    lastYield = lastPaint = std::chrono::steady_clock::now();
 }
 
 void WindowHost::addline(const std::string& line)
@@ -103,17 +103,20 @@ void WindowHost::clearhits()
 
 void WindowHost::status(const std::string& caption)
 {
-    // A hit count changes after every hit: it waits for the next real yield.
-    // Anything else (a file's path, the outcome) shows at once.
+    // A hit count changes after every hit and waits for the next real
+    // yield. Anything else (a file's path, the outcome) is painted at once,
+    // unless the window was painted less than kYieldSpacing ago: then it
+    // waits for the next real yield too, which the run makes at the latest
+    // behind that file, so the path is still seen as soon as a person could
+    // see it, and a run over thousands of small files doesn't paint each.
+    pendingStatus = caption;
     const bool count = !caption.empty() && std::all_of(caption.begin(), caption.end(),
                                                        [](char c) { return c >= '0' && c <= '9'; });
-    if (count) {
-        pendingStatus = caption;
+    if (count || std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)
         return;
-    }
-    pendingStatus.reset();
-    setstatus(caption);
+    flush();
     form.Label5->repaint();
+    lastPaint = std::chrono::steady_clock::now();
 }
 
 void WindowHost::setstatus(const std::string& caption)

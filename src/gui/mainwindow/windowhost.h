@@ -7,7 +7,8 @@
 // repaints and a Cancel takes effect well within a tenth of a second while a
 // run of a million hits costs little more than the engine's own work. The
 // first yield of a walk or run is always real. Hit lines and hit counts wait
-// for the next real yield (or the end) and go in as one batch.
+// for the next real yield (or the end) and go in as one batch; so does the
+// status line when the window was painted very recently.
 #pragma once
 
 #include <QPointer>
@@ -56,6 +57,7 @@ private:
     QStringList pendingHits;
     std::optional<std::string> pendingStatus;
     std::chrono::steady_clock::time_point lastYield{};
+    std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
 };
 
