@@ -26,6 +26,7 @@ private slots:
     void noSecondRunInsideARun();
     void errorOpening();
     void cannotReplace();
+    void cancelDuringReplace();
     void cancelDuringFind_data();
     void cancelDuringFind();
     void hitListLimit_data();
@@ -374,6 +375,33 @@ void FindReplace::cancelDuringFind()
     form->host().bCancel = false;
     QTest::keyClick(form.get(), Qt::Key_Escape);
     QVERIFY(!form->host().bCancel);
+}
+
+void FindReplace::cancelDuringReplace()
+{
+    World world;
+    const QString one = world.write(QStringLiteral("1.txt"), "a-a");
+    const QString two = world.write(QStringLiteral("2.txt"), "a-a-a");
+    const QString three = world.write(QStringLiteral("3.txt"), "a");
+    auto form = world.start();
+    setrun(*form, QStringLiteral("a"), QStringLiteral("b"), false, true);
+    // Yes to every question; at the first question of the second file a
+    // press of Cancel waits in the queue and comes in at the next yield.
+    world.dialogs.onmessage = [&](const DialogRecord& record) {
+        if (record.title == two + QStringLiteral(" byte 1"))
+            QMetaObject::invokeMethod(
+                form.get(), [&form] { QTest::mouseClick(form->cmd[3], Qt::LeftButton); }, Qt::QueuedConnection);
+    };
+    form->cmd_Click(1);
+    QVERIFY(form->host().bCancel);
+    QCOMPARE(readfile(one), QByteArray("b-b"));   // finished before: rewritten
+    QCOMPARE(readfile(two), QByteArray("a-a-a")); // in hand: as it was
+    QCOMPARE(readfile(three), QByteArray("a"));   // never reached
+    QCOMPARE(lines(form->List1), QStringList({sized("1.txt", 3) + QLatin1Char('*'), sized("2.txt", 5),
+                                              sized("3.txt", 1)}));
+    QCOMPARE(lines(form->List2), QStringList({hitline("1.txt", 1), hitline("1.txt", 3), hitline("2.txt", 1)}));
+    QCOMPARE(form->Label5->text(), QStringLiteral("1"));
+    QVERIFY(idle(*form));
 }
 
 void FindReplace::hitListLimit_data()

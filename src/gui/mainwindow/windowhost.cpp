@@ -134,7 +134,11 @@ void WindowHost::hit(const std::string& sName, std::int64_t lPos)
 Answer WindowHost::question(const std::string& title, const std::string& text)
 {
     flush();
-    switch (dialogs().messagebox(&form, towidget(text), Buttons::YesNoCancel, Icon::Question, towidget(title))) {
+    const Reply reply =
+        dialogs().messagebox(&form, towidget(text), Buttons::YesNoCancel, Icon::Question, towidget(title));
+    // Whoever just answered may press Cancel at once: the next yield is real.
+    lastYield = {};
+    switch (reply) {
     case Reply::Yes: return Answer::Yes;
     case Reply::No: return Answer::No;
     default: return Answer::Cancel;
