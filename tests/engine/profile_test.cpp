@@ -1,6 +1,7 @@
 // The private-profile ini store: requests, line order, in-place rewrite,
 // buffer limits, line ends, what is kept as it is, failed writes.
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -300,13 +301,16 @@ TEST(ProfileRoundTrip, TenThousandRandomPairs)
     std::vector<std::string> pool;
     while (pool.size() < 150) {
         std::string key = withoutblankends(randomtext(rng, keychars, 12));
-        if (!key.empty())
-            pool.push_back(key);
+        if (key.empty())
+            continue;
+        pool.push_back(key);
         // Every fifth name comes again in other letters: the same key.
         if (pool.size() % 5 == 0) {
             std::string other = pool[rng() % pool.size()];
-            for (char& c : other)
-                c = (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+            for (char& c : other) {
+                if (std::isalpha(static_cast<unsigned char>(c)))
+                    c = static_cast<char>(c ^ 0x20);
+            }
             pool.push_back(other);
         }
     }

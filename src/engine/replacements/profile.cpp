@@ -29,14 +29,14 @@ struct Parsed {
     std::string value;   // of a key
 };
 
-bool isblank(char c) { return c == ' ' || c == '\t'; }
+bool isblankbyte(char c) { return c == ' ' || c == '\t'; }
 
 std::string trimmed(std::string_view s)
 {
     std::size_t b = 0, e = s.size();
-    while (b < e && isblank(s[b]))
+    while (b < e && isblankbyte(s[b]))
         ++b;
-    while (e > b && isblank(s[e - 1]))
+    while (e > b && isblankbyte(s[e - 1]))
         --e;
     return std::string(s.substr(b, e - b));
 }
@@ -81,7 +81,8 @@ std::vector<Line> splitlines(std::string_view bytes)
             break;
         }
         std::size_t textend = (lf > start && bytes[lf - 1] == '\r') ? lf - 1 : lf;
-        lines.push_back({std::string(bytes.substr(start, textend - start)), std::string(bytes.substr(textend, lf + 1 - textend))});
+        lines.push_back({std::string(bytes.substr(start, textend - start)),
+                         std::string(bytes.substr(textend, lf + 1 - textend))});
         start = lf + 1;
     }
     return lines;
@@ -120,17 +121,17 @@ std::vector<Line> readlines(const std::filesystem::path& file)
     return splitlines(bytes);
 }
 
-// Calls `visit(index, parsed)` for each key line of `section`, in file order.
+// Calls `visit(parsed)` for each key line of `section`, in file order.
 template <typename Visit>
 void forkeys(const std::vector<Line>& lines, std::string_view section, Visit visit)
 {
     bool inside = false;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        Parsed p = parse(lines[i].text);
+    for (const Line& line : lines) {
+        Parsed p = parse(line.text);
         if (p.kind == LineKind::Section)
             inside = sameletters(p.name, section);
         else if (inside && p.kind == LineKind::Key)
-            visit(i, p);
+            visit(p);
     }
 }
 
@@ -152,7 +153,7 @@ std::filesystem::path scratchfile()
 std::vector<std::string> profilekeys(const std::filesystem::path& file, std::string_view section)
 {
     std::vector<std::string> keys;
-    forkeys(readlines(file), section, [&](std::size_t, const Parsed& p) {
+    forkeys(readlines(file), section, [&](const Parsed& p) {
         for (const std::string& k : keys) {
             if (sameletters(k, p.name))
                 return;
@@ -167,7 +168,7 @@ std::optional<std::string> profilevalue(const std::filesystem::path& file, std::
 {
     std::optional<std::string> value;
     std::string name = trimmed(key);
-    forkeys(readlines(file), section, [&](std::size_t, const Parsed& p) {
+    forkeys(readlines(file), section, [&](const Parsed& p) {
         if (!value && sameletters(p.name, name))
             value = p.value;
     });
