@@ -4,6 +4,7 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QLabel>
@@ -15,6 +16,7 @@
 #include <QPushButton>
 #include <QShortcut>
 
+#include <optional>
 #include <system_error>
 
 #include "batch/run.h"
@@ -24,6 +26,8 @@
 #include "mainwindow/tabstopdelegate.h"
 #include "mainwindow/windowhost.h"
 #include "replacements/profile.h"
+#include "replacements/replist.h"
+#include "replacements/repmenu.h"
 #include "seam/dialogs.h"
 
 namespace brindlex::gui {
@@ -525,13 +529,83 @@ void Form1::mnuHelp_Click()
     dialogs().messagebox(this, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
 }
 
-// The replacement sets are not built yet: loadreplist will fill mnuRep from
-// sIniFile, saverep will store the pair before each run, mnuRep_Click will
-// pick or run a set, and mnuOpenRepFile_Click will choose another ini file.
-void Form1::loadreplist(bool) {}
-void Form1::saverep(const std::string&) {}
-void Form1::mnuRep_Click(int) {}
-void Form1::mnuOpenRepFile_Click() {}
+void Form1::loadreplist(bool bShowMessage)
+{
+    const std::vector<RepItem> items = brindlex::loadreplist(sIniFile, nRepCount);
+    // The hit list is the rebuild's working list: what it showed is gone.
+    List2->clear();
+    fillrepmenu(mnuRepl, mnuRep, items, this, [this](int Index) { mnuRep_Click(Index); });
+    if (bShowMessage) {
+        // Below the sets stand "-" and "&New", and for a file of the user's
+        // the two list runs.
+        const std::size_t below = isdefaultfile(sIniFile.string()) ? 2 : 4;
+        dialogs().messagebox(this, towidget(loadedmessage(items.size() - below, sIniFile.string())), Buttons::Ok,
+                             Icon::None, towidget(std::string(sTitle)));
+    }
+}
+
+void Form1::saverep(const std::string& sName)
+{
+    const NameQuestion ask = [this](const std::string& prompt, const std::string& defaultAnswer) {
+        return fromwidget(dialogs().inputbox(this, towidget(prompt), towidget(std::string(sTitle)),
+                                             towidget(defaultAnswer)));
+    };
+    const std::optional<std::string> key = brindlex::saverep(sName, fromwidget(Text2->text()),
+                                                             fromwidget(Text3->text()), sIniFile, nRepCount, ask);
+    if (!key)
+        return;
+    mnuRepl->setProperty("Tag", towidget(*key));
+    loadreplist(false);
+}
+
+void Form1::mnuRep_Click(int Index)
+{
+    if (busy() || Index < 0 || static_cast<std::size_t>(Index) >= mnuRep.size())
+        return;
+    const RepItem clicked = repitem(mnuRep[static_cast<std::size_t>(Index)]);
+    const RepAction action = repaction(clicked.tag);
+    if (action == RepAction::New) {
+        if (Text2->text().isEmpty())
+            dialogs().messagebox(this, towidget(std::string(kFillInMessage)), Buttons::Ok, Icon::None,
+                                 towidget(std::string(sTitle)));
+        else
+            saverep(fromwidget(mnuRepl->property("Tag").toString()));
+        return;
+    }
+    windowHost->bCancel = false;
+    // The pair of a set goes into the boxes, and its name becomes current.
+    auto takeset = [this](const RepItem& item, const RepPair& pair) {
+        mnuRepl->setProperty("Tag", towidget(item.caption));
+        Text2->setText(towidget(pair.find));
+        Text3->setText(towidget(pair.replace));
+    };
+    if (action == RepAction::Pick) {
+        takeset(clicked, splitset(clicked.tag));
+        return;
+    }
+    // A list run over the sets above "-": each runs to its end before the
+    // next; Cancel ends the run in hand and the list with it.
+    const int button = action == RepAction::ReplaceAll ? 1 : 0;
+    listrun(
+        repitems(mnuRep), [this] { return windowHost->bCancel; },
+        [&](const RepItem& item, const RepPair& pair) {
+            takeset(item, pair);
+            cmd_Click(button);
+        });
+}
+
+void Form1::mnuOpenRepFile_Click()
+{
+    if (busy())
+        return;
+    // File names go to and from the dialog in the file system's encoding.
+    const QString chosen = dialogs().openfile(this, QFile::decodeName(QByteArray::fromStdString(sIniFile.string())),
+                                              QStringLiteral("*.ini"), QStringLiteral("ini"));
+    if (chosen.isEmpty())
+        return;
+    sIniFile = QFile::encodeName(chosen).toStdString();
+    loadreplist(true);
+}
 
 // The outside editors (the File menu's captions and its two Edit items) and
 // the integer dump come with their own work; their items stand with the

@@ -84,8 +84,13 @@ public:
     void mnuHelp_Click();
     void mnuExit_Click();
 
-    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile;
-    // saverep stores the pair of Text2/Text3 (an empty name: as "Previous").
+    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile and
+    // empties List2 (with bShowMessage it tells how many sets it loaded).
+    // saverep stores the pair of Text2/Text3: with an empty name (before each
+    // run) as "Previous", and only into the default file; with a name under
+    // the user's answer to the name prompt, that name offered. mnuRep_Click
+    // picks a set into the boxes, saves the pair ("&New"), or runs the sets
+    // one after the other; mnuOpenRepFile_Click loads another file of sets.
     void loadreplist(bool bShowMessage);
     void saverep(const std::string& sName);
     void mnuRep_Click(int Index);
