@@ -172,7 +172,7 @@ void Startup::captionsAndStates_data()
     QTest::newRow("mnuoptKillLog") << "mnuoptKillLog" << "&Delete Log File" << false << -1;
     QTest::newRow("mnuDumpInt4") << "mnuDumpInt4" << "Dump &Int4 File" << true << -1;
     QTest::newRow("mnuRepl") << "mnuRepl" << "&Replacements" << true << -1;
-    QTest::newRow("mnuRep0") << "mnuRep0" << "&0" << true << -1;
+    QTest::newRow("mnuRep0") << "mnuRep0" << "Apple-To-PC" << true << -1;
     QTest::newRow("mnuHelp") << "mnuHelp" << "&Help" << true << -1;
 }
 
