@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include <immintrin.h>
 #include <unistd.h>
@@ -215,11 +216,14 @@ Scanner::Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchC
 bool Scanner::load(std::int64_t from0)
 {
     const std::int64_t want = std::min(window_, lLen_ - from0);
-    if (buf_.size() < static_cast<std::size_t>(want))
-        buf_.resize(static_cast<std::size_t>(window_));
+    if (!buf_) {
+        // A small file gets a small buffer, left uninitialised: a run over
+        // a tree of small files must not clear a whole window per file.
+        buf_ = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(std::min(window_, lLen_)));
+    }
     std::int64_t got = 0;
     while (got < want) {
-        const ssize_t r = ::pread(fd_, buf_.data() + got, static_cast<std::size_t>(want - got), from0 + got);
+        const ssize_t r = ::pread(fd_, buf_.get() + got, static_cast<std::size_t>(want - got), from0 + got);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {
@@ -267,7 +271,7 @@ void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
     }
     if (to0 <= from0)
         return;
-    out_->write(std::string_view(reinterpret_cast<const char*>(buf_.data() + (from0 - wS_)),
+    out_->write(std::string_view(reinterpret_cast<const char*>(buf_.get() + (from0 - wS_)),
                                  static_cast<std::size_t>(to0 - from0)));
     outPos_ = to0;
 }
@@ -287,7 +291,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
             if (!yieldcheck() || !load(pos))
                 return false;
         }
-        const std::size_t p = search_.find(buf_.data(), static_cast<std::size_t>(wE_ - wS_),
+        const std::size_t p = search_.find(buf_.get(), static_cast<std::size_t>(wE_ - wS_),
                                            static_cast<std::size_t>(pos - wS_));
         if (p == PatternSearch::npos) {
             if (wE_ >= lLen_)
@@ -314,7 +318,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
         }
         hit.lPos = lHit;
         hit.lBlock = lBlock;
-        hit.sBuf = std::string_view(reinterpret_cast<const char*>(buf_.data() + (b0 - wS_)),
+        hit.sBuf = std::string_view(reinterpret_cast<const char*>(buf_.get() + (b0 - wS_)),
                                     static_cast<std::size_t>(end0 - b0));
         hit.nAt = static_cast<std::size_t>(lHit - lBlock + 1);
         return true;

@@ -27,7 +27,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "batch/host.h"
 
@@ -137,7 +136,7 @@ private:
     OutputBuffer* out_;
     Host& host_;
     std::int64_t window_;
-    std::vector<unsigned char> buf_;
+    std::unique_ptr<unsigned char[]> buf_;
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
     std::int64_t outPos_ = 0;        // 0-based next byte to emit
     std::int64_t sinceYield_ = 0;
