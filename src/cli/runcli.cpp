@@ -157,12 +157,23 @@ void CliHost::yield()
         bCancel = true;
 }
 
+// A file with millions of hits prints millions of lines: no printf here.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
 {
-    char pos[32];
-    const int n = std::snprintf(pos, sizeof pos, "\t%09lld\n", static_cast<long long>(lPos));
-    std::fwrite(sName.data(), 1, sName.size(), stdout);
-    std::fwrite(pos, 1, static_cast<std::size_t>(n), stdout);
+    char line[32];
+    char* const end = line + sizeof line;
+    char* p = end;
+    *--p = '\n';
+    auto v = static_cast<std::uint64_t>(lPos);
+    do {
+        *--p = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    while (end - p < 10)   // nine digits at least, and the LF
+        *--p = '0';
+    *--p = '\t';
+    fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
+    fwrite_unlocked(p, 1, static_cast<std::size_t>(end - p), stdout);
 }
 
 void CliHost::message(const std::string& text)
