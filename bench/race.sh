@@ -1,0 +1,155 @@
+#!/usr/bin/env bash
+# Races brindlex-cli find/replace against peer tools on the same data, with
+# hyperfine, and prints each ratio with its goal.
+#
+#   bash bench/race.sh [path/to/brindlex-cli]
+#
+# Without an argument a Release build is made in build-bench. The corpus
+# lives in a temporary directory on /dev/shm (about 4.5 GiB with the pristine
+# copies that every replace is restored from) and is removed at the end.
+# Needs hyperfine, rg, bbe, perl, sed and python3.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+cli=${1:-}
+if [ -z "$cli" ]; then
+  cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRINDLEX_GUI=OFF >/dev/null
+  cmake --build build-bench --target brindlex-cli >/dev/null
+  cli=$PWD/build-bench/src/cli/brindlex-cli
+fi
+cli=$(readlink -f "$cli")
+for tool in hyperfine rg bbe perl sed python3; do
+  command -v "$tool" >/dev/null || { echo "race.sh: $tool is missing" >&2; exit 2; }
+done
+
+base=/dev/shm
+[ -d "$base" ] && [ -w "$base" ] || base=${TMPDIR:-/tmp}
+corpus=$(mktemp -d "$base/brindlex-race-XXXXXX")
+trap 'rm -rf "$corpus"' EXIT
+export BRINDLEX_TEMP="$corpus/work"
+runs=${RACE_RUNS:-5}
+pat='QzXkPwVb'      # 8 bytes, letters only, so that folding has work to do
+rep='Rr_replaced'
+
+echo "corpus in $corpus"
+python3 - "$corpus" "$pat" <<'EOF'
+import os, random, sys
+root, pat = sys.argv[1], sys.argv[2].encode()
+rng = random.Random(2026)
+
+# 1 GiB of random bytes with the pattern planted 1000 times.
+size = 1 << 30
+with open(os.path.join(root, "big.bin"), "wb") as f:
+    for _ in range(size // (64 << 20)):
+        f.write(os.urandom(64 << 20))
+with open(os.path.join(root, "big.bin"), "r+b") as f:
+    for at in sorted(rng.sample(range(0, size - len(pat), 1 << 15), 1000)):
+        f.seek(at + rng.randrange(0, 1 << 14))
+        f.write(pat)
+
+# 512 MiB of text whose lines end in CR only.
+words = [w.encode() for w in "the quick brown fox jumps over a lazy dog while seven tired cats watch".split()]
+line_count = 0
+with open(os.path.join(root, "text.txt"), "wb") as f:
+    written = 0
+    chunk = []
+    while written < (512 << 20):
+        line = b" ".join(rng.choice(words) for _ in range(rng.randrange(4, 14))) + b"\r"
+        chunk.append(line)
+        written += len(line)
+        if len(chunk) >= 20000:
+            f.write(b"".join(chunk))
+            chunk = []
+    f.write(b"".join(chunk))
+
+# 20,000 files of 1-64 KiB in 100 directories; 5% hold the pattern.
+tree = os.path.join(root, "tree")
+blob = os.urandom(64 << 10)
+blob = blob.replace(pat[:1], b"q")  # no accidental first bytes of the pattern
+for i in range(20000):
+    d = os.path.join(tree, "d%03d" % (i % 100))
+    os.makedirs(d, exist_ok=True)
+    n = rng.randrange(1 << 10, 64 << 10)
+    data = bytearray(blob[:n])
+    if i % 20 == 0:
+        at = rng.randrange(0, n - len(pat))
+        data[at:at + len(pat)] = pat
+    with open(os.path.join(d, "f%05d.dat" % i), "wb") as f:
+        f.write(data)
+EOF
+cp "$corpus/big.bin" "$corpus/big.orig"
+cp "$corpus/text.txt" "$corpus/text.orig"
+cp -a "$corpus/tree" "$corpus/tree.orig"
+du -sh "$corpus"/big.bin "$corpus"/text.txt "$corpus"/tree
+
+# race NAME GOAL-KIND GOAL OURS-CMD PEER-NAME PEER-CMD... [-- PREPARE]
+#   GOAL-KIND "le": ours/peer must be at most GOAL; "speedup": peer/ours at least GOAL.
+race() {
+  local name=$1 kind=$2 goal=$3 prepare=$4; shift 4
+  local json="$corpus/$name.json"
+  local args=(--warmup 1 --runs "$runs" --style none --export-json "$json")
+  [ -n "$prepare" ] && args+=(--prepare "$prepare")
+  hyperfine "${args[@]}" "$@" >/dev/null
+  python3 - "$json" "$name" "$kind" "$goal" <<'EOF'
+import json, sys
+data = json.load(open(sys.argv[1]))["results"]
+name, kind, goal = sys.argv[2], sys.argv[3], float(sys.argv[4])
+ours = data[0]
+peers = data[1:]
+best = min(peers, key=lambda r: r["mean"])
+for r in data:
+    print("  %-58s %8.3f s  ± %.3f" % (r["command"][:58], r["mean"], r["stddev"]))
+if kind == "le":
+    ratio = ours["mean"] / best["mean"]
+    ok = ratio <= goal
+    print("%s: brindlex / %s = %.2f (goal <= %.2f) %s" % (name, best["command"].split()[0], ratio, goal, "MET" if ok else "MISSED"))
+else:
+    ratio = best["mean"] / ours["mean"]
+    ok = ratio >= goal
+    print("%s: %s / brindlex = %.2fx (goal >= %.2fx) %s" % (name, best["command"].split()[0], ratio, goal, "MET" if ok else "MISSED"))
+EOF
+}
+
+c=$corpus
+echo
+echo "== find in a 1 GiB binary file"
+race find-big-case le 1.0 "" \
+  "$cli find -c $pat $c/big.bin" \
+  "rg -a -F -b -o $pat $c/big.bin"
+race find-big-folded le 1.0 "" \
+  "$cli find $pat $c/big.bin" \
+  "rg -a -F -b -o -i $pat $c/big.bin"
+
+echo
+echo "== find over a tree of 20,000 files"
+race find-tree le 1.0 "" \
+  "$cli find -s -c $pat $c/tree" \
+  "rg -j1 -a -F -b -o $pat $c/tree"
+
+echo
+echo "== replace in a 1 GiB binary file"
+race replace-big speedup 2.5 "cp $c/big.orig $c/big.bin" \
+  "$cli replace -c $pat $rep $c/big.bin" \
+  "sed -i s/$pat/$rep/g $c/big.bin" \
+  "perl -pi -e s/$pat/$rep/g $c/big.bin" \
+  "bbe -e s/$pat/$rep/ -o $c/big.out $c/big.bin"
+race replace-big-vs-cat le 1.5 "cp $c/big.orig $c/big.bin" \
+  "$cli replace -c $pat $rep $c/big.bin" \
+  "sh -c 'cat $c/big.bin > $c/big.out'"
+
+echo
+echo "== CR -> CR LF in 512 MiB of text (one hit per line)"
+race crlf speedup 2.5 "cp $c/text.orig $c/text.txt" \
+  "$cli replace -c %0D %0D%0A $c/text.txt" \
+  "sed -i 's/\\r/\\r\\n/g' $c/text.txt" \
+  "perl -pi -e 'BEGIN{\$/=\\65536} s/\\r/\\r\\n/g' $c/text.txt" \
+  "bbe -e 's/\\x0d/\\x0d\\x0a/' -o $c/text.out $c/text.txt"
+race crlf-vs-cat le 1.5 "cp $c/text.orig $c/text.txt" \
+  "$cli replace -c %0D %0D%0A $c/text.txt" \
+  "sh -c 'cat $c/text.txt > $c/text.out'"
+
+echo
+echo "== replace over the tree"
+race replace-tree le 1.0 "sh -c 'rm -rf $c/tree && cp -a $c/tree.orig $c/tree'" \
+  "$cli replace -s -c $pat $rep $c/tree" \
+  "sh -c 'rg -l -a -F $pat $c/tree | xargs -r sed -i s/$pat/$rep/g'"
