@@ -1,11 +1,12 @@
 #include "support/process.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,40 +15,19 @@ extern char** environ;
 namespace brindlex::test {
 namespace {
 
-struct Pipe {
-    int fd[2] = {-1, -1};
-    bool open() { return ::pipe2(fd, O_CLOEXEC) == 0; }
-    void close(int end)
+struct MemFile {
+    int fd = ::memfd_create("brindlex-test", MFD_CLOEXEC);
+    ~MemFile() { ::close(fd); }
+
+    std::string contents() const
     {
-        if (fd[end] >= 0)
-            ::close(fd[end]);
-        fd[end] = -1;
-    }
-    ~Pipe()
-    {
-        close(0);
-        close(1);
+        std::string s;
+        char buffer[65536];
+        for (ssize_t n; (n = ::pread(fd, buffer, sizeof buffer, static_cast<off_t>(s.size()))) > 0;)
+            s.append(buffer, static_cast<std::size_t>(n));
+        return s;
     }
 };
-
-std::vector<std::string> childenvironment(const ProcessOptions& options)
-{
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) {
-        const std::string entry = *e;
-        const std::string name = entry.substr(0, entry.find('='));
-        bool dropped = false;
-        for (const std::string& unset : options.unsetenv)
-            dropped = dropped || unset == name;
-        for (const auto& [setname, value] : options.setenv)
-            dropped = dropped || setname == name;
-        if (!dropped)
-            env.push_back(entry);
-    }
-    for (const auto& [name, value] : options.setenv)
-        env.push_back(name + "=" + value);
-    return env;
-}
 
 std::vector<char*> pointers(std::vector<std::string>& strings)
 {
@@ -58,127 +38,65 @@ std::vector<char*> pointers(std::vector<std::string>& strings)
     return out;
 }
 
-// Only async-signal-safe calls between fork and exec: the test process may
-// have threads.
-[[noreturn]] void runchild(Pipe& in, Pipe& out, Pipe& err, Pipe& report, const char* directory,
-                           char* const* argv, char* const* envp)
-{
-    struct sigaction deflt {};
-    deflt.sa_handler = SIG_DFL;
-    ::sigaction(SIGPIPE, &deflt, nullptr);
-    sigset_t none;
-    ::sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (::dup2(in.fd[0], 0) >= 0 && ::dup2(out.fd[1], 1) >= 0 && ::dup2(err.fd[1], 2) >= 0
-        && (!directory || ::chdir(directory) == 0))
-        ::execve(argv[0], argv, envp);
-    const int code = errno;
-    [[maybe_unused]] ssize_t n = ::write(report.fd[1], &code, sizeof code);
-    ::_exit(127);
-}
-
 }  // namespace
 
 ProcessResult runprocess(const std::vector<std::string>& argv, const ProcessOptions& options)
 {
     ProcessResult result;
-    if (argv.empty()) {
-        result.failure = "no program given";
-        return result;
+    std::vector<std::string> args = argv, env;
+    for (char** e = environ; *e; ++e) {
+        const std::string name = std::string(*e).substr(0, std::string(*e).find('='));
+        const auto& set = options.setenv;
+        if (std::find(options.unsetenv.begin(), options.unsetenv.end(), name) == options.unsetenv.end()
+            && std::none_of(set.begin(), set.end(), [&](const auto& s) { return s.first == name; }))
+            env.push_back(*e);
     }
-    std::vector<std::string> args = argv;
-    std::vector<std::string> env = childenvironment(options);
-    const std::vector<char*> argp = pointers(args);
-    const std::vector<char*> envp = pointers(env);
-    const std::string directory = options.directory ? options.directory->string() : std::string();
+    for (const auto& [name, value] : options.setenv)
+        env.push_back(name + "=" + value);
+    const std::vector<char*> argp = pointers(args), envp = pointers(env);
 
-    Pipe in, out, err, report;
-    if (!in.open() || !out.open() || !err.open() || !report.open()) {
-        result.failure = std::string("pipe: ") + std::strerror(errno);
-        return result;
-    }
-    const pid_t pid = ::fork();
-    if (pid < 0) {
-        result.failure = std::string("fork: ") + std::strerror(errno);
-        return result;
-    }
-    if (pid == 0)
-        runchild(in, out, err, report, options.directory ? directory.c_str() : nullptr, argp.data(),
-                 envp.data());
-
-    in.close(0);
-    out.close(1);
-    err.close(1);
-    report.close(1);
-    // The child may stop reading stdin at any time: a write must then fail
-    // with EPIPE instead of killing the test.
-    ::fcntl(in.fd[1], F_SETFL, O_NONBLOCK);
-    if (options.input.empty())
-        in.close(1);
-
+    MemFile in, out, err;
     std::size_t written = 0;
-    char buffer[65536];
-    while (out.fd[0] >= 0 || err.fd[0] >= 0) {
-        pollfd fds[3];
-        nfds_t count = 0;
-        for (const int fd : {out.fd[0], err.fd[0]})
-            if (fd >= 0)
-                fds[count++] = {fd, POLLIN, 0};
-        if (in.fd[1] >= 0)
-            fds[count++] = {in.fd[1], POLLOUT, 0};
-        if (::poll(fds, count, -1) < 0) {
-            if (errno == EINTR)
-                continue;
+    for (ssize_t n; written < options.input.size(); written += static_cast<std::size_t>(n)) {
+        if ((n = ::write(in.fd, options.input.data() + written, options.input.size() - written)) <= 0)
             break;
-        }
-        for (nfds_t i = 0; i < count; ++i) {
-            if (fds[i].revents == 0)
-                continue;
-            if (fds[i].fd == in.fd[1]) {
-                sigset_t pipe, old;
-                ::sigemptyset(&pipe);
-                ::sigaddset(&pipe, SIGPIPE);
-                ::pthread_sigmask(SIG_BLOCK, &pipe, &old);
-                const ssize_t n = ::write(in.fd[1], options.input.data() + written, options.input.size() - written);
-                const int writeerror = n < 0 ? errno : 0;
-                if (writeerror == EPIPE) {
-                    // Take back the SIGPIPE raised for this thread.
-                    const timespec zero{};
-                    ::sigtimedwait(&pipe, nullptr, &zero);
-                }
-                ::pthread_sigmask(SIG_SETMASK, &old, nullptr);
-                if (n > 0)
-                    written += static_cast<std::size_t>(n);
-                if ((writeerror != 0 && writeerror != EAGAIN && writeerror != EINTR) || written == options.input.size())
-                    in.close(1);
-                continue;
-            }
-            const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
-            if (n > 0) {
-                (fds[i].fd == out.fd[0] ? result.out : result.err).append(buffer, static_cast<std::size_t>(n));
-            } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
-                if (fds[i].fd == out.fd[0])
-                    out.close(0);
-                else
-                    err.close(0);
-            }
-        }
     }
-    in.close(1);
-
+    if (in.fd < 0 || out.fd < 0 || err.fd < 0 || written != options.input.size() || ::lseek(in.fd, 0, SEEK_SET) != 0) {
+        result.failure = std::string("memfd: ") + std::strerror(errno);
+        return result;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in.fd, 0);
+    posix_spawn_file_actions_adddup2(&actions, out.fd, 1);
+    posix_spawn_file_actions_adddup2(&actions, err.fd, 2);
+    const std::string directory = options.directory ? options.directory->string() : std::string();
+    if (options.directory)
+        posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none, pipe;
+    ::sigemptyset(&none);
+    ::sigemptyset(&pipe);
+    ::sigaddset(&pipe, SIGPIPE);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &pipe);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    pid_t pid = 0;
+    const int spawned = argv.empty() ? ENOENT : ::posix_spawn(&pid, argp[0], &actions, &attributes, argp.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (spawned != 0) {
+        result.failure = "cannot run " + (argv.empty() ? std::string() : argv[0]) + ": " + std::strerror(spawned);
+        return result;
+    }
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    int code = 0;
-    if (::read(report.fd[0], &code, sizeof code) == static_cast<ssize_t>(sizeof code)) {
-        result.failure = "cannot run " + argv[0] + ": " + std::strerror(code);
-        return result;
-    }
-    if (WIFEXITED(status)) {
-        result.exitstatus = WEXITSTATUS(status);
-    } else if (WIFSIGNALED(status)) {
-        result.termsignal = WTERMSIG(status);
-    }
+    result.exitstatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.termsignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    result.out = out.contents();
+    result.err = err.contents();
     return result;
 }
 

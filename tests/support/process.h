@@ -1,5 +1,5 @@
-// Runs a program for a test, without a shell: argv goes to execve as it is,
-// so no character of an argument is ever interpreted.
+// Runs a program for a test, without a shell: argv goes to posix_spawn as it
+// is, so no character of an argument is ever interpreted.
 #pragma once
 
 #include <filesystem>
@@ -11,7 +11,7 @@
 namespace brindlex::test {
 
 struct ProcessOptions {
-    std::string input;                               // written to stdin, then closed
+    std::string input;                               // the child's stdin
     std::optional<std::filesystem::path> directory;  // working directory of the child
     std::vector<std::pair<std::string, std::string>> setenv;  // added to or replacing the environment
     std::vector<std::string> unsetenv;
@@ -27,10 +27,10 @@ struct ProcessResult {
     bool exited(int status) const { return failure.empty() && termsignal == 0 && exitstatus == status; }
 };
 
-// Starts argv[0] (a path; PATH is not searched) with the arguments, feeds it
-// `options.input`, collects both outputs until it ends, and waits for it.
-// Stdin, stdout and stderr are pipes, never a terminal. SIGPIPE is back to
-// its default in the child, whatever the test process does with it.
+// Starts argv[0] (a path; PATH is not searched) and waits for it to end.
+// Stdin and both outputs are files in memory, never a terminal or a pipe, so
+// a child can neither block on the test nor get SIGPIPE from it; SIGPIPE is
+// back to its default in the child, whatever the test process does with it.
 ProcessResult runprocess(const std::vector<std::string>& argv, const ProcessOptions& options = {});
 
 }  // namespace brindlex::test
