@@ -19,6 +19,8 @@ using test::readfile;
 using test::TempDir;
 namespace fs = std::filesystem;
 
+const std::string kAllOfTheAbove = "Replace &All of the Above=DoAllReps;Find &All of the Above=DoAllFinds;";
+
 std::string captions(const std::vector<RepItem>& items)
 {
     std::string text;
@@ -27,7 +29,6 @@ std::string captions(const std::vector<RepItem>& items)
     return text;
 }
 
-// A name question that must not be asked.
 std::string noquestion(const std::string& prompt, const std::string&)
 {
     ADD_FAILURE() << "unexpected question: " << prompt;
@@ -82,45 +83,36 @@ TEST(RepWorkedExample, FileGrowsLineByLine)
 TEST(RepMenu, ItemsForTheDefaultFileAndForAnOpenedFile)
 {
     const std::string sets = "[Replacements]\nb=1==>2\nA=x==>y\nc=\n";
-    struct Case {
+    const struct {
         const char* name;
-        std::string content;   // "" : no file
-        std::string menu;
-        std::string after;     // the file afterwards
-    } cases[] = {
-        {"brindlex.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;", sets},
+        std::string content;  // "" : no file
+        std::string menu, after;
+    } rows[] = {
         {"my-brindlex.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;", sets},
-        {"sets.ini", sets,
-         "b=1==>2;A=x==>y;c=;-=;&New=;Replace &All of the Above=DoAllReps;Find &All of the Above=DoAllFinds;", sets},
-        {"BRINDLEX.INI", "",
-         "Apple-To-PC=%0D==>%0D%0A;-=;&New=;Replace &All of the Above=DoAllReps;Find &All of the Above=DoAllFinds;",
-         "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n"},
-        {"other.ini", "[Other]\nk=v\n",
-         "Apple-To-PC=%0D==>%0D%0A;-=;&New=;Replace &All of the Above=DoAllReps;Find &All of the Above=DoAllFinds;",
+        {"sets.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;" + kAllOfTheAbove, sets},
+        {"BRINDLEX.INI", "", "Apple-To-PC=%0D==>%0D%0A;-=;&New=;" + kAllOfTheAbove, "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n"},
+        {"other.ini", "[Other]\nk=v\n", "Apple-To-PC=%0D==>%0D%0A;-=;&New=;" + kAllOfTheAbove,
          "[Other]\nk=v\n\n[Replacements]\nApple-To-PC=%0D==>%0D%0A\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         TempDir dir;
-        if (!c.content.empty())
-            dir.write(c.name, c.content);
+        if (!row.content.empty())
+            dir.write(row.name, row.content);
         int nRepCount = 0;
-        EXPECT_EQ(captions(loadreplist(dir.path() / c.name, nRepCount)), c.menu);
-        EXPECT_EQ(readfile(dir.path() / c.name), c.after);
+        EXPECT_EQ(captions(loadreplist(dir.path() / row.name, nRepCount)), row.menu);
+        EXPECT_EQ(readfile(dir.path() / row.name), row.after);
     }
-}
-
-TEST(RepMenu, UnwritableFileStillShowsTheDefaultSet)
-{
+    // A file that can't be written still shows the default set's name.
     TempDir dir;
     fs::create_directory(dir.path() / "locked");
     ::chmod((dir.path() / "locked").c_str(), 0555);
-    std::string menu = test::rununprivileged([&] {
-        int nRepCount = 0;
-        return captions(loadreplist(dir.path() / "locked" / "sets.ini", nRepCount));
-    });
-    EXPECT_EQ(menu, "Apple-To-PC=;-=;&New=;Replace &All of the Above=DoAllReps;Find &All of the Above=DoAllFinds;");
-    EXPECT_FALSE(fs::exists(dir.path() / "locked" / "sets.ini"));
+    EXPECT_EQ(test::rununprivileged([&] {
+                  int nRepCount = 0;
+                  return captions(loadreplist(dir.path() / "locked" / "sets.ini", nRepCount));
+              }),
+              "Apple-To-PC=;-=;&New=;" + kAllOfTheAbove);
+    EXPECT_EQ(loadedmessage(3, "/sets/dos.ini"), "3 replacements loaded from /sets/dos.ini.");
 }
 
 TEST(RepMenu, ListingLimitShortensTheMenu)
@@ -132,79 +124,56 @@ TEST(RepMenu, ListingLimitShortensTheMenu)
         file += "set-" + std::to_string(10000 + i) + "=a==>b\r\n";
     file += "Long-name-x=c==>d\r\nBeyond=e==>f\r\n";
     TempDir dir;
-    fs::path ini = dir.write("sets.ini", file);
     int nRepCount = 0;
-    std::vector<RepItem> menu = loadreplist(ini, nRepCount);
+    const std::vector<RepItem> menu = loadreplist(dir.write("sets.ini", file), nRepCount);
     ASSERT_EQ(menu.size(), 100u + 4u);
-    EXPECT_EQ(menu[0], (RepItem{"set-10000", "a==>b"}));
     EXPECT_EQ(menu[98], (RepItem{"set-10098", "a==>b"}));
     EXPECT_EQ(menu[99], (RepItem{"Long-nam", ""}));
     EXPECT_EQ(menu[100], (RepItem{"-", ""}));
-    EXPECT_EQ(readfile(ini), file);
 }
 
-TEST(RepCount, RaisedByUserKeysOnly)
+TEST(RepMenu, CountRaisedByUserKeysOnly)
 {
-    struct Case {
-        const char* what;
-        std::vector<std::string> files;   // key lines of each file, loaded in turn
-        int start;
-        int expected;
-    } cases[] = {
-        {"highest of any case", {"User-3=a\nuser-7=b\n"}, 0, 7},
-        {"never lowered by another file", {"User-12=a\n", "Other=b\n"}, 0, 12},
-        {"never lowered by a file", {"User-2=a\n"}, 5, 5},
-        {"no number counts 0", {"User-=a\nUser-x=b\nuser0=c\n"}, 0, 0},
-        {"digits at the head only", {"USER-5abc=a\nuser-1x9=b\n"}, 0, 5},
-        {"blanks before the digits", {"User- 4=a\n"}, 0, 4},
-        {"a negative number", {"User--3=a\n"}, 0, 0},
-        {"beyond an Integer", {"User-99999=a\nUser-40=b\n"}, 0, 40},
-        {"the largest Integer", {"User-32767=a\n"}, 0, 32767},
-        {"the dash is needed", {"User4=a\nUsers-5=b\n"}, 0, 0},
-        {"other names", {"Previous=a\nApple-To-PC=b\n"}, 3, 3},
+    const struct {
+        std::vector<std::string> files;  // key lines of each file, loaded in turn
+        int start, expected;
+    } rows[] = {
+        {{"User-3=a\nuser-7=b\n"}, 0, 7},
+        {{"User-12=a\n", "Other=b\n"}, 0, 12},
+        {{"User-2=a\n"}, 5, 5},
+        {{"User-=a\nUser-x=b\nuser0=c\nUser--3=d\nUser4=e\nUsers-5=f\n"}, 0, 0},
+        {{"USER-5abc=a\nuser-1x9=b\n"}, 0, 5},
+        {{"User- 4=a\n"}, 0, 4},
+        // Beyond an Integer counts nothing.
+        {{"User-99999=a\nUser-40=b\n"}, 0, 40},
+        {{"User-32767=a\n"}, 0, 32767},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.files));
         TempDir dir;
-        int nRepCount = c.start;
-        for (std::size_t i = 0; i < c.files.size(); ++i) {
-            fs::path ini = dir.write(std::to_string(i) + ".ini", "[Replacements]\n" + c.files[i]);
-            loadreplist(ini, nRepCount);
-        }
-        EXPECT_EQ(nRepCount, c.expected);
+        int nRepCount = row.start;
+        for (std::size_t i = 0; i < row.files.size(); ++i)
+            loadreplist(dir.write(std::to_string(i) + ".ini", "[Replacements]\n" + row.files[i]), nRepCount);
+        EXPECT_EQ(nRepCount, row.expected);
     }
 }
 
-TEST(RepSet, SplitAtTheFirstArrow)
+TEST(RepSet, SplitAtTheFirstArrowAndClickAction)
 {
-    struct Case {
+    const struct {
         std::string tag, find, replace;
-    } cases[] = {
-        {"a==>b", "a", "b"},
-        {" a  ==>  b ", "a", "b"},
-        {"a%20b==>c%20", "a%20b", "c%20"},
-        {"a==>b==>c", "a", "b==>c"},
-        {"a=b==>new", "a=b", "new"},
-        {"==>x", "", "x"},
-        {"x==>", "x", ""},
-        {"==>", "", ""},
-        {"no arrow ", "no arrow ", ""},
-        {"a=>b", "a=>b", ""},
+    } rows[] = {
+        {" a  ==>  b ", "a", "b"}, {"a==>b==>c", "a", "b==>c"}, {"a=b==>new", "a=b", "new"},
+        {"==>", "", ""}, {"no arrow ", "no arrow ", ""}, {"a=>b", "a=>b", ""},
     };
-    for (const Case& c : cases) {
-        RepPair pair = splitset(c.tag);
-        EXPECT_EQ(pair.find, c.find) << c.tag;
-        EXPECT_EQ(pair.replace, c.replace) << c.tag;
+    for (const auto& row : rows) {
+        const RepPair pair = splitset(row.tag);
+        EXPECT_EQ(pair.find + "|" + pair.replace, row.find + "|" + row.replace) << row.tag;
     }
-}
-
-TEST(RepSet, ClickActionByTag)
-{
     EXPECT_EQ(repaction(""), RepAction::New);
     EXPECT_EQ(repaction("DoAllReps"), RepAction::ReplaceAll);
     EXPECT_EQ(repaction("DoAllFinds"), RepAction::FindAll);
     EXPECT_EQ(repaction("doallreps"), RepAction::Pick);
-    EXPECT_EQ(repaction("a==>b"), RepAction::Pick);
 }
 
 std::vector<RepItem> menuof(const std::vector<std::string>& tags)
@@ -219,106 +188,82 @@ TEST(RepListRun, RunsTheSetsInMenuOrderUntilAStop)
 {
     TempDir dir;
     int nRepCount = 0;
-    std::vector<RepItem> opened =
-        loadreplist(dir.write("sets.ini", "[Replacements]\na=a==>1\nb=b==>2\nc=c==>3\n"), nRepCount);
+    const auto opened = loadreplist(dir.write("sets.ini", "[Replacements]\na=a==>1\nb=b==>2\n"), nRepCount);
     std::string first101;
     for (int i = 0; i <= 100; ++i)
         first101 += "s" + std::to_string(i) + ":x>y ";
-
-    struct Case {
+    const struct {
         const char* what;
         std::vector<RepItem> items;
-        int cancelafter;   // sets run before Cancel is pressed; -1: never
+        int cancelafter;  // sets run before Cancel is pressed; -1: never
         std::string ran;
-    } cases[] = {
-        {"the sets above the separator of a menu", opened, -1, "a:a>1 b:b>2 c:c>3 "},
+    } rows[] = {
+        {"the sets above the separator of a menu", opened, -1, "a:a>1 b:b>2 "},
         {"a set without value stops", menuof({"a==>1", "", "b==>2"}), -1, "s0:a>1 "},
-        {"Cancel during b", menuof({"a==>1", "b==>2", "c==>3"}), 2, "s0:a>1 s1:b>2 "},
+        {"Cancel after the second", menuof({"a==>1", "b==>2", "c==>3"}), 2, "s0:a>1 s1:b>2 "},
         {"Cancel before any", menuof({"a==>1"}), 0, ""},
         {"a set without arrow is all find", menuof({"abc", "d==>"}), -1, "s0:abc> s1:d> "},
         {"items 0 to 100 only", menuof(std::vector<std::string>(150, "x==>y")), -1, first101},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
         std::string ran;
         int count = 0;
-        std::size_t n = listrun(
-            c.items, [&] { return count == c.cancelafter; },
+        const std::size_t n = listrun(
+            row.items, [&] { return count == row.cancelafter; },
             [&](const RepItem& item, const RepPair& pair) {
                 ran += item.caption + ":" + pair.find + ">" + pair.replace + " ";
                 ++count;
             });
-        EXPECT_EQ(ran, c.ran);
+        EXPECT_EQ(ran, row.ran);
         EXPECT_EQ(n, static_cast<std::size_t>(count));
     }
 }
 
 TEST(RepSave, KeyAndValueFollowTheRules)
 {
-    struct Case {
+    const struct {
         const char* what;
-        const char* file;        // its name
-        std::string sName;
-        std::string text2, text3;
+        const char* file;
+        std::string sName, text2, text3;
         int nRepCount;
-        std::optional<std::string> answer;   // nullopt: no question may come
-        std::string offered;                 // the default answer shown
-        std::optional<std::string> tag;      // what saverep returns
-        std::string line;                    // the set's line in the file; "" none
-    } cases[] = {
-        {"a run saves Previous", "brindlex.ini", "", "a b", "c", 0, {}, "", "Previous", "Previous=a%20b==>c"},
-        {"a run with empty boxes", "brindlex.ini", "", "", "", 0, {}, "", "Previous", "Previous===>"},
+        std::optional<std::string> answer;  // nullopt: no question may come
+        std::string offered;
+        std::optional<std::string> tag;     // what saverep returns
+        std::string line;                   // the set's line in the file; "" none
+    } rows[] = {
+        {"a run with empty boxes saves Previous", "brindlex.ini", "", "", "", 0, {}, "", "Previous", "Previous===>"},
         {"a run into an opened file saves nothing", "sets.ini", "", "a", "b", 0, {}, "", {}, ""},
-        {"Previous offers a new number", "brindlex.ini", "Previous", "a", "b", 7, "User-8", "User-8", "User-8",
-         "User-8=a==>b"},
-        {"the start-up name is offered as it is", "brindlex.ini", "user0", "a", "b", 7, "user0", "user0", "user0",
-         "user0=a==>b"},
+        {"Previous offers a new number", "brindlex.ini", "Previous", "a", "b", 7, "User-8", "User-8", "User-8", "User-8=a==>b"},
+        {"the answer Previous", "brindlex.ini", "Previous", "a", "b", 0, "Previous", "User-1", "Previous", "Previous=a==>b"},
         {"a picked name is offered", "sets.ini", "mine", "a", "", 0, "mine", "mine", "mine", "mine=a==>"},
         {"an empty answer saves nothing", "brindlex.ini", "mine", "a", "b", 0, "", "mine", {}, ""},
-        {"= in a name becomes -", "sets.ini", "mine", "a", "b", 0, "a=b", "mine", "a-b", "a-b=a==>b"},
-        {"blanks at the ends stay in the name only", "sets.ini", "mine", "a", "b", 0, "  n m  ", "mine", "  n m  ",
-         "n m=a==>b"},
-        {"spaces of both boxes are stored as %20", "sets.ini", "x", " a  b", "c d ", 0, "x", "x", "x",
-         "x=%20a%20%20b==>c%20d%20"},
-        {"the answer Previous", "brindlex.ini", "Previous", "a", "b", 0, "Previous", "User-1", "Previous",
-         "Previous=a==>b"},
+        {"blanks at the ends stay in the name only", "sets.ini", "mine", "a", "b", 0, "  n m  ", "mine", "  n m  ", "n m=a==>b"},
+        {"spaces are stored as %20, = as -", "sets.ini", "x", " a  b", "c d ", 0, "a=b", "x", "a-b",
+         "a-b=%20a%20%20b==>c%20d%20"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
         TempDir dir;
-        fs::path ini = dir.path() / c.file;
+        const fs::path ini = dir.path() / row.file;
         std::string offered, prompt;
         auto ask = [&](const std::string& p, const std::string& d) {
-            if (!c.answer)
+            if (!row.answer)
                 ADD_FAILURE() << "unexpected question";
             prompt = p, offered = d;
-            return c.answer.value_or("");
+            return row.answer.value_or("");
         };
-        EXPECT_EQ(saverep(c.sName, c.text2, c.text3, ini, c.nRepCount, ask), c.tag);
-        EXPECT_EQ(offered, c.offered);
-        if (c.answer) {
-            EXPECT_EQ(prompt, "Name for \r\n\r\n" + c.text2 + "==>" + c.text3 + "\r\n\r\n?");
-        }
-        if (c.line.empty())
-            EXPECT_FALSE(fs::exists(ini));
-        else
-            EXPECT_EQ(readfile(ini), "[Replacements]\r\n" + c.line + "\r\n");
+        EXPECT_EQ(saverep(row.sName, row.text2, row.text3, ini, row.nRepCount, ask), row.tag);
+        EXPECT_EQ(offered, row.offered);
+        EXPECT_EQ(prompt, row.answer ? "Name for \r\n\r\n" + row.text2 + "==>" + row.text3 + "\r\n\r\n?" : "");
+        EXPECT_EQ(readfile(ini), row.line.empty() ? "" : "[Replacements]\r\n" + row.line + "\r\n");
+        EXPECT_EQ(fs::exists(ini), !row.line.empty());
     }
-}
-
-TEST(RepSave, SavingAnExistingNameReplacesItsSet)
-{
+    // Saving a name that is there replaces its set where it stands.
     TempDir dir;
-    fs::path ini = dir.write("sets.ini", "[Replacements]\nfirst=1==>2\nmine=old==>x\nlast=3==>4\n");
-    auto keep = [](const std::string&, const std::string& d) { return d; };
-    EXPECT_EQ(saverep("mine", "new", "y", ini, 0, keep), "mine");
+    const fs::path ini = dir.write("sets.ini", "[Replacements]\nfirst=1==>2\nmine=old==>x\nlast=3==>4\n");
+    EXPECT_EQ(saverep("mine", "new", "y", ini, 0, [](const std::string&, const std::string& d) { return d; }), "mine");
     EXPECT_EQ(readfile(ini), "[Replacements]\nfirst=1==>2\nmine=new==>y\nlast=3==>4\n");
-}
-
-TEST(RepMenu, CountMessage)
-{
-    EXPECT_EQ(loadedmessage(3, "/sets/dos.ini"), "3 replacements loaded from /sets/dos.ini.");
-    EXPECT_EQ(loadedmessage(0, ""), "0 replacements loaded from .");
 }
 
 }  // namespace
