@@ -141,6 +141,7 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
 
 CliHost::~CliHost()
 {
+    flushhits();
     if (tty_ >= 0)
         ::close(tty_);
 }
@@ -151,33 +152,74 @@ bool CliHost::openterminal()
     return tty_ >= 0;
 }
 
+void CliHost::showcontrols(bool bOn)
+{
+    if (bOn)
+        flushhits();
+}
+
 void CliHost::yield()
 {
     if (gInterrupted)
         bCancel = true;
 }
 
-// A file with millions of hits prints millions of lines: no printf here.
+// A file with millions of hits prints millions of lines: no printf, and no
+// stdio call per line either.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
 {
-    char line[32];
-    char* const end = line + sizeof line;
+    constexpr std::size_t kNumber = 24;   // tab, 20 digits at most, LF
+    const std::size_t most = sName.size() + kNumber;
+    if (!hits_)
+        hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
+    if (kHitBuffer - hitsUsed_ < most)
+        flushhits();
+    char* out = hits_.get() + hitsUsed_;
+    if (most <= kHitBuffer) {
+        std::memcpy(out, sName.data(), sName.size());
+        out += sName.size();
+    } else {
+        fwrite_unlocked(sName.data(), 1, sName.size(), stdout);   // a name longer than the buffer
+    }
+    char digits[kNumber];
+    char* const end = digits + sizeof digits;
     char* p = end;
     *--p = '\n';
+    // Two digits a step.
+    static constexpr char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
     auto v = static_cast<std::uint64_t>(lPos);
-    do {
-        *--p = static_cast<char>('0' + v % 10);
-        v /= 10;
-    } while (v != 0);
+    while (v >= 100) {
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * (v % 100), 2);
+        v /= 100;
+    }
+    if (v >= 10) {
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * v, 2);
+    } else {
+        *--p = static_cast<char>('0' + v);
+    }
     while (end - p < 10)   // nine digits at least, and the LF
         *--p = '0';
     *--p = '\t';
-    fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
-    fwrite_unlocked(p, 1, static_cast<std::size_t>(end - p), stdout);
+    std::memcpy(out, p, static_cast<std::size_t>(end - p));
+    out += end - p;
+    hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
+}
+
+void CliHost::flushhits()
+{
+    if (hitsUsed_ != 0)
+        fwrite_unlocked(hits_.get(), 1, hitsUsed_, stdout);
+    hitsUsed_ = 0;
 }
 
 void CliHost::message(const std::string& text)
 {
+    flushhits();
     std::fflush(stdout);
     const std::string line = oneline(text) + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
@@ -185,6 +227,7 @@ void CliHost::message(const std::string& text)
 
 Answer CliHost::question(const std::string& title, const std::string& text)
 {
+    flushhits();
     std::fflush(stdout);
     const std::string shown = title + "\n" + text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {

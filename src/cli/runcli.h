@@ -3,6 +3,8 @@
 // and the setting up of a run from a mask or a list of files.
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,17 +47,28 @@ public:
     // Opens /dev/tty for the questions of --ask; false with errno set.
     bool openterminal();
 
+    void showcontrols(bool bOn) override;
     void yield() override;
     void hit(const std::string& sName, std::int64_t lPos) override;
+    void hitcount(std::int64_t /*nHits*/) override {}
     void message(const std::string& text) override;
     Answer question(const std::string& title, const std::string& text) override;
     void addline(const std::string& line) override { lines.push_back(line); }
+    // The command line never shows a List1 size.
+    bool wantsizes() const override { return false; }
 
     std::vector<std::string> lines;
 
 private:
     bool writeall(const std::string& text);
+    // Hit lines gather here and go to stdout in large pieces: before any
+    // message or question, and when the run ends (the controls come on).
+    void flushhits();
+
     int tty_ = -1;
+    static constexpr std::size_t kHitBuffer = 1 << 16;
+    std::unique_ptr<char[]> hits_;
+    std::size_t hitsUsed_ = 0;
 };
 
 // Fills `request` from the options and the work directory (flags, log,

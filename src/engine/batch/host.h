@@ -37,12 +37,23 @@ public:
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
+    // Whether the lines need the files' true sizes. A host that never shows
+    // them says no, and the walk takes a regular file as its directory
+    // entry gives it, without a stat of its own (the size reads 0).
+    virtual bool wantsizes() const { return true; }
+
     // The run clears the hit list at its start.
     virtual void clearhits() {}
 
     // The run's status line: "none found", a file's path, a hit count, the
     // final count or "more than 1000".
     virtual void status(const std::string& /*caption*/) {}
+
+    // The hit count of the file in hand as the status line, after every
+    // return of the scan: the same as status() with the number in digits.
+    // A host that doesn't show it, or shows it only now and then, overrides
+    // this so that a run with millions of hits formats no number per hit.
+    virtual void hitcount(std::int64_t nHits) { status(std::to_string(nHits)); }
 
     // A hit: the file's name relative to the base directory and the hit's
     // 1-based position in the file as it was before replacing. Called for

@@ -24,10 +24,6 @@ constexpr std::int64_t kStep = 800;
 // file is scanned.
 constexpr std::int64_t kYieldBytes = 1 << 20;
 
-// Output writes shorter than this are gathered in the buffer.
-constexpr std::size_t kOutBuffer = 1 << 20;
-constexpr std::size_t kDirectWrite = 64 << 10;
-
 const std::array<unsigned char, 256>& foldtable()
 {
     static const std::array<unsigned char, 256> table = [] {
@@ -179,36 +175,50 @@ std::size_t PatternSearch::find(const unsigned char* data, std::size_t size, std
     return npos;
 }
 
-void OutputBuffer::write(std::string_view bytes)
+void OutputBuffer::writeslow(std::string_view bytes)
 {
     if (!ok())
         return;
     if (bytes.size() >= kDirectWrite) {
-        if (flush() && !sink_->write(bytes))
+        if (flush() && !sink_->write(bytes)) {
             ok_ = false;
+            room_ = 0;
+        }
         return;
     }
-    if (buf_.size() + bytes.size() > kOutBuffer && !flush())
+    if (used_ + bytes.size() > kBuffer && !flush())
         return;
-    if (buf_.capacity() < kOutBuffer)
-        buf_.reserve(kOutBuffer);
-    buf_.append(bytes);
+    if (!buf_) {
+        buf_ = std::make_unique_for_overwrite<char[]>(kBuffer);
+        room_ = kBuffer - used_;
+    }
+    std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
+    used_ += bytes.size();
+    room_ -= bytes.size();
 }
 
 bool OutputBuffer::flush()
 {
     if (!ok())
         return false;
-    if (!buf_.empty()) {
-        ok_ = sink_->write(buf_);
-        buf_.clear();
+    if (used_ != 0) {
+        ok_ = sink_->write(std::string_view(buf_.get(), used_));
+        used_ = 0;
+        room_ = ok_ && buf_ ? kBuffer : 0;
     }
     return ok_;
 }
 
 Scanner::Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
                  std::int64_t windowBytes)
-    : fd_(fd), lLen_(lLen), search_(sFind, bMatchCase), out_(out), host_(host),
+    : fd_(fd), lLen_(lLen), ownSearch_(sFind, bMatchCase), search_(ownSearch_), out_(out), host_(host),
+      window_(std::max<std::int64_t>(windowBytes, 1024))
+{
+}
+
+Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, Host& host,
+                 std::int64_t windowBytes)
+    : fd_(fd), lLen_(lLen), ownSearch_({}, true), search_(search), out_(out), host_(host),
       window_(std::max<std::int64_t>(windowBytes, 1024))
 {
 }
@@ -250,7 +260,21 @@ bool Scanner::yieldcheck()
     return !host_.bCancel;
 }
 
-void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
+inline void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
+{
+    // The bytes between two hits in the window: the run of a replace.
+    if (from0 >= wS_) [[likely]] {
+        if (to0 > from0) {
+            out_->write(std::string_view(reinterpret_cast<const char*>(buf_.get() + (from0 - wS_)),
+                                         static_cast<std::size_t>(to0 - from0)));
+            outPos_ = to0;
+        }
+        return;
+    }
+    emitbehind(from0, to0);
+}
+
+void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
 {
     // What lies behind the window (the start of a file whose output began
     // at its first hit) is read again in pieces.
@@ -367,38 +391,43 @@ std::string questiontext(const ScanHit& hit, std::string_view sFind)
     return text;
 }
 
-void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
+namespace {
+
+// The body of findnext, inlined into the loop of scanloop: a replace with
+// a hit every few dozen bytes spends most of its time here.
+[[gnu::always_inline]] inline void findnextinline(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
 {
     const auto nFindLen = static_cast<std::int64_t>(f.sFind.size());
     const std::int64_t s = lPos < 0 ? nFindLen - lPos : lPos + 1;
     ScanHit hit;
-    if (!f.scanner.next(s, hit)) {
+    if (!f.scanner.next(s, hit)) [[unlikely]] {
         if (f.nOut && !f.host.bCancel && !f.scanner.readfailed())
             f.scanner.emitrest();
         lPos = 0;
         return;
     }
     ++nHits;
-    const std::string_view fromHit = hit.sBuf.substr(hit.nAt - 1);
-    if ((f.nLogMode & 1) && f.log)
-        f.log->writelog("found   ", f.sFile, hit.lPos, fromHit);
+    if ((f.nLogMode & 1) && f.log) [[unlikely]]
+        f.log->writelog("found   ", f.sFile, hit.lPos, hit.sBuf.substr(hit.nAt - 1));
     lPos = hit.lPos;
     if (!f.nOut)
         return;
 
     f.scanner.emitupto(hit.lPos);
-    const std::string_view sMatch = fromHit.substr(0, f.sFind.size());
     Answer answer = Answer::Yes;
-    if (f.bAsk) {
+    if (f.bAsk) [[unlikely]] {
         answer = f.host.question(questiontitle(f.sFile, hit.lPos), questiontext(hit, f.sFind));
         if (answer == Answer::Cancel) {
             f.host.bCancel = true;
             return;
         }
     }
-    const std::string_view text = answer == Answer::No ? sMatch : f.sReplace;
+    // The bytes from the hit to the block's end: the matched bytes and what
+    // a log line shows behind the replacement.
+    const std::string_view fromHit = hit.sBuf.substr(hit.nAt - 1);
+    const std::string_view text = answer == Answer::No ? fromHit.substr(0, f.sFind.size()) : f.sReplace;
     f.nOut->write(text);
-    if ((f.nLogMode & 2) && f.log && answer != Answer::No && f.sReplace != f.sFind) {
+    if ((f.nLogMode & 2) && f.log && answer != Answer::No && f.sReplace != f.sFind) [[unlikely]] {
         std::string shown(f.sReplace.substr(0, kLogTextBytes));
         shown += fromHit.substr(f.sFind.size(), kLogTextBytes - shown.size());
         f.log->writelog("replaced", f.sFile, hit.lPos, shown);
@@ -408,16 +437,23 @@ void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
     lPos = -lPos;
 }
 
+}  // namespace
+
+void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
+{
+    findnextinline(f, lPos, nHits);
+}
+
 std::int64_t scanloop(ScanFile& f, const std::string& sName)
 {
     std::int64_t lPos = 0;
     std::int64_t nHits = 0;
     f.lLenChange = 0;
     do {
-        findnext(f, lPos, nHits);
+        findnextinline(f, lPos, nHits);
         if (lPos != 0)
-            f.host.hit(sName, std::llabs(lPos));
-        f.host.status(std::to_string(nHits));
+            f.host.hit(sName, lPos < 0 ? -lPos : lPos);
+        f.host.hitcount(nHits);
         f.host.yield();
     } while (lPos != 0 && !f.host.bCancel);
     return nHits;

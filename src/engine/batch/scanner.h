@@ -24,6 +24,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -71,17 +72,37 @@ public:
 
 // Buffers small writes into large ones; long spans go straight through.
 // After the first failed write everything else is dropped, so the length of
-// what arrived stays short and the length check refuses it.
+// what arrived stays short and the length check refuses it. A replace with a
+// hit every few dozen bytes writes twice per hit, so the common case (a
+// short span that fits) is a copy into the buffer, inline.
 class OutputBuffer {
 public:
+    // Writes shorter than kDirectWrite are gathered up to kBuffer bytes.
+    static constexpr std::size_t kBuffer = 1 << 20;
+    static constexpr std::size_t kDirectWrite = 64 << 10;
+
     explicit OutputBuffer(ByteSink* sink) : sink_(sink) {}
-    void write(std::string_view bytes);
+    void write(std::string_view bytes)
+    {
+        // room_ is 0 until the buffer exists and after a failed write.
+        if (bytes.size() <= room_ && bytes.size() < kDirectWrite) [[likely]] {
+            std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
+            used_ += bytes.size();
+            room_ -= bytes.size();
+            return;
+        }
+        writeslow(bytes);
+    }
     bool flush();
     bool ok() const { return ok_ && sink_ != nullptr; }
 
 private:
+    void writeslow(std::string_view bytes);
+
     ByteSink* sink_;
-    std::string buf_;
+    std::unique_ptr<char[]> buf_;
+    std::size_t used_ = 0;
+    std::size_t room_ = 0;
     bool ok_ = true;
 };
 
@@ -102,6 +123,12 @@ public:
     // `windowBytes` (at least 1024) is how much is read at a time.
     Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
             std::int64_t windowBytes = kDefaultWindow);
+    // The same with a search prepared once for a whole run; `search` must
+    // outlive the scanner.
+    Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, Host& host,
+            std::int64_t windowBytes = kDefaultWindow);
+    Scanner(const Scanner&) = delete;
+    Scanner& operator=(const Scanner&) = delete;
 
     static constexpr std::int64_t kDefaultWindow = 1 << 20;
 
@@ -128,11 +155,13 @@ public:
 private:
     bool load(std::int64_t from0);
     void emitrange(std::int64_t from0, std::int64_t to0);
+    void emitbehind(std::int64_t from0, std::int64_t to0);
     bool yieldcheck();
 
     int fd_;
     std::int64_t lLen_;
-    PatternSearch search_;
+    PatternSearch ownSearch_;
+    const PatternSearch& search_;
     OutputBuffer* out_;
     Host& host_;
     std::int64_t window_;

@@ -55,6 +55,7 @@ bool listlevel(const std::string& dirpath, std::string_view typedname, const std
     if (!dir.get())
         return true;
 
+    const bool sizes = host.wantsizes();
     std::string relname;
     while (const dirent* entry = ::readdir(dir.get())) {
         if (entry->d_type != DT_REG && entry->d_type != DT_LNK && entry->d_type != DT_UNKNOWN)
@@ -64,7 +65,8 @@ bool listlevel(const std::string& dirpath, std::string_view typedname, const std
         // Following a link lists a link to a regular file with the size of
         // what it points to; a name gone since readdir is passed over.
         struct stat st {};
-        if (::fstatat(dir.fd(), entry->d_name, &st, 0) != 0 || !S_ISREG(st.st_mode))
+        if ((sizes || entry->d_type != DT_REG)
+            && (::fstatat(dir.fd(), entry->d_name, &st, 0) != 0 || !S_ISREG(st.st_mode)))
             continue;
         host.yield();
         if (host.bCancel)

@@ -36,7 +36,10 @@ void WindowHost::flush()
         form.List2->addItems(pendingHits);
         pendingHits.clear();
     }
-    if (pendingStatus) {
+    if (pendingCount) {
+        setstatus(std::to_string(*pendingCount));
+        pendingCount.reset();
+    } else if (pendingStatus) {
         setstatus(*pendingStatus);
         pendingStatus.reset();
     }
@@ -110,6 +113,7 @@ void WindowHost::status(const std::string& caption)
     // behind that file, so the path is still seen as soon as a person could
     // see it, and a run over thousands of small files doesn't paint each.
     pendingStatus = caption;
+    pendingCount.reset();
     const bool count = !caption.empty() && std::all_of(caption.begin(), caption.end(),
                                                        [](char c) { return c >= '0' && c <= '9'; });
     if (count || std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)
@@ -117,6 +121,13 @@ void WindowHost::status(const std::string& caption)
     flush();
     form.Label5->repaint();
     lastPaint = std::chrono::steady_clock::now();
+}
+
+void WindowHost::hitcount(std::int64_t nHits)
+{
+    // As status() with the count: it waits for the next real yield.
+    pendingCount = nHits;
+    pendingStatus.reset();
 }
 
 void WindowHost::setstatus(const std::string& caption)

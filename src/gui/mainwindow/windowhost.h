@@ -45,6 +45,7 @@ public:
     void addline(const std::string& line) override;
     void clearhits() override;
     void status(const std::string& caption) override;
+    void hitcount(std::int64_t nHits) override;
     void hit(const std::string& sName, std::int64_t lPos) override;
     Answer question(const std::string& title, const std::string& text) override;
     void message(const std::string& text) override;
@@ -56,6 +57,8 @@ private:
     Form1& form;
     QStringList pendingHits;
     std::optional<std::string> pendingStatus;
+    // A hit count waiting to be painted; formatted only then.
+    std::optional<std::int64_t> pendingCount;
     std::chrono::steady_clock::time_point lastYield{};
     std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
