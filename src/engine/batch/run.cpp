@@ -20,8 +20,9 @@ namespace {
 // begin, every write fails and the length check refuses the file.
 class ReplaceSink : public ByteSink {
 public:
-    ReplaceSink(std::filesystem::path target, std::filesystem::path scratch)
-        : target_(std::move(target)), scratch_(std::move(scratch))
+    // Most files of a tree have no hit: the paths are made only when the
+    // first byte comes.
+    ReplaceSink(const std::string& target, const std::filesystem::path& scratch) : target_(target), scratch_(scratch)
     {
     }
 
@@ -40,8 +41,8 @@ public:
     SafeReplace* replace() { return replace_.get(); }
 
 private:
-    std::filesystem::path target_;
-    std::filesystem::path scratch_;
+    const std::string& target_;
+    const std::filesystem::path& scratch_;
     std::unique_ptr<SafeReplace> replace_;
     bool tried_ = false;
 };
@@ -81,6 +82,7 @@ RunResult findinfiles(const RunRequest& request, Host& host)
     if (bReplace && (request.nLogMode & 2))
         log.writelog("replace with  ", "", -1, sReplace);
 
+    const PatternSearch search(sFind, bMatchCase);
     const bool bAsk = request.bAsk;
     bool bAll = true;
     for (std::size_t i = 0; i < request.lines.size(); ++i) {
@@ -111,7 +113,7 @@ RunResult findinfiles(const RunRequest& request, Host& host)
             nOut.emplace(&*sink);
         }
         OutputBuffer* out = nOut ? &*nOut : nullptr;
-        Scanner scanner(file.fd.get(), file.size(), sFind, bMatchCase, out, host);
+        Scanner scanner(file.fd.get(), file.size(), search, out, host);
         ScanFile scan {.scanner = scanner, .sFile = sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
                        .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
         const std::int64_t nHits = scanloop(scan, sName);
@@ -134,13 +136,16 @@ RunResult findinfiles(const RunRequest& request, Host& host)
         // one plus what the hits added or took away.
         const bool written = nOut->flush() && sink->begun();
         const std::optional<std::int64_t> lOld = lengthof(sFile);
-        if (!written || !lOld || sink->replace()->writtenlength() - *lOld - scan.lLenChange != 0) {
+        const std::int64_t lNew = written ? sink->replace()->writtenlength() : -1;
+        if (!written || !lOld || lNew - *lOld - scan.lLenChange != 0) {
             host.message("Cannot replace! ERROR in file lengths for " + sFile);
             result.failures = true;
             continue;
         }
         const Error copied = sink->replace()->commit();
-        host.lineupdated(i, list1line(sName, lengthof(sFile).value_or(0), true));
+        // In place, the file is as long as its new content; after a failure
+        // it is looked at again.
+        host.lineupdated(i, list1line(sName, copied ? lengthof(sFile).value_or(0) : lNew, true));
         if (copied) {
             host.message(copyfailuremessage(copied, request.sScratch.string(), sFile));
             result.failures = true;

@@ -58,7 +58,9 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out)
         return notregular(sFile);
 
     // O_NONBLOCK: should a FIFO take the name's place after the look above,
-    // the open still returns at once instead of waiting for a writer.
+    // the open still returns at once instead of waiting for a writer. The
+    // flag stays: reads of a regular file never wait on it, and were the
+    // descriptor anything else, a read could not hang either.
     FileHandle fd(::open(sFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (!fd.valid())
         return errorfromerrno(errno, sFile);
@@ -66,9 +68,6 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out)
         return errorfromerrno(errno, sFile);
     if (!S_ISREG(out.st.st_mode))
         return notregular(sFile);
-    int flags = ::fcntl(fd.get(), F_GETFL);
-    if (flags >= 0)
-        ::fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK);
     out.fd = std::move(fd);
     return {};
 }
