@@ -173,6 +173,8 @@ Error SafeReplace::Impl::copyxattrs()
     ssize_t size = checked("listxattr", [&] { return ::llistxattr(target.c_str(), nullptr, 0); });
     if (size < 0)
         return errno == ENOTSUP ? Error{} : errorfromerrno(errno, target);
+    if (size == 0)
+        return {};   // no attributes: nothing to read or copy
     std::string names(static_cast<std::size_t>(size), '\0');
     size = ::llistxattr(target.c_str(), names.data(), names.size());
     if (size < 0)
@@ -359,26 +361,21 @@ std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs
     if ((error = impl->opendir(parent.empty() ? fs::path(".") : parent)))
         return nullptr;
 
-    // O_PATH with O_NOFOLLOW: the name itself, never a link's target nor a
-    // FIFO opened for reading, and no read permission needed to check it.
-    int fd = checked("open-original", [&] {
-        return ::openat(impl->dir.get(), impl->name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    // The name itself, never a link's target, looked at in the directory
+    // just opened: nothing is opened, so neither a FIFO nor a device is, and
+    // no read permission is needed to check it.
+    const int rc = checked("fstat-original", [&] {
+        return ::fstatat(impl->dir.get(), impl->name.c_str(), &impl->st, AT_SYMLINK_NOFOLLOW);
     });
-    if (fd < 0 && errno == ENOENT && missing == Missing::Create) {
+    if (rc != 0 && errno == ENOENT && missing == Missing::Create) {
         impl->exists = false;
-    } else if (fd < 0) {
+        impl->st = {};
+    } else if (rc != 0) {
         error = errorfromerrno(errno, impl->target);
         return nullptr;
-    } else {
-        FileHandle original(fd);
-        if (checked("fstat-original", [&] { return ::fstat(original.get(), &impl->st); }) != 0) {
-            error = errorfromerrno(errno, impl->target);
-            return nullptr;
-        }
-        if (!S_ISREG(impl->st.st_mode)) {
-            error = Error{EINVAL, "Not a regular file", impl->target};
-            return nullptr;
-        }
+    } else if (!S_ISREG(impl->st.st_mode)) {
+        error = Error{EINVAL, "Not a regular file", impl->target};
+        return nullptr;
     }
 
     const bool writable = !impl->exists
