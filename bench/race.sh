@@ -4,6 +4,11 @@
 #
 #   bash bench/race.sh [path/to/brindlex-cli]
 #
+# Variables: RACE_RUNS (runs per command, 5), RACE_ONLY (a regular
+# expression of the race names to run), RACE_CORPUS (a directory that keeps
+# the corpus from one call to the next), BRINDLEX_BUILD (a build tree whose
+# brindlex-cli is raced when no path is given).
+#
 # Without an argument a Release build is made in build-bench. The corpus
 # lives in a temporary directory on /dev/shm (about 4.5 GiB with the pristine
 # copies that every replace is restored from) and is removed at the end.
@@ -12,6 +17,11 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 cli=${1:-}
+if [ -z "$cli" ] && [ -n "${BRINDLEX_BUILD:-}" ]; then
+  # An existing build tree: brought up to date and its brindlex-cli taken.
+  cmake --build "$BRINDLEX_BUILD" --target brindlex-cli >/dev/null
+  cli=$BRINDLEX_BUILD/src/cli/brindlex-cli
+fi
 if [ -z "$cli" ]; then
   cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRINDLEX_GUI=OFF >/dev/null
   cmake --build build-bench --target brindlex-cli >/dev/null
@@ -24,14 +34,22 @@ done
 
 base=/dev/shm
 [ -d "$base" ] && [ -w "$base" ] || base=${TMPDIR:-/tmp}
-corpus=$(mktemp -d "$base/brindlex-race-XXXXXX")
-trap 'rm -rf "$corpus"' EXIT
+# RACE_CORPUS names a directory that keeps the corpus between races: it is
+# made on the first run and reused (not removed) afterwards.
+if [ -n "${RACE_CORPUS:-}" ]; then
+  corpus=$RACE_CORPUS
+  mkdir -p "$corpus"
+else
+  corpus=$(mktemp -d "$base/brindlex-race-XXXXXX")
+  trap 'rm -rf "$corpus"' EXIT
+fi
 export BRINDLEX_TEMP="$corpus/work"
 runs=${RACE_RUNS:-5}
 pat='QzXkPwVb'      # 8 bytes, letters only, so that folding has work to do
 rep='Rr_replaced'
 
 echo "corpus in $corpus"
+if [ ! -e "$corpus/tree.orig" ]; then
 python3 - "$corpus" "$pat" <<'EOF'
 import os, random, sys
 root, pat = sys.argv[1], sys.argv[2].encode()
@@ -80,12 +98,15 @@ EOF
 cp "$corpus/big.bin" "$corpus/big.orig"
 cp "$corpus/text.txt" "$corpus/text.orig"
 cp -a "$corpus/tree" "$corpus/tree.orig"
+fi
 du -sh "$corpus"/big.bin "$corpus"/text.txt "$corpus"/tree
 
 # race NAME GOAL-KIND GOAL OURS-CMD PEER-NAME PEER-CMD... [-- PREPARE]
 #   GOAL-KIND "le": ours/peer must be at most GOAL; "speedup": peer/ours at least GOAL.
 race() {
   local name=$1 kind=$2 goal=$3 prepare=$4; shift 4
+  # RACE_ONLY: a regular expression of the races to run (all by default).
+  [[ $name =~ ${RACE_ONLY:-.} ]] || return 0
   local json="$corpus/$name.json"
   local args=(--warmup 1 --runs "$runs" --style none --export-json "$json")
   [ -n "$prepare" ] && args+=(--prepare "$prepare")
