@@ -84,7 +84,11 @@ public:
     explicit OutputBuffer(ByteSink* sink) : sink_(sink) {}
     void write(std::string_view bytes)
     {
-        // room_ is 0 until the buffer exists and after a failed write.
+        // room_ is 0 until the buffer exists and after a failed write. An
+        // empty replacement may come with a null data pointer, which memcpy
+        // must never see.
+        if (bytes.empty())
+            return;
         if (bytes.size() <= room_ && bytes.size() < kDirectWrite) [[likely]] {
             std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
             used_ += bytes.size();
