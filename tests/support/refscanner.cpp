@@ -1,6 +1,8 @@
 #include "refscanner.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "pattern/notation.h"
 
@@ -26,54 +28,49 @@ struct Model {
     RefResult& r;
     std::size_t nextAnswer = 0;
 
-    // One call of the scan to the next hit or the end of the file.
+    // To the next hit or the file's end. lPos in and out: 0 at the start and
+    // the end, p after a find's hit (restart p + 1), -p after a replace's
+    // (restart p + the pattern's length).
     void findnext(std::int64_t& lPos)
     {
         const std::string& sFind = scan.sFind;
         const auto nFindLen = static_cast<std::int64_t>(sFind.size());
-        if (lPos < 0)
-            lPos = nFindLen - lPos;
-        else
-            lPos = lPos + 1;
+        lPos = lPos < 0 ? nFindLen - lPos : lPos + 1;
         const auto lLen = static_cast<std::int64_t>(content.size());
-        const std::int64_t lLimit = lLen + 2 - nFindLen;
-        std::int64_t nAt = 0;
-        while (lPos <= lLen && nAt == 0 && !r.bCancel) {
+        while (lPos <= lLen) {
             const std::string sBuf = content.substr(static_cast<std::size_t>(lPos - 1), 1000);
             std::string searched = sBuf;
             if (!scan.bMatchCase)
                 uppercase(searched);
             const std::size_t at = searched.find(sFind);
-            nAt = at == std::string::npos ? 0 : static_cast<std::int64_t>(at) + 1;
-            if (nAt + lPos > lLimit)
-                nAt = 0;
+            const std::int64_t nAt = at == std::string::npos ? 0 : static_cast<std::int64_t>(at) + 1;
             std::string sBefore;
-            std::string sMatch;
             if (nAt != 0) {
                 ++r.nHits;
-                sBefore = sBuf.substr(0, static_cast<std::size_t>(nAt - 1));
-                sMatch = sBuf.substr(static_cast<std::size_t>(nAt - 1), sFind.size());
+                sBefore = sBuf.substr(0, at);
                 if (scan.nLogMode & 1)
-                    r.log += reflogline("found   ", scan.sFile, lPos + nAt - 1, sBuf.substr(static_cast<std::size_t>(nAt - 1)));
+                    r.log += reflogline("found   ", scan.sFile, lPos + nAt - 1, sBuf.substr(at));
             } else if (lPos + 800 < lLen) {
                 sBefore = sBuf.substr(0, 800);
             } else {
                 sBefore = content.substr(static_cast<std::size_t>(lPos - 1));
             }
             lPos += static_cast<std::int64_t>(sBefore.size());
-            if (!scan.bReplace)
-                continue;
-            r.output += sBefore;
+            if (scan.bReplace)
+                r.output += sBefore;
             if (nAt == 0)
                 continue;
+            if (!scan.bReplace)
+                return;
 
-            const std::string sAfter = sBuf.substr(std::min(sBuf.size(), static_cast<std::size_t>(nAt - 1 + nFindLen)));
+            const std::string sMatch = sBuf.substr(at, sFind.size());
+            const std::string sAfter = sBuf.substr(std::min(sBuf.size(), at + sFind.size()));
             Answer answer = Answer::Yes;
             if (scan.bAsk) {
                 const std::string title = scan.sFile + " byte " + std::to_string(lPos);
                 const std::string last50 = sBefore.size() > 50 ? sBefore.substr(sBefore.size() - 50) : sBefore;
-                const std::string text = "Replace " + sCRLF + last50 + sCRLF + sCRLF + sFind + "?" + " " + sAfter.substr(0, 20);
-                r.events += questionevent(title, text);
+                r.events += questionevent(title, "Replace " + sCRLF + last50 + sCRLF + sCRLF + sFind + "? " +
+                                                     sAfter.substr(0, 20));
                 if (nextAnswer < scan.answers.size())
                     answer = scan.answers[nextAnswer++];
                 if (answer == Answer::Cancel) {
@@ -89,8 +86,7 @@ struct Model {
             lPos = -lPos;
             return;
         }
-        if (nAt == 0)
-            lPos = 0;
+        lPos = 0;
     }
 };
 
@@ -116,7 +112,7 @@ RefResult refscanfile(const std::string& content, const RefScan& scan)
     do {
         m.findnext(lPos);
         if (lPos != 0)
-            r.events += hitevent(scan.sName, lPos < 0 ? -lPos : lPos);
+            r.events += hitevent(scan.sName, std::abs(lPos));
         r.events += statusevent(std::to_string(r.nHits));
     } while (lPos != 0 && !r.bCancel);
     return r;

@@ -1,9 +1,7 @@
 // A literal model of the block scan, for checking the fast scanner: each
-// call reads 1000 bytes at lPos from the content, searches them (upper-cased
-// when case is folded), moves on by 800 without a hit, and streams what it
-// passes into the output of a replace, one step after another as the run's
-// file loop, the hit steps and the log lines are laid down. Slow and plain
-// on purpose.
+// step reads 1000 bytes at lPos, searches them (upper-cased when case is
+// folded) and moves on by 800 without a hit; a replace streams what the
+// steps pass. Slow and plain on purpose.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +36,7 @@ struct RefResult {
 
 RefResult refscanfile(const std::string& content, const RefScan& scan);
 
-// The event lines of the model, shared by the tests that record a host.
+// The event lines of the model, for a host that records the fast scanner.
 std::string hitevent(const std::string& sName, std::int64_t lPos);
 std::string statusevent(const std::string& caption);
 std::string questionevent(const std::string& title, const std::string& text);
