@@ -1,15 +1,12 @@
-// The window, Form1, driven through its real widgets: start-up, the surface,
-// the file list, Find All and Replace with their questions, messages and
-// Cancel, the hit list's limit, the Enter chain, the log, the help box and
-// the Replacements menu. Every test gets a private world of temporary
-// directories, and every dialog is answered by a ScriptedDialogs.
+// The window driven through its real widgets. Each test gets a private world
+// of temporary directories, and every dialog is answered by a ScriptedDialogs
+// so that no test waits for a person.
 #include <QtTest>
 #include <QtWidgets>
 
 #include <memory>
 
 #include "mainwindow/form1.h"
-#include "mainwindow/tabstopdelegate.h"
 #include "mainwindow/windowhost.h"
 #include "pattern/notation.h"
 #include "seam/dialogs.h"
@@ -42,52 +39,39 @@ QByteArray readfile(const QString& path)
 }
 
 // List lines built apart from the program's own formatting.
-QString sized(const QString& name, int size)
-{
-    return name + '\t' + QStringLiteral("%1").arg(size, 8, 10, QLatin1Char('0'));
-}
-QString hitline(const QString& name, qint64 pos)
-{
-    return name + '\t' + QStringLiteral("%1").arg(pos, 9, 10, QLatin1Char('0'));
-}
+QString sized(const QString& name, int size) { return name + '\t' + QString::number(size).rightJustified(8, '0'); }
+QString hitline(const QString& name, int pos) { return name + '\t' + QString::number(pos).rightJustified(9, '0'); }
 
-// The current directory holds the user's files; BRINDLEX_TEMP and
-// XDG_CONFIG_HOME point into the same temporary directory.
+// The user's files in the current directory, the work and configuration
+// directories beside them: nothing of the real user's is touched.
 class World {
 public:
     World()
     {
         QDir(root.path()).mkpath("files");
-        QDir(root.path()).mkpath("config");
-        qputenv("BRINDLEX_TEMP", workdir().toLocal8Bit());
+        qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
         qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
         QDir::setCurrent(files());
     }
     ~World() { QDir::setCurrent(previous); }
 
     QString files() const { return root.path() + "/files"; }
-    QString workdir() const { return root.path() + "/work"; }
-    QString logfile() const { return workdir() + "/brindlex.log.txt"; }
+    QString logfile() const { return root.path() + "/work/brindlex.log.txt"; }
     QString defaultini() const { return root.path() + "/config/brindlex/brindlex.ini"; }
+    QString setsini() const { return root.path() + "/sets.ini"; }
     QString file(const QString& relative) const { return files() + '/' + relative; }
     QString write(const QString& relative, const QByteArray& bytes) const { return writefile(file(relative), bytes); }
-    // "@" in an expectation stands for the directory of the user's files.
-    QString at(QString s) const { return s.replace('@', files()); }
 
     // Shown and active before it loads, so that focus and keys behave as for
     // a user and a test can watch the start-up itself.
-    std::unique_ptr<Form1> open()
+    std::unique_ptr<Form1> start(bool load = true)
     {
         auto form = std::make_unique<Form1>();
         form->show();
         if (!QTest::qWaitForWindowActive(form.get()))
             qFatal("window not active");
-        return form;
-    }
-    std::unique_ptr<Form1> start(const QString& command = QString())
-    {
-        auto form = open();
-        form->Form_Load(fromwidget(command));
+        if (load)
+            form->Form_Load({});
         return form;
     }
 
@@ -106,16 +90,13 @@ void setrun(Form1& form, const QString& find, const QString& replace = {}, bool 
     form.chkAsk->setChecked(ask);
 }
 
-// A press of the Cancel button, or of Esc, waits in the event queue and
-// comes in at the next real yield of whatever runs then.
+// Queued, the press comes in at the next real yield of whatever runs then, as
+// a user's click during a walk or run does.
 void cancellater(Form1& form, bool byKey = false)
 {
-    QMetaObject::invokeMethod(
-        &form,
-        [&form, byKey] {
-            byKey ? QTest::keyClick(&form, Qt::Key_Escape) : QTest::mouseClick(form.cmd[3], Qt::LeftButton);
-        },
-        Qt::QueuedConnection);
+    QMetaObject::invokeMethod(&form, [&form, byKey] {
+        byKey ? QTest::keyClick(&form, Qt::Key_Escape) : QTest::mouseClick(form.cmd[3], Qt::LeftButton);
+    }, Qt::QueuedConnection);
 }
 
 bool idle(const Form1& form)
@@ -124,8 +105,8 @@ bool idle(const Form1& form)
            && form.List1->isEnabled() && form.Text1->isEnabled() && !form.busy();
 }
 
-// The Replacements menu as the user sees it, "caption|tag" an item and a
-// separator as "-"; a misnamed item or a separator with text shows as such.
+// "caption|tag" per item; a misnamed item or a separator with text shows up,
+// since the program finds its items by name.
 QStringList shown(const Form1& form)
 {
     QStringList out;
@@ -147,538 +128,419 @@ void click(const Form1& form, const QString& caption)
     QFAIL(qPrintable("no item " + caption));
 }
 
-QString tag(const Form1& form)
+void opensets(World& world, Form1& form, const QByteArray& sets)
 {
-    return form.mnuRepl->property("Tag").toString();
+    world.dialogs.files = {writefile(world.setsini(), sets)};
+    form.mnuOpenRepFile->trigger();
+}
+
+QString current(const Form1& form)
+{
+    return form.mnuRepl->property("Tag").toString() + '|' + form.Text2->text() + '|' + form.Text3->text();
 }
 
 const QStringList kDefaultMenu{"Apple-To-PC|%0D==>%0D%0A", "-|", "&New|"};
 
-// The rows of the data-driven tests.
 struct StartRow { QString command, text1; QStringList list1; int listings; };
 struct ListRow { QString mask; bool subdirs, cancel; QString base; QStringList list1; };
-struct FindRow { QString pattern; bool matchCase, convertHex; int select; QStringList hits; QString status; };
-struct AskRow { QList<Reply> replies; QByteArray first, second; QString star; bool cancelled; };
-struct SaveRow { QString before, find, answer, pair, offered, key, line; };
-struct ListRunRow { QString item; bool cancelAtB; QByteArray after; QString last; int hit; };
+struct AskRow { QList<Reply> replies; QByteArray first, second; QString star; };
 
 }  // namespace
 
 Q_DECLARE_METATYPE(StartRow)
 Q_DECLARE_METATYPE(ListRow)
-Q_DECLARE_METATYPE(FindRow)
 Q_DECLARE_METATYPE(AskRow)
-Q_DECLARE_METATYPE(SaveRow)
-Q_DECLARE_METATYPE(ListRunRow)
 
 class Form1Test : public QObject {
     Q_OBJECT
 
 private slots:
-    void startup_data();
-    void startup();
-    void surface();
-    void listing_data();
-    void listing();
-    void lblDirAsksForDirectory();
-    void findAll_data();
-    void findAll();
-    void question_data();
-    void question();
-    void messages();
-    void hitListLimit_data();
-    void hitListLimit();
-    void enterChain();
-    void logOptions();
-    void help();
-    void menuOfEachFile();
-    void saveByName_data();
-    void saveByName();
-    void listRun_data();
-    void listRun();
-};
+    void startup_data()
+    {
+        QTest::addColumn<StartRow>("row");
+        QTest::newRow("no command") << StartRow{"", "*.*", {sized("a.txt", 1), sized("b.txt", 3)}, 1};
+        QTest::newRow("one file") << StartRow{"b.txt", "b.txt", {sized("b.txt", 3)}, 1};
+        // Blanks and quotes stay in the mask box as typed; finding nothing,
+        // the start-up lists a second time.
+        QTest::newRow("nothing by that name") << StartRow{"\"no such\" file", "\"no such\" file", {}, 2};
+    }
 
-void Form1Test::startup_data()
-{
-    QTest::addColumn<StartRow>("row");
-    QTest::newRow("no command") << StartRow{"", "@/*.*", {sized("a.txt", 1), sized("b.txt", 3)}, 1};
-    QTest::newRow("one file") << StartRow{"b.txt", "@/b.txt", {sized("b.txt", 3)}, 1};
-    QTest::newRow("a directory") << StartRow{"sub", "@/sub/*.*", {sized("deep.txt", 4)}, 1};
-    // Blanks and quotes stay in the mask box as typed; finding nothing, the
-    // start-up lists a second time.
-    QTest::newRow("nothing by that name") << StartRow{"\"no such\" file", "@/\"no such\" file", {}, 2};
-}
+    void startup()
+    {
+        QFETCH(StartRow, row);
+        World world;
+        world.write("a.txt", "a");
+        world.write("b.txt", "bbb");
+        writefile(world.logfile(), "from the last start\r\n");
+        auto form = world.start(false);
+        // Every listing begins by emptying List1.
+        QSignalSpy cleared(form->List1->model(), &QAbstractItemModel::modelReset);
+        form->Form_Load(fromwidget(row.command));
+        QCOMPARE(form->windowTitle(), QStringLiteral("Brindlex for Windows Version 2.0h"));
+        QVERIFY(!QFileInfo::exists(world.logfile()));
+        QCOMPARE(form->Text1->text(), world.file(row.text1));
+        QCOMPARE(lines(form->List1), row.list1);
+        QCOMPARE(cleared.count(), row.listings);
+        // Current but not selected: a selection would narrow the next run.
+        QCOMPARE(form->List1->currentRow(), row.command.isEmpty() || row.list1.isEmpty() ? -1 : 0);
+        QVERIFY(form->List1->selectedItems().isEmpty());
+        QCOMPARE(QApplication::focusWidget(), form->Text1);
+        QVERIFY(idle(*form));
+    }
 
-void Form1Test::startup()
-{
-    QFETCH(StartRow, row);
-    World world;
-    world.write("a.txt", "a");
-    world.write("b.txt", "bbb");
-    world.write("sub/deep.txt", "dddd");
-    writefile(world.logfile(), "from the last start\r\n");
-    auto form = world.open();
-    // Every listing begins by emptying List1.
-    QSignalSpy cleared(form->List1->model(), &QAbstractItemModel::modelReset);
-    form->Form_Load(fromwidget(row.command));
-    QCOMPARE(form->windowTitle(), QStringLiteral("Brindlex for Windows Version 2.0h"));
-    QVERIFY(!QFileInfo::exists(world.logfile()));
-    QCOMPARE(form->Text1->text(), world.at(row.text1));
-    QCOMPARE(lines(form->List1), row.list1);
-    QCOMPARE(cleared.count(), row.listings);
-    // A command's first line becomes current but not selected: a selection
-    // would narrow the next run to that file.
-    QCOMPARE(form->List1->currentRow(), row.command.isEmpty() || row.list1.isEmpty() ? -1 : 0);
-    QVERIFY(form->List1->selectedItems().isEmpty());
-    QCOMPARE(QApplication::focusWidget(), form->Text1);
-    QVERIFY(idle(*form));
-    QVERIFY(world.dialogs.records.empty());
-}
-
-void Form1Test::surface()
-{
-    World world;
-    auto form = world.start();
-    // name|caption|enabled|checked, -1 when not checkable
-    const QStringList expected{
-        "Label1|File(s)|1|-1", "Text1|@/*.*|1|-1", "cmd_2|Dir|1|-1", "chkIncludeSubs|Include Subdirectories|1|0",
-        "Label6|Find|1|-1", "Text2||1|-1", "cmd_0|Find All|1|-1", "Label3|Replace|1|-1", "Text3||1|-1",
-        "cmd_1|Replace|1|-1", "chkCase|Match Case|1|0", "chkAsk|Ask on Replace|1|0", "cmd_3|Cancel|0|-1",
-        "lblDir|@/|1|-1", "Label2|Size|1|-1", "List1||1|-1", "Label5|____|1|-1", "Label4|Location|1|-1",
-        "List2||1|-1", "mnuFile|&File|1|-1", "mnuOpenRepFile|&Open Replacements File|1|-1",
-        "mnuEdit|&Edit Using Notepad|1|-1", "mnuEdit2|E&dit Using Notepad|1|-1", "mnuExit|E&xit|1|-1",
-        "mnuopt|&Options|1|-1", "mnuConvertHex|&Convert \"<nn>\" to \"%nn\" in Search|1|1",
-        "mnuOptLog0|Log &Finds|1|0", "mnuOptLog1|Log &Replaces|1|0", "mnuOptViewLog|&View Log File|1|-1",
-        "mnuoptKillLog|&Delete Log File|0|-1", "mnuDumpInt4|Dump &Int4 File|1|-1", "mnuRepl|&Replacements|1|-1",
-        "mnuRep0|Apple-To-PC|1|-1", "mnuRep1||1|-1", "mnuRep2|&New|1|-1", "mnuHelp|&Help|1|-1"};
-    QStringList actual;
-    for (const QString& row : expected) {
-        const QString name = row.section('|', 0, 0);
-        QString caption = "<missing>";
-        bool enabled = false;
-        int checked = -1;
-        if (auto* action = form->findChild<QAction*>(name)) {
-            caption = action->text();
-            enabled = action->isEnabled();
-            checked = action->isCheckable() ? int(action->isChecked()) : -1;
-        } else if (auto* widget = form->findChild<QWidget*>(name)) {
-            caption = widget->property("text").toString();
-            enabled = widget->isEnabled();
-            if (auto* box = qobject_cast<QCheckBox*>(widget))
-                checked = int(box->isChecked());
+    void surface()
+    {
+        World world;
+        auto form = world.start();
+        // name|caption|enabled|checked, -1 when not checkable; "@" the directory of the files
+        const QStringList expected{
+            "Label1|File(s)|1|-1", "Text1|@/*.*|1|-1", "cmd_2|Dir|1|-1", "chkIncludeSubs|Include Subdirectories|1|0",
+            "Label6|Find|1|-1", "Text2||1|-1", "cmd_0|Find All|1|-1", "Label3|Replace|1|-1", "Text3||1|-1",
+            "cmd_1|Replace|1|-1", "chkCase|Match Case|1|0", "chkAsk|Ask on Replace|1|0", "cmd_3|Cancel|0|-1",
+            "lblDir|@/|1|-1", "Label2|Size|1|-1", "List1||1|-1", "Label5|____|1|-1", "Label4|Location|1|-1",
+            "List2||1|-1", "mnuFile|&File|1|-1", "mnuOpenRepFile|&Open Replacements File|1|-1",
+            "mnuEdit|&Edit Using Notepad|1|-1", "mnuEdit2|E&dit Using Notepad|1|-1", "mnuExit|E&xit|1|-1",
+            "mnuopt|&Options|1|-1", "mnuConvertHex|&Convert \"<nn>\" to \"%nn\" in Search|1|1",
+            "mnuOptLog0|Log &Finds|1|0", "mnuOptLog1|Log &Replaces|1|0", "mnuOptViewLog|&View Log File|1|-1",
+            "mnuoptKillLog|&Delete Log File|0|-1", "mnuDumpInt4|Dump &Int4 File|1|-1", "mnuRepl|&Replacements|1|-1",
+            "mnuRep0|Apple-To-PC|1|-1", "mnuRep1||1|-1", "mnuRep2|&New|1|-1", "mnuHelp|&Help|1|-1"};
+        QStringList actual;
+        for (const QString& row : expected) {
+            const QString name = row.section('|', 0, 0);
+            // A menu's action before the menu: the action carries the caption.
+            QObject* o = form->findChild<QAction*>(name);
+            o = o ? o : form->findChild<QWidget*>(name);
+            const int checked = o && o->property("checkable").toBool() ? o->property("checked").toBool() : -1;
+            actual << (o ? QStringList{name, o->property("text").toString(),
+                                       QString::number(o->property("enabled").toBool()), QString::number(checked)}
+                               .join('|')
+                         : name + "|<missing>");
         }
-        actual << name + '|' + caption + '|' + QString::number(enabled) + '|' + QString::number(checked);
+        QCOMPARE(actual.join('\n'), expected.join('\n').replace('@', world.files()));
+
+        const QStringList order{"Text1", "Text2", "Text3", "cmd_0", "cmd_1", "cmd_2",
+                                "List1", "List2", "chkCase", "chkAsk", "cmd_3", "chkIncludeSubs"};
+        QStringList chain;
+        for (QWidget* w = form->Text1; chain.size() < order.size(); w = w->nextInFocusChain())
+            if (order.contains(w->objectName()))
+                chain << w->objectName();
+        QCOMPARE(chain, order);
+
+        // One row of the design's geometry, given in twips.
+        auto px = [](int twips, int dpi) { return (twips * dpi + 720) / 1440; };
+        const int dx = form->logicalDpiX(), dy = form->logicalDpiY();
+        QCOMPARE(form->List1->geometry(), QRect(px(135, dx), px(2385, dy), px(6480, dx), px(1980, dy)));
     }
-    QCOMPARE(actual.join('\n'), world.at(expected.join('\n')));
 
-    const QStringList order{"Text1", "Text2", "Text3", "cmd_0", "cmd_1", "cmd_2",
-                            "List1", "List2", "chkCase", "chkAsk", "cmd_3", "chkIncludeSubs"};
-    QStringList chain;
-    for (QWidget* w = form->Text1; chain.size() < order.size(); w = w->nextInFocusChain())
-        if (order.contains(w->objectName()))
-            chain << w->objectName();
-    QCOMPARE(chain, order);
+    void listing_data()
+    {
+        QTest::addColumn<ListRow>("row");
+        // Byte order puts "B.TXT" before "a.txt", which no locale's order does.
+        QTest::newRow("top only") << ListRow{"*.*", false, false, "",
+            {sized(".dot.txt", 0), sized("B.TXT", 2), sized("a.txt", 1), sized("notes.md", 1)}};
+        QTest::newRow("subdirectories, hidden ones passed over") << ListRow{"*.txt", true, false, "",
+            {sized(".dot.txt", 0), sized("a.txt", 1), sized("sub/c.txt", 3), sized("sub/deeper/d.txt", 4)}};
+        QTest::newRow("a directory by name") << ListRow{"sub", false, false, "sub/", {sized("c.txt", 3)}};
+        // Cancel comes in at the first yield, in the top directory: the
+        // subdirectories are never walked.
+        QTest::newRow("Cancel") << ListRow{"*.txt", true, true, "", {}};
+    }
 
-    // One row each of the design's geometry (in twips), colours, fonts and tab stops.
-    auto px = [](int twips, int dpi) { return (twips * dpi + 720) / 1440; };
-    const int dx = form->logicalDpiX(), dy = form->logicalDpiY();
-    QCOMPARE(form->List1->geometry(), QRect(px(135, dx), px(2385, dy), px(6480, dx), px(1980, dy)));
-    QCOMPARE(form->lblDir->palette().color(QPalette::WindowText), QColor(0xC0, 0, 0));
-    QVERIFY(form->lblDir->font().underline() && form->Text1->font().bold());
-    QVERIFY(dynamic_cast<TabStopDelegate*>(form->List2->itemDelegate())->tabstops() == std::vector({180, 190, 200}));
-}
+    void listing()
+    {
+        QFETCH(ListRow, row);
+        World world;
+        const std::pair<const char*, const char*> tree[]{{"a.txt", "a"}, {"B.TXT", "bb"}, {"notes.md", "m"},
+            {"sub/c.txt", "ccc"}, {"sub/deeper/d.txt", "dddd"}, {".hidden/h.txt", "h"}, {".dot.txt", ""}};
+        for (const auto& [name, bytes] : tree)
+            world.write(name, bytes);
+        auto form = world.start();
+        form->Text1->setText(world.file(row.mask));
+        if (row.cancel)
+            cancellater(*form);
+        // The box lists at once when clicked; without it the Dir button lists.
+        QTest::mouseClick(row.subdirs ? static_cast<QWidget*>(form->chkIncludeSubs) : form->cmd[2], Qt::LeftButton);
+        QCOMPARE(form->chkIncludeSubs->isChecked(), row.subdirs);
+        QCOMPARE(lines(form->List1), row.list1);
+        QCOMPARE(form->lblDir->text(), world.file(row.base));
+        QCOMPARE(form->host().bCancel, row.cancel);
+        QVERIFY(idle(*form));
+    }
 
-void Form1Test::listing_data()
-{
-    QTest::addColumn<ListRow>("row");
-    // Byte order puts "B.TXT" before "a.txt", which no locale's order does.
-    QTest::newRow("top only") << ListRow{
-        "*.*", false, false, "", {sized(".dot.txt", 0), sized("B.TXT", 2), sized("a.txt", 1), sized("notes.md", 1)}};
-    QTest::newRow("subdirectories, case kept, hidden ones passed over") << ListRow{
-        "*.txt", true, false, "",
-        {sized(".dot.txt", 0), sized("a.txt", 1), sized("sub/c.txt", 3), sized("sub/deeper/d.txt", 4)}};
-    QTest::newRow("a directory by name") << ListRow{"sub", false, false, "sub/", {sized("c.txt", 3)}};
-    // Cancel comes in at the first yield, in the top directory: the
-    // subdirectories are never walked.
-    QTest::newRow("Cancel") << ListRow{"*.txt", true, true, "", {}};
-}
+    void findAll()
+    {
+        World world;
+        world.write("a.txt", "xaAx");
+        world.write("b.txt", "AaA");
+        auto form = world.start();
+        setrun(*form, "a");
+        QTest::mouseClick(form->cmd[0], Qt::LeftButton);
+        QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", 2), hitline("a.txt", 3), hitline("b.txt", 1),
+                                                  hitline("b.txt", 2), hitline("b.txt", 3)}));
+        QCOMPARE(form->Label5->text(), QStringLiteral("5"));
+        // With the case to match and a line selected, the run keeps to that file.
+        form->List1->item(1)->setSelected(true);
+        setrun(*form, "A", {}, true);
+        QTest::mouseClick(form->cmd[0], Qt::LeftButton);
+        QCOMPARE(lines(form->List2), QStringList({hitline("b.txt", 1), hitline("b.txt", 3)}));
+        QCOMPARE(form->Label5->text(), QStringLiteral("2"));
+        QCOMPARE(readfile(world.file("b.txt")), QByteArray("AaA"));
+        QVERIFY(idle(*form));
+        QVERIFY(world.dialogs.records.empty());
+    }
 
-void Form1Test::listing()
-{
-    QFETCH(ListRow, row);
-    World world;
-    const std::pair<const char*, const char*> tree[]{{"a.txt", "a"}, {"B.TXT", "bb"}, {"notes.md", "m"},
-        {"sub/c.txt", "ccc"}, {"sub/deeper/d.txt", "dddd"}, {".hidden/h.txt", "h"}, {".dot.txt", ""}};
-    for (const auto& [name, bytes] : tree)
-        world.write(name, bytes);
-    auto form = world.start();
-    form->Text1->setText(world.file(row.mask));
-    if (row.cancel)
-        cancellater(*form);
-    // The box lists at once when clicked; without it the Dir button lists.
-    QTest::mouseClick(row.subdirs ? static_cast<QWidget*>(form->chkIncludeSubs) : form->cmd[2], Qt::LeftButton);
-    QCOMPARE(form->chkIncludeSubs->isChecked(), row.subdirs);
-    QCOMPARE(lines(form->List1), row.list1);
-    QCOMPARE(form->lblDir->text(), world.file(row.base));
-    QCOMPARE(form->host().bCancel, row.cancel);
-    QVERIFY(idle(*form));
-}
+    void question_data()
+    {
+        QTest::addColumn<AskRow>("row");
+        // A file with hits is rewritten (and starred) whatever the answers were.
+        QTest::newRow("yes and no") << AskRow{{Reply::No, Reply::Yes, Reply::No, Reply::Yes}, "1a2z3A", "z", "*"};
+        // Cancel at the third hit: the file in hand stays as it was, its Yes
+        // answers are lost, and the next file is never scanned.
+        QTest::newRow("cancel") << AskRow{{Reply::Yes, Reply::Yes, Reply::Cancel}, "1a2A3A", "A", ""};
+    }
 
-void Form1Test::lblDirAsksForDirectory()
-{
-    World world;
-    world.write("sub/c.txt", "ccc");
-    auto form = world.start();
-    form->Text1->setText("*. txt");
-    form->cmd_Click(2);
-    QCOMPARE(form->List1->count(), 0);
-    world.dialogs.inputs = {QString(), world.file("sub")};
-    QTest::mouseClick(form->lblDir, Qt::LeftButton);   // cancelled: nothing changes
-    QCOMPARE(form->Text1->text(), world.file("*. txt"));
-    QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input), QStringList({"brindlex|Directory?"}));
-    QCOMPARE(world.dialogs.records.front().defaultText, world.file(""));
-    // The name mask goes over to the new directory without its blank.
-    QTest::mouseClick(form->lblDir, Qt::LeftButton);
-    QCOMPARE(form->Text1->text(), world.file("sub/*.txt"));
-    QCOMPARE(lines(form->List1), QStringList({sized("c.txt", 3)}));
-}
+    void question()
+    {
+        QFETCH(AskRow, row);
+        World world;
+        const QString one = world.write("1.txt", "1a2A3A");
+        const QString two = world.write("2.txt", "A");
+        auto form = world.start();
+        setrun(*form, "a", "z", false, true);
+        world.dialogs.replies.assign(row.replies.begin(), row.replies.end());
+        QStringList on;
+        world.dialogs.onmessage = [&](const DialogRecord&) {
+            if (world.dialogs.records.size() > 1)
+                return;
+            for (QWidget* w : form->centralWidget()->findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
+                if (w->isEnabled() && !qobject_cast<QLabel*>(w))
+                    on << w->objectName();
+            for (QAction* a : form->menuBar()->actions() + QList<QAction*>{form->mnuEdit})
+                if (a->isEnabled())
+                    on << a->objectName();
+        };
+        form->cmd_Click(1);
+        QCOMPARE(on, QStringList({"cmd_3", "mnuHelp"}));
+        QCOMPARE(readfile(one), row.first);
+        QCOMPARE(readfile(two), row.second);
+        QCOMPARE(lines(form->List1), QStringList({sized("1.txt", 6) + row.star, sized("2.txt", 1) + row.star}));
+        QCOMPARE(form->List2->count(), row.replies.size());
+        QCOMPARE(form->host().bCancel, row.star.isEmpty());
+        QVERIFY(idle(*form));
+        const QStringList asked = world.dialogs.seen(DialogRecord::Kind::Message);
+        QCOMPARE(asked.size(), row.replies.size());
+        // The text ahead of the hit reaches back to the end of the last hit,
+        // not to the file's start; the pattern shows as prepared (upper case).
+        QCOMPARE(asked[1], one + " byte 4|Replace \r\n2\r\n\r\nA? 3A");
+        for (const DialogRecord& record : world.dialogs.records)
+            QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
+    }
 
-void Form1Test::findAll_data()
-{
-    QTest::addColumn<FindRow>("row");
-    // a.txt "xaAx", b.txt "AA", c.txt "<0D>"; select: the List1 line to
-    // select, -2 for List1 emptied by a key in the mask box first.
-    const QStringList upper{hitline("a.txt", 3), hitline("b.txt", 1), hitline("b.txt", 2)};
-    QTest::newRow("any case") << FindRow{"a", false, true, -1, QStringList{hitline("a.txt", 2)} + upper, "4"};
-    QTest::newRow("match case") << FindRow{"a", true, true, -1, {hitline("a.txt", 2)}, "1"};
-    QTest::newRow("selected line only") << FindRow{"A", true, true, 1, upper.mid(1), "2"};
-    QTest::newRow("an empty list is listed first") << FindRow{"A", true, true, -2, upper, "3"};
-    QTest::newRow("angle code taken literally") << FindRow{"<0D>", false, false, -1, {hitline("c.txt", 1)}, "1"};
-    QTest::newRow("empty pattern") << FindRow{"", false, true, -1, {}, "none found"};
-}
+    void messages()
+    {
+        World world;
+        const QString gone = world.write("a.txt", "x");
+        const QString grows = world.write("b.txt", "x-x");
+        const QString fine = world.write("c.txt", "x");
+        auto form = world.start();
+        QFile::remove(gone);
+        setrun(*form, "x", "y", false, true);
+        // b.txt changes under the run while its question is up: the new
+        // content no longer fits what the run read, and the file is kept.
+        world.dialogs.onmessage = [&](const DialogRecord& record) {
+            if (record.title.startsWith(grows))
+                writefile(grows, "x-x and more");
+        };
+        form->cmd_Click(1);
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).filter(QRegularExpression("^brindlex\\|")),
+                 QStringList({"brindlex|Error opening " + gone + ":\r\nNo such file or directory",
+                              "brindlex|Cannot replace! ERROR in file lengths for " + grows}));
+        QCOMPARE(readfile(grows), QByteArray("x-x and more"));
+        QCOMPARE(readfile(fine), QByteArray("y"));
+        QVERIFY(idle(*form));
+    }
 
-void Form1Test::findAll()
-{
-    QFETCH(FindRow, row);
-    World world;
-    world.write("a.txt", "xaAx");
-    world.write("b.txt", "AA");
-    world.write("c.txt", "<0D>");
-    auto form = world.start();
-    if (!row.convertHex)
-        form->mnuConvertHex->trigger();
-    if (row.select >= 0)
-        form->List1->item(row.select)->setSelected(true);
-    if (row.select == -2) {
-        QTest::keyClick(form->Text1, Qt::Key_X);
+    void hitListLimit_data()
+    {
+        QTest::addColumn<int>("hits");
+        for (int hits : {999, 1000, 1001})
+            QTest::newRow(qPrintable(QString::number(hits))) << hits;
+    }
+
+    void hitListLimit()
+    {
+        QFETCH(int, hits);
+        World world;
+        // Spread over two files, so the limit holds across files.
+        world.write("a.txt", QByteArray(hits / 2, 'q'));
+        world.write("b.txt", QByteArray(hits - hits / 2, 'q'));
+        auto form = world.start();
+        setrun(*form, "q", "Q", true);
+        form->cmd_Click(1);
+        QCOMPARE(form->List2->count(), std::min(hits, 1000));
+        QCOMPARE(form->Label5->text(), hits < 1000 ? QString::number(hits) : QStringLiteral("more than 1000"));
+        QCOMPARE(lines(form->List2).last(), hitline("b.txt", std::min(hits, 1000) - hits / 2));
+        // Hits behind the list's end are replaced all the same.
+        QCOMPARE(readfile(world.file("b.txt")), QByteArray(hits - hits / 2, 'Q'));
+    }
+
+    void enterChain()
+    {
+        World world;
+        world.write("a.txt", "find me");
+        world.write("b.md", "find me");
+        auto form = world.start();
+        form->Text1->clear();
+        QTest::keyClicks(form->Text1, "*.txt");
         QCOMPARE(form->List1->count(), 0);
-        form->Text1->setText(world.file("*.*"));
+        // The guard of selectalltext is cleared before each Enter, as the time
+        // a person takes between two keys would.
+        form->dLastFocus = 0;
+        QTest::keyClick(form->Text1, Qt::Key_Return);
+        QCOMPARE(lines(form->List1), QStringList({sized("a.txt", 7)}));
+        QTRY_COMPARE(QApplication::focusWidget(), form->Text2);
+        form->Text2->setText("me");
+        form->dLastFocus = 0;
+        QTest::keyClick(form->Text2, Qt::Key_Return);
+        QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", 6)}));
+        QTRY_COMPARE(QApplication::focusWidget(), form->Text3);
+        form->Text3->setText("you");
+        QTest::keyClick(form->Text3, Qt::Key_Return);
+        QCOMPARE(readfile(world.file("a.txt")), QByteArray("find you"));
+        QCOMPARE(readfile(world.file("b.md")), QByteArray("find me"));
     }
-    setrun(*form, row.pattern, QString(), row.matchCase);
-    QTest::mouseClick(form->cmd[0], Qt::LeftButton);
-    QCOMPARE(lines(form->List2), row.hits);
-    QCOMPARE(form->Label5->text(), row.status);
-    QCOMPARE(form->List1->count(), 3);
-    QCOMPARE(form->sLastFind, fromwidget(row.pattern));
-    QCOMPARE(readfile(world.file("b.txt")), QByteArray("AA"));
-    QVERIFY(idle(*form));
-    QVERIFY(world.dialogs.records.empty());
-}
 
-void Form1Test::question_data()
-{
-    QTest::addColumn<AskRow>("row");
-    const Reply yes = Reply::Yes, no = Reply::No;
-    // A file with hits is rewritten (and starred) whatever the answers were.
-    QTest::newRow("yes to all") << AskRow{{yes, yes, yes, yes}, "1z2z3z", "z", "*", false};
-    QTest::newRow("no keeps the file's bytes") << AskRow{{no, yes, no, no}, "1a2z3A", "A", "*", false};
-    // Cancel at the third hit: the file in hand stays as it was, its Yes
-    // answers are lost, and the next file is never scanned.
-    QTest::newRow("cancel") << AskRow{{yes, yes, Reply::Cancel}, "1a2A3A", "A", "", true};
-}
+    void logOptions()
+    {
+        World world;
+        const QString path = world.write("a.txt", "abcBe");
+        auto form = world.start();
+        // With the menu open, as a user clicks, since it sets its marks when
+        // it opens. Gives nLogMode and the marks of Log Finds, Log Replaces
+        // and Convert.
+        auto click = [&](int index) {
+            emit form->mnuopt->aboutToShow();
+            form->mnuOptLog[std::size_t(index)]->trigger();
+            return QStringLiteral("%1 %2%3%4").arg(form->nLogMode).arg(form->mnuOptLog[0]->isChecked())
+                .arg(form->mnuOptLog[1]->isChecked()).arg(form->mnuConvertHex->isChecked());
+        };
+        auto logline = [&](const char* label, int pos, const char* text) {
+            std::string line = std::string(label) + ' ';
+            if (pos >= 0)
+                line += fromwidget(path) + QStringLiteral(" %1: ").arg(pos, 7, 10, QLatin1Char('0')).toStdString();
+            return QByteArray::fromStdString(line + brindlex::encodebytes(text, 100, true) + "\r\n");
+        };
+        // The pattern is logged folded; a hit with the file's bytes from the
+        // hit on, a replacement followed by the bytes behind the match.
+        const QByteArray finds = logline("find   ", -1, "B"), found2 = logline("found   ", 2, "bcBe"),
+                         found4 = logline("found   ", 4, "Be"), replaces = logline("replace with  ", -1, "X"),
+                         replaced2 = logline("replaced", 2, "XcBe"), replaced4 = logline("replaced", 4, "Xe");
+        QCOMPARE(click(0), QStringLiteral("1 101"));
+        QCOMPARE(click(1), QStringLiteral("3 111"));
+        setrun(*form, "b", "X");
+        form->cmd_Click(1);
+        QCOMPARE(readfile(path), QByteArray("aXcXe"));
+        QCOMPARE(readfile(world.logfile()), finds + replaces + found2 + replaced2 + found4 + replaced4);
+        QCOMPARE(click(0), QStringLiteral("2 011"));
+        form->mnuoptKillLog_Click();
+        writefile(path, "abcBe");
+        form->cmd_Click(1);
+        QCOMPARE(readfile(world.logfile()), replaces + replaced2 + replaced4);
+    }
 
-void Form1Test::question()
-{
-    QFETCH(AskRow, row);
-    World world;
-    const QString one = world.write("1.txt", "1a2A3A");
-    const QString two = world.write("2.txt", "A");
-    auto form = world.start();
-    setrun(*form, "a", "z", false, true);
-    world.dialogs.replies.assign(row.replies.begin(), row.replies.end());
-    QStringList on;
-    world.dialogs.onmessage = [&](const DialogRecord&) {
-        if (world.dialogs.records.size() > 1)
-            return;
-        for (QWidget* w : form->centralWidget()->findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
-            if (w->isEnabled() && !qobject_cast<QLabel*>(w))
-                on << w->objectName();
-        for (QAction* a : form->menuBar()->actions() + QList<QAction*>{form->mnuEdit})
-            if (a->isEnabled())
-                on << a->objectName();
-        // What a stray event or the viewer's Goto could start at a yield:
-        // none of it may begin inside the run.
-        form->cmd_Click(0);
-        form->cmd_Click(2);
-        form->findinfiles("A", false);
-        form->lblDir_Click();
-        form->mnuRep_Click(0);
-    };
-    form->cmd_Click(1);
-    QCOMPARE(on, QStringList({"cmd_3", "mnuHelp"}));
-    QCOMPARE(form->Text2->text(), QStringLiteral("a"));
-    QCOMPARE(readfile(one), row.first);
-    QCOMPARE(readfile(two), row.second);
-    QCOMPARE(lines(form->List1), QStringList({sized("1.txt", 6) + row.star, sized("2.txt", 1) + row.star}));
-    QCOMPARE(form->List2->count(), row.replies.size());
-    QCOMPARE(form->Label5->text(), QString::number(row.replies.size()));
-    QCOMPARE(form->host().bCancel, row.cancelled);
-    QVERIFY(idle(*form));
-    // The text ahead of the hit reaches back to the end of the last hit; the
-    // pattern is shown as prepared (upper case), with what follows it.
-    const QStringList expected{one + " byte 2|Replace \r\n1\r\n\r\nA? 2A3A", one + " byte 4|Replace \r\n2\r\n\r\nA? 3A",
-                               one + " byte 6|Replace \r\n3\r\n\r\nA? ", two + " byte 1|Replace \r\n\r\n\r\nA? "};
-    QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message), expected.mid(0, row.replies.size()));
-    for (const DialogRecord& record : world.dialogs.records)
-        QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
-}
-
-void Form1Test::messages()
-{
-    World world;
-    const QString gone = world.write("a.txt", "x");
-    const QString grows = world.write("b.txt", "x-x");
-    const QString fine = world.write("c.txt", "x");
-    auto form = world.start();
-    QFile::remove(gone);
-    setrun(*form, "x", "y", false, true);
-    // b.txt changes under the run while its question is up: the new content
-    // no longer fits what the run read, and the file is kept.
-    world.dialogs.onmessage = [&](const DialogRecord& record) {
-        if (record.title.startsWith(grows))
-            writefile(grows, "x-x and more");
-    };
-    form->cmd_Click(1);
-    QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).filter(QRegularExpression("^brindlex\\|")),
-             QStringList({"brindlex|Error opening " + gone + ":\r\nNo such file or directory",
-                          "brindlex|Cannot replace! ERROR in file lengths for " + grows}));
-    QCOMPARE(readfile(grows), QByteArray("x-x and more"));
-    QCOMPARE(readfile(fine), QByteArray("y"));
-    QCOMPARE(lines(form->List2), QStringList({hitline("b.txt", 1), hitline("b.txt", 3), hitline("c.txt", 1)}));
-    QVERIFY(idle(*form));
-}
-
-void Form1Test::hitListLimit_data()
-{
-    QTest::addColumn<int>("hits");
-    for (int hits : {999, 1000, 1001})
-        QTest::newRow(qPrintable(QString::number(hits))) << hits;
-}
-
-void Form1Test::hitListLimit()
-{
-    QFETCH(int, hits);
-    World world;
-    // Spread over two files, so the limit holds across files.
-    world.write("a.txt", QByteArray(hits / 2, 'q'));
-    world.write("b.txt", QByteArray(hits - hits / 2, 'q'));
-    auto form = world.start();
-    setrun(*form, "q", "Q", true);
-    form->cmd_Click(1);
-    QCOMPARE(form->List2->count(), std::min(hits, 1000));
-    QCOMPARE(form->Label5->text(), hits < 1000 ? QString::number(hits) : QStringLiteral("more than 1000"));
-    QCOMPARE(lines(form->List2).last(), hitline("b.txt", std::min(hits, 1000) - hits / 2));
-    // Hits behind the list's end are replaced all the same.
-    QCOMPARE(readfile(world.file("b.txt")), QByteArray(hits - hits / 2, 'Q'));
-}
-
-void Form1Test::enterChain()
-{
-    World world;
-    world.write("a.txt", "find me");
-    world.write("b.md", "find me");
-    auto form = world.start();
-    form->Text1->clear();
-    QTest::keyClicks(form->Text1, "*.txt");
-    QCOMPARE(form->List1->count(), 0);
-    // The guard of selectalltext is cleared before each Enter, as the time
-    // a person takes between two keys would.
-    form->dLastFocus = 0;
-    QTest::keyClick(form->Text1, Qt::Key_Return);
-    QCOMPARE(lines(form->List1), QStringList({sized("a.txt", 7)}));
-    QTRY_COMPARE(QApplication::focusWidget(), form->Text2);
-    form->Text2->setText("me");
-    form->dLastFocus = 0;
-    QTest::keyClick(form->Text2, Qt::Key_Return);
-    QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", 6)}));
-    QTRY_COMPARE(QApplication::focusWidget(), form->Text3);
-    form->Text3->setText("you");
-    QTest::keyClick(form->Text3, Qt::Key_Return);
-    QCOMPARE(readfile(world.file("a.txt")), QByteArray("find you"));
-    QCOMPARE(readfile(world.file("b.md")), QByteArray("find me"));
-}
-
-void Form1Test::logOptions()
-{
-    World world;
-    const QString path = world.write("a.txt", "abcBe");
-    auto form = world.start();
-    // A switch is clicked with the menu open, as a user does. Gives nLogMode
-    // and the marks of Log Finds, Log Replaces and Convert.
-    auto click = [&](int index) {
-        emit form->mnuopt->aboutToShow();
-        form->mnuOptLog[std::size_t(index)]->trigger();
-        return QStringLiteral("%1 %2%3%4").arg(form->nLogMode).arg(form->mnuOptLog[0]->isChecked())
-            .arg(form->mnuOptLog[1]->isChecked()).arg(form->mnuConvertHex->isChecked());
-    };
-    auto logline = [&](const char* label, int pos, const char* text) {
-        std::string line = std::string(label) + ' ';
-        if (pos >= 0)
-            line += fromwidget(path) + QStringLiteral(" %1: ").arg(pos, 7, 10, QLatin1Char('0')).toStdString();
-        return QByteArray::fromStdString(line + brindlex::encodebytes(text, 100, true) + "\r\n");
-    };
-    // The pattern is logged folded; a hit with the file's bytes from the hit
-    // on, a replacement followed by the bytes behind the match.
-    const QByteArray finds = logline("find   ", -1, "B"), found2 = logline("found   ", 2, "bcBe"),
-                     found4 = logline("found   ", 4, "Be"), replaces = logline("replace with  ", -1, "X"),
-                     replaced2 = logline("replaced", 2, "XcBe"), replaced4 = logline("replaced", 4, "Xe");
-    QCOMPARE(click(0), QStringLiteral("1 101"));
-    QCOMPARE(click(1), QStringLiteral("3 111"));
-    setrun(*form, "b", "X");
-    form->cmd_Click(1);
-    QCOMPARE(readfile(path), QByteArray("aXcXe"));
-    QCOMPARE(readfile(world.logfile()), finds + replaces + found2 + replaced2 + found4 + replaced4);
-    QCOMPARE(click(0), QStringLiteral("2 011"));
-    form->mnuoptKillLog_Click();
-    writefile(path, "abcBe");
-    form->cmd_Click(1);
-    QCOMPARE(readfile(world.logfile()), replaces + replaced2 + replaced4);
-}
-
-void Form1Test::help()
-{
-    World world;
-    auto form = world.start();
-    form->mnuHelp->trigger();
-    QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-             QStringList({"brindlex|Brindlex allows simple but effective direct batch editing of binary or ASCII "
-                          "files.\r\n\r\nTo indicate non-ASCII code, use standard WEB hexidecimal notation: "
-                          "\r\n\r\n%0D is <CR>, %0A is <LF>, so %0D%0A is <CR><LF>\r\n\r\nSHIFT-CLICK or "
-                          "CTRL-CLICK on the first list selects specific files to modify. \r\n\r\n"
-                          "Double-Clicking on either list allows editing of the file."}));
-    QCOMPARE(world.dialogs.records.front().buttons, Buttons::Ok);
-}
-
-void Form1Test::menuOfEachFile()
-{
-    World world;
-    auto form = world.start();
-    // The first start writes the default set into a new default file.
-    QCOMPARE(readfile(world.defaultini()), QByteArray("[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n"));
-    QCOMPARE(shown(*form), kDefaultMenu);
-    // Beside the user's files, not among them.
-    const QString sets = writefile(QDir::cleanPath(world.files() + "/../sets.ini"),
-                                   "[Replacements]\r\na=1==>2\r\nuser-7=x\r\nR&&D=&==>\r\nUser-3=\r\n");
-    world.dialogs.files = {sets};
-    form->mnuOpenRepFile->trigger();
-    QCOMPARE(world.dialogs.seen(DialogRecord::Kind::OpenFile), QStringList({"*.ini|" + world.defaultini()}));
-    QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-             QStringList({"brindlex|4 replacements loaded from " + sets + "."}));
-    QCOMPARE(shown(*form), QStringList({"a|1==>2", "user-7|x", "R&&D|&==>", "User-3|", "-|", "&New|",
-                                        "Replace &All of the Above|DoAllReps", "Find &All of the Above|DoAllFinds"}));
-    QCOMPARE(form->nRepCount, 7);
-    // Back to the default file: nothing of the longer menu stays.
-    world.dialogs.files = {world.defaultini()};
-    form->mnuOpenRepFile->trigger();
-    QCOMPARE(shown(*form), kDefaultMenu);
-}
-
-void Form1Test::saveByName_data()
-{
-    // before: "run" or the caption of a set to pick; answer: to the name
-    // prompt, "*" for the offered name; pair: as the prompt shows it, empty
-    // for no prompt; key: mnuRepl's Tag afterwards; line: written into the
-    // file, empty for the file unchanged.
-    QTest::addColumn<SaveRow>("row");
-    QTest::newRow("user0 at start")
-        << SaveRow{"", "old text", "*", "old text==>new", "user0", "user0", "user0=old%20text==>new"};
-    QTest::newRow("Previous after a run")
-        << SaveRow{"run", "old text", "*", "old text==>new", "User-8", "User-8", "User-8=old%20text==>new"};
-    QTest::newRow("a picked set")
-        << SaveRow{"User-7", "old text", "mine", "q%20r==>", "User-7", "mine", "mine=q%20r==>"};
-    QTest::newRow("cancelled") << SaveRow{"", "old text", "", "old text==>new", "user0", "user0", ""};
-    QTest::newRow("no Find text") << SaveRow{"", "", "*", "", "", "user0", ""};
-}
-
-void Form1Test::saveByName()
-{
-    QFETCH(SaveRow, row);
-    World world;
-    writefile(world.defaultini(), "[Replacements]\r\nUser-7=q%20r\r\n");
-    world.write("a.txt", "old text");
-    auto form = world.start();
-    setrun(*form, row.find, "new");
-    if (row.before == "run")
-        form->cmd_Click(0);
-    else if (!row.before.isEmpty())
-        click(*form, row.before);
-    const QByteArray file = readfile(world.defaultini());
-    if (row.answer != "*")
-        world.dialogs.inputs = {row.answer};
-    click(*form, "&New");
-    if (row.pair.isEmpty())
+    void help()
+    {
+        World world;
+        auto form = world.start();
+        form->mnuHelp->trigger();
         QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-                 QStringList({"brindlex|First fill in the 'Find' and 'Replace' boxes"}));
-    else
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input),
-                 QStringList({"brindlex|Name for \r\n\r\n" + row.pair + "\r\n\r\n?"}));
-    QCOMPARE(world.dialogs.records.front().defaultText, row.offered);
-    QCOMPARE(tag(*form), row.key);
-    if (row.line.isEmpty()) {
-        QCOMPARE(readfile(world.defaultini()), file);
-        return;
+                 QStringList({"brindlex|Brindlex allows simple but effective direct batch editing of binary or ASCII "
+                              "files.\r\n\r\nTo indicate non-ASCII code, use standard WEB hexidecimal notation: "
+                              "\r\n\r\n%0D is <CR>, %0A is <LF>, so %0D%0A is <CR><LF>\r\n\r\nSHIFT-CLICK or "
+                              "CTRL-CLICK on the first list selects specific files to modify. \r\n\r\n"
+                              "Double-Clicking on either list allows editing of the file."}));
+        QCOMPARE(world.dialogs.records.front().buttons, Buttons::Ok);
     }
-    QVERIFY(readfile(world.defaultini()).contains("\r\n" + row.line.toLatin1() + "\r\n"));
-    QVERIFY(shown(*form).contains(row.line.section('=', 0, 0) + '|' + row.line.section('=', 1)));
-    // The save rebuilt the menu, and the hits of the run went with it.
-    QCOMPARE(form->List2->count(), 0);
-}
 
-void Form1Test::listRun_data()
-{
-    // last: the set in the boxes afterwards; hit: the one line of List2.
-    QTest::addColumn<ListRunRow>("row");
-    QTest::newRow("replace a, b, c") << ListRunRow{"Replace &All of the Above", false, "1 2 3", "C|c|3", 5};
-    QTest::newRow("find a, b, c") << ListRunRow{"Find &All of the Above", false, "a b c", "C|c|3", 5};
-    // Esc during b's run: b's file in hand stays as it was, c never runs.
-    QTest::newRow("Cancel during b") << ListRunRow{"Replace &All of the Above", true, "1 b c", "B|b|2", 3};
-}
+    void menuOfEachFile()
+    {
+        World world;
+        auto form = world.start();
+        // The first start writes the default set into a new default file.
+        QCOMPARE(readfile(world.defaultini()), QByteArray("[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n"));
+        QCOMPARE(shown(*form), kDefaultMenu);
+        opensets(world, *form, "[Replacements]\r\na=1==>2\r\nuser-7=x\r\nR&&D=&==>\r\nUser-3=\r\n");
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::OpenFile), QStringList({"*.ini|" + world.defaultini()}));
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
+                 QStringList({"brindlex|4 replacements loaded from " + world.setsini() + "."}));
+        QCOMPARE(shown(*form), QStringList({"a|1==>2", "user-7|x", "R&&D|&==>", "User-3|", "-|", "&New|",
+                                            "Replace &All of the Above|DoAllReps",
+                                            "Find &All of the Above|DoAllFinds"}));
+        // Back to the default file: nothing of the longer menu stays.
+        world.dialogs.files = {world.defaultini()};
+        form->mnuOpenRepFile->trigger();
+        QCOMPARE(shown(*form), kDefaultMenu);
+    }
 
-void Form1Test::listRun()
-{
-    QFETCH(ListRunRow, row);
-    World world;
-    const QString a = world.write("a.txt", "a b c");
-    auto form = world.start();
-    const QString sets = writefile(QDir::cleanPath(world.files() + "/../sets.ini"),
-                                   "[Replacements]\r\nA=a==>1\r\nB=b==>2\r\nC=c==>3\r\n");
-    world.dialogs.files = {sets};
-    form->mnuOpenRepFile->trigger();
-    const QByteArray stored = readfile(sets);
-    form->chkAsk->setChecked(row.cancelAtB);
-    world.dialogs.onmessage = [&](const DialogRecord& record) {
-        if (record.text.startsWith("Replace ") && form->Text2->text() == "b")
-            cancellater(*form, true);
-    };
-    form->host().bCancel = true;   // cleared by the click, before the first set
-    click(*form, row.item);
-    QCOMPARE(readfile(a), row.after);
-    QCOMPARE(tag(*form) + '|' + form->Text2->text() + '|' + form->Text3->text(), row.last);
-    QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", row.hit)}));
-    QCOMPARE(form->host().bCancel, row.cancelAtB);
-    QVERIFY(idle(*form));
-    QCOMPARE(readfile(sets), stored);   // no run writes into a file the user opened
-}
+    void saveByName_data()
+    {
+        QTest::addColumn<bool>("run");
+        QTest::addColumn<QString>("name");   // offered, taken, and the menu's Tag after
+        QTest::newRow("at start") << false << "user0";
+        QTest::newRow("after a run") << true << "User-8";
+    }
+
+    void saveByName()
+    {
+        QFETCH(bool, run);
+        QFETCH(QString, name);
+        World world;
+        writefile(world.defaultini(), "[Replacements]\r\nUser-7=q%20r\r\n");
+        world.write("a.txt", "old text");
+        auto form = world.start();
+        setrun(*form, "old text", "new");
+        if (run)
+            form->cmd_Click(0);
+        QCOMPARE(form->List2->count(), int(run));
+        click(*form, "&New");
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input),
+                 QStringList({"brindlex|Name for \r\n\r\nold text==>new\r\n\r\n?"}));
+        QCOMPARE(world.dialogs.records.front().defaultText, name);
+        QCOMPARE(current(*form), name + "|old text|new");
+        QVERIFY(readfile(world.defaultini()).contains("\r\n" + name.toLatin1() + "=old%20text==>new\r\n"));
+        QVERIFY(shown(*form).contains(name + "|old%20text==>new"));
+        // The save rebuilt the menu, and the hits of the run went with it.
+        QCOMPARE(form->List2->count(), 0);
+    }
+
+    void listRun()
+    {
+        World world;
+        const QString a = world.write("a.txt", "a b c");
+        auto form = world.start();
+        opensets(world, *form, "[Replacements]\r\nA=a==>1\r\nB=b==>2\r\nC=c==>3\r\n");
+        const QByteArray stored = readfile(world.setsini());
+        form->host().bCancel = true;   // a Cancel left over must not stop the next run
+        click(*form, "Replace &All of the Above");
+        QCOMPARE(readfile(a), QByteArray("1 2 3"));
+        QCOMPARE(current(*form), QStringLiteral("C|c|3"));
+        QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", 5)}));
+        // Esc during b's run: b's file in hand stays as it was, c never runs.
+        writefile(a, "a b c");
+        form->chkAsk->setChecked(true);
+        world.dialogs.onmessage = [&](const DialogRecord& record) {
+            if (record.text.startsWith("Replace ") && form->Text2->text() == "b")
+                cancellater(*form, true);
+        };
+        click(*form, "Replace &All of the Above");
+        QCOMPARE(readfile(a), QByteArray("1 b c"));
+        QCOMPARE(current(*form), QStringLiteral("B|b|2"));
+        QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", 3)}));
+        QVERIFY(form->host().bCancel);
+        QVERIFY(idle(*form));
+        QCOMPARE(readfile(world.setsini()), stored);   // no run writes into a file the user opened
+    }
+};
 
 QTEST_MAIN(Form1Test)
 #include "form1.moc"
