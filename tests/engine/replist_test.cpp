@@ -2,11 +2,11 @@
 // numbering of new sets, the list run, the save rules.
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "replacements/profile.h"
 #include "replacements/replist.h"
 #include "support/tempdir.h"
 
@@ -16,8 +16,9 @@ namespace {
 using test::readfile;
 using test::TempDir;
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
-const std::string kAllOfTheAbove = "Replace &All of the Above=DoAllReps;Find &All of the Above=DoAllFinds;";
+const std::string kDefault = "Apple-To-PC=%0D==>%0D%0A";
 
 std::string captions(const std::vector<RepItem>& items)
 {
@@ -27,179 +28,108 @@ std::string captions(const std::vector<RepItem>& items)
     return text;
 }
 
-std::string noquestion(const std::string& prompt, const std::string&)
-{
-    ADD_FAILURE() << "unexpected question: " << prompt;
-    return {};
-}
-
+// Each step saves the boxes under the current name and rebuilds the menu, as
+// the window does, which raises the count; `answer` nullopt: no question may come.
 TEST(RepWorkedExample, FileGrowsLineByLine)
 {
     TempDir dir;
     const fs::path ini = dir.path() / "config" / "brindlex" / "brindlex.ini";
     int nRepCount = 0;
-    std::string tag = "user0";
-
-    // First start: no file, no directory.
-    std::vector<RepItem> menu = loadreplist(ini, nRepCount);
-    EXPECT_EQ(readfile(ini), "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n");
-    EXPECT_EQ(captions(menu), "Apple-To-PC=%0D==>%0D%0A;-=;&New=;");
-
-    // Find All with "old text" / "new".
-    tag = saverep("", "old text", "new", ini, nRepCount, noquestion).value_or(tag);
-    menu = loadreplist(ini, nRepCount);
-    EXPECT_EQ(tag, "Previous");
-    EXPECT_EQ(readfile(ini), "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\nPrevious=old%20text==>new\r\n");
-
-    // "&New", accepting the name offered.
-    ASSERT_EQ(repaction(menu.back().tag), RepAction::New);
-    std::string prompt, offered;
-    auto accept = [&](const std::string& p, const std::string& d) { prompt = p, offered = d; return d; };
-    tag = saverep(tag, "old text", "new", ini, nRepCount, accept).value_or(tag);
-    menu = loadreplist(ini, nRepCount);
-    EXPECT_EQ(prompt, "Name for \r\n\r\nold text==>new\r\n\r\n?");
-    EXPECT_EQ(offered, "User-1");
-    EXPECT_EQ(tag, "User-1");
-    EXPECT_EQ(nRepCount, 1);
-    EXPECT_EQ(readfile(ini), "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\nPrevious=old%20text==>new\r\n"
-                             "User-1=old%20text==>new\r\n");
-
-    // Replace with "a=b", then "&New" answered "x=y".
-    tag = saverep("", "a=b", "new", ini, nRepCount, noquestion).value_or(tag);
-    menu = loadreplist(ini, nRepCount);
-    auto answer = [&](const std::string&, const std::string& d) { offered = d; return std::string("x=y"); };
-    tag = saverep(tag, "a=b", "new", ini, nRepCount, answer).value_or(tag);
-    menu = loadreplist(ini, nRepCount);
-    EXPECT_EQ(offered, "User-2");
-    EXPECT_EQ(tag, "x-y");
-    EXPECT_EQ(readfile(ini), "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\nPrevious=a=b==>new\r\n"
-                             "User-1=old%20text==>new\r\nx-y=a=b==>new\r\n");
-    EXPECT_EQ(captions(menu), "Apple-To-PC=%0D==>%0D%0A;Previous=a=b==>new;User-1=old%20text==>new;"
-                              "x-y=a=b==>new;-=;&New=;");
+    EXPECT_EQ(captions(loadreplist(ini, nRepCount)), kDefault + ";-=;&New=;") << "first start: no file, no directory";
+    EXPECT_EQ(readfile(ini), "[Replacements]\r\n" + kDefault + "\r\n");
+    const struct {
+        const char* what;
+        std::string sName, text2, text3;
+        std::optional<std::string> answer;
+        std::string offered;
+        std::optional<std::string> tag;   // what saverep returns
+        std::string lines;                // the file's, behind the default set
+    } steps[] = {
+        {"Find All", "", "old text", "new", {}, "", "Previous", "Previous=old%20text==>new"},
+        {"&New, accepting the name offered", "Previous", "old text", "new", "User-1", "User-1", "User-1",
+         "Previous=old%20text==>new\r\nUser-1=old%20text==>new"},
+        {"Replace", "", "a=b", "new", {}, "", "Previous", "Previous=a=b==>new\r\nUser-1=old%20text==>new"},
+        {"&New, answered x=y", "Previous", "a=b", "new", "x=y", "User-2", "x-y",
+         "Previous=a=b==>new\r\nUser-1=old%20text==>new\r\nx-y=a=b==>new"},
+        {"&New, cancelled", "x-y", "a", "b", "", "x-y", {}, "Previous=a=b==>new\r\nUser-1=old%20text==>new\r\nx-y=a=b==>new"},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.what);
+        std::string prompt, offered;
+        const auto ask = [&](const std::string& p, const std::string& d) {
+            EXPECT_TRUE(step.answer) << "unexpected question";
+            prompt = p, offered = d;
+            return step.answer.value_or("");
+        };
+        EXPECT_EQ(saverep(step.sName, step.text2, step.text3, ini, nRepCount, ask), step.tag);
+        EXPECT_EQ(offered, step.offered);
+        EXPECT_EQ(prompt, step.answer ? "Name for \r\n\r\n" + step.text2 + "==>" + step.text3 + "\r\n\r\n?" : "");
+        EXPECT_EQ(readfile(ini), "[Replacements]\r\n" + kDefault + "\r\n" + step.lines + "\r\n");
+        loadreplist(ini, nRepCount);
+    }
 }
 
-TEST(RepMenu, ItemsForTheDefaultFileAndForAnOpenedFile)
+// The default file shows no "All of the Above" items, and only it takes a run's pair as Previous.
+TEST(RepMenu, ItemsAndSavedRunForTheDefaultFileAndForAnOpenedFile)
 {
-    const std::string sets = "[Replacements]\nb=1==>2\nA=x==>y\nc=\n";
+    const std::string sets = "[Replacements]\nb=1==>2\nA=x==>y\nc=\n", all = "Replace &All of the Above=DoAllReps;"
+                                                                          "Find &All of the Above=DoAllFinds;";
     const struct {
         const char* name;
-        std::string content;  // "" : no file
-        std::string menu, after;
+        std::string content, menu;
+        std::optional<std::string> tag;   // what saving a run with empty boxes returns
+        std::string after;
     } rows[] = {
-        {"my-brindlex.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;", sets},
-        {"sets.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;" + kAllOfTheAbove, sets},
-        {"other.ini", "[Other]\nk=v\n", "Apple-To-PC=%0D==>%0D%0A;-=;&New=;" + kAllOfTheAbove,
-         "[Other]\nk=v\n\n[Replacements]\nApple-To-PC=%0D==>%0D%0A\n"},
+        {"my-brindlex.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;", "Previous", sets + "Previous===>\n"},
+        {"sets.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;" + all, {}, sets},
+        {"other.ini", "[Other]\nk=v\n", kDefault + ";-=;&New=;" + all, {}, "[Other]\nk=v\n\n[Replacements]\n" + kDefault + "\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         TempDir dir;
-        if (!row.content.empty())
-            dir.write(row.name, row.content);
         int nRepCount = 0;
-        EXPECT_EQ(captions(loadreplist(dir.path() / row.name, nRepCount)), row.menu);
-        EXPECT_EQ(readfile(dir.path() / row.name), row.after);
+        const fs::path ini = dir.write(row.name, row.content);
+        EXPECT_EQ(captions(loadreplist(ini, nRepCount)), row.menu);
+        const auto ask = [](const std::string&, const std::string&) {
+            ADD_FAILURE() << "unexpected question";
+            return std::string();
+        };
+        EXPECT_EQ(saverep("", "", "", ini, nRepCount, ask), row.tag);
+        EXPECT_EQ(readfile(ini), row.after);
     }
 }
 
 TEST(RepMenu, CountRaisedByUserKeysOnly)
 {
-    const struct {
-        std::string keys;
-        int start, expected;
-    } rows[] = {
-        {"User-3=a\nuser-7=b\n", 0, 7},
-        {"User-2=a\n", 5, 5},
-        {"User-=a\nUser-x=b\nuser0=c\nUser--3=d\nUser4=e\nUsers-5=f\n", 0, 0},
-        {"USER-5abc=a\nuser-1x9=b\n", 0, 5},
-        // Beyond an Integer counts nothing.
-        {"User-99999=a\nUser-40=b\n", 0, 40},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.keys);
+    // Beyond an Integer counts nothing, and the count is never lowered.
+    for (const auto& [keys, start, expected] : {std::tuple<std::string, int, int>{"User-3=a\nuser-7=b\nUSER-9abc=c\n", 0, 9},
+                                                {"User-=a\nUser-x=b\nuser0=c\nUser--3=d\nUser4=e\nUsers-5=f\nUser-99999=g\n", 0, 0},
+                                                {"User-2=a\n", 5, 5}}) {
+        SCOPED_TRACE(keys);
         TempDir dir;
-        int nRepCount = row.start;
-        loadreplist(dir.write("sets.ini", "[Replacements]\n" + row.keys), nRepCount);
-        EXPECT_EQ(nRepCount, row.expected);
+        int nRepCount = start;
+        loadreplist(dir.write("sets.ini", "[Replacements]\n" + keys), nRepCount);
+        EXPECT_EQ(nRepCount, expected);
     }
 }
 
-std::vector<RepItem> menuof(const std::vector<std::string>& tags)
-{
-    std::vector<RepItem> items;
-    for (std::size_t i = 0; i < tags.size(); ++i)
-        items.push_back({"s" + std::to_string(i), tags[i]});
-    return items;
-}
-
-TEST(RepListRun, RunsTheSetsInMenuOrderUntilAStop)
+// Cancel is left to the sets command's interrupt test, which runs this same loop.
+TEST(RepListRun, RunsTheSetsInMenuOrderUntilTheSeparatorOrItem100)
 {
     TempDir dir;
     int nRepCount = 0;
-    const auto opened = loadreplist(dir.write("sets.ini", "[Replacements]\na=a==>1\nb=b==>2\n"), nRepCount);
+    const std::vector<RepItem> menu = loadreplist(dir.write("sets.ini", "[Replacements]\na=a==>1==>2\nb=b\n"), nRepCount);
     std::string first101;
     for (int i = 0; i <= 100; ++i)
-        first101 += "s" + std::to_string(i) + ":x>y ";
-    const struct {
-        const char* what;
-        std::vector<RepItem> items;
-        int cancelafter;  // sets run before Cancel is pressed; -1: never
+        first101 += "s:x>y ";
+    for (const auto& [items, expected] : {std::pair{menu, "a:a>1==>2 b:b> "s}, {std::vector<RepItem>(150, {"s", "x==>y"}), first101}}) {
         std::string ran;
-    } rows[] = {
-        {"the sets above the separator of a menu", opened, -1, "a:a>1 b:b>2 "},
-        {"a set without value stops", menuof({"a==>1", "", "b==>2"}), -1, "s0:a>1 "},
-        {"Cancel after the second; split at the first arrow", menuof({"a==>1==>2", "b", "c==>3"}), 2, "s0:a>1==>2 s1:b> "},
-        {"items 0 to 100 only", menuof(std::vector<std::string>(150, "x==>y")), -1, first101},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        std::string ran;
-        int count = 0;
-        const std::size_t n = listrun(
-            row.items, [&] { return count == row.cancelafter; },
-            [&](const RepItem& item, const RepPair& pair) {
-                ran += item.caption + ":" + pair.find + ">" + pair.replace + " ";
-                ++count;
-            });
-        EXPECT_EQ(ran, row.ran);
-        EXPECT_EQ(n, static_cast<std::size_t>(count));
-    }
-}
-
-TEST(RepSave, KeyAndValueFollowTheRules)
-{
-    const struct {
-        const char* what;
-        const char* file;
-        std::string sName, text2, text3;
-        int nRepCount;
-        std::optional<std::string> answer;  // nullopt: no question may come
-        std::string offered;
-        std::optional<std::string> tag;     // what saverep returns
-        std::string line;                   // the set's line in the file; "" none
-    } rows[] = {
-        {"a run with empty boxes saves Previous", "brindlex.ini", "", "", "", 0, {}, "", "Previous", "Previous===>"},
-        {"a run into an opened file saves nothing", "sets.ini", "", "a", "b", 0, {}, "", {}, ""},
-        {"Previous offers a new number", "brindlex.ini", "Previous", "a", "b", 7, "User-8", "User-8", "User-8", "User-8=a==>b"},
-        {"an empty answer saves nothing", "brindlex.ini", "mine", "a", "b", 0, "", "mine", {}, ""},
-        {"spaces are stored as %20, = as -", "sets.ini", "x", " a  b", "c d ", 0, "a=b", "x", "a-b",
-         "a-b=%20a%20%20b==>c%20d%20"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        TempDir dir;
-        const fs::path ini = dir.path() / row.file;
-        std::string offered;
-        auto ask = [&](const std::string&, const std::string& d) {
-            if (!row.answer)
-                ADD_FAILURE() << "unexpected question";
-            offered = d;
-            return row.answer.value_or("");
-        };
-        EXPECT_EQ(saverep(row.sName, row.text2, row.text3, ini, row.nRepCount, ask), row.tag);
-        EXPECT_EQ(offered, row.offered);
-        EXPECT_EQ(readfile(ini), row.line.empty() ? "" : "[Replacements]\r\n" + row.line + "\r\n");
-        EXPECT_EQ(fs::exists(ini), !row.line.empty());
+        std::size_t count = 0;
+        EXPECT_EQ(listrun(items, [] { return false; }, [&](const RepItem& item, const RepPair& pair) {
+                      ran += item.caption + ":" + pair.find + ">" + pair.replace + " ";
+                      ++count;
+                  }), count);
+        EXPECT_EQ(ran, expected);
     }
 }
 
