@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -116,29 +115,6 @@ TEST(RoundTrip, DecodeAngleGivesBackWhatEncodeBytesRendered)
     for (int round = 0; round < 3000; ++round) {
         const std::string b = randombytes(rng, 300, "<> \r\n\x1f%:0AF");
         ASSERT_EQ(decodeangle(encodebytes(b, 1 + round % 200, round % 2 == 0)), b) << round;
-    }
-}
-
-// A page as the viewer draws it: position column, ": ", the cells of one
-// row, CR LF.
-std::string renderpage(std::string_view b, int width, bool showtext)
-{
-    std::string page;
-    char column[32];
-    for (std::size_t at = 0; at < b.size(); at += static_cast<std::size_t>(width)) {
-        std::snprintf(column, sizeof column, "%06zu: ", at);
-        const std::string_view row = b.substr(at, static_cast<std::size_t>(width));
-        page += column + encodebytes(row, static_cast<int>(row.size()), showtext);
-    }
-    return page;
-}
-
-TEST(DecodePage, GivesBackTheBytesOfRenderedPages)
-{
-    std::mt19937 rng(4711);
-    for (int round = 0; round < 500; ++round) {
-        const std::string b = randombytes(rng, 400, ":< >");
-        ASSERT_EQ(decodepage(renderpage(b, 1 + round % 64, round % 2 == 1)), b) << round;
     }
 }
 

@@ -40,7 +40,6 @@ TEST(Profile, RequestsReadListAndWriteAsThePlatformDoes)
     } rows[] = {
         {"keys in the order of the lines, section in any case", kThree, 0, "rePLACEments", "b\0Apple\0c\0"s, {}},
         {"key found in any case", kThree, 1, "Replacements|APPLE", "2", {}},
-        {"missing key gives the default", kThree, 1, "Replacements|zz=dflt", "dflt", {}},
         {"existing key rewritten where it stands, in the file's spelling", kThree, 2, "Replacements|APPLE=9",
          "", "[Replacements]\r\nb=1\r\nApple=9\r\nc=3\r\n"},
         {"new key behind the last key of its section", "[R]\na=1\n\n; about O\n[O]\nq=1\n"s, 2, "R|n=2",

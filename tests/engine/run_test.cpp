@@ -131,13 +131,6 @@ TEST(Run, OneCasePerBehaviour)
                        "message Error opening <dir>/base/gone:\\r\\nNo such file or directory\n"
                        "status <dir>/base/b\nstatus 0\n"
                        "status 3\ncontrols on\n"},
-        {.what = "only the selected lines, matching case",
-         .files = {{"a", "x"}, {"b", "Xx"}, {"c", "x"}},
-         .names = {"a", "b", "c"},
-         .selected = {false, true, false},
-         .sFind = "x",
-         .bMatchCase = true,
-         .transcript = "status <dir>/base/b\nhit b 2\nstatus 1\nstatus 1\nstatus 1\ncontrols on\n"},
         {.what = "a longer replacement restarts behind the match; a file without hits is not rewritten",
          .files = {{"a", "AAAA-A"}, {"b", "none"}},
          .names = {"a", "b"},
@@ -210,33 +203,6 @@ TEST(Run, OneCasePerBehaviour)
     };
     for (const RunCase& c : cases)
         checkcase(c);
-}
-
-// Every hit reaches the host, but the list holds 1000: the final caption
-// counts its lines, and a full list reads "more than 1000".
-TEST(Run, FinalCaptionCountsListedHits)
-{
-    const struct {
-        int hits;
-        std::string caption;
-    } rows[] = {{999, "999"}, {1000, "more than 1000"}, {1001, "more than 1000"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.hits);
-        test::TempDir dir;
-        dir.write("a", std::string(static_cast<std::size_t>(row.hits), 'q'));
-        RunRequest r;
-        r.sFind = "q";
-        r.baseDir = dir.path().string() + "/";
-        r.lines = {"a\t00000003"};
-        RecordingHost host(dir.path().string() + "/", {}, {});
-        findinfiles(r, host);
-        std::size_t hitLines = 0;
-        for (std::size_t at = 0; (at = host.transcript.find("\nhit a ", at)) != std::string::npos; ++at)
-            ++hitLines;
-        EXPECT_EQ(hitLines, static_cast<std::size_t>(row.hits));
-        const std::string tail = "status " + std::to_string(row.hits) + "\nstatus " + row.caption + "\ncontrols on\n";
-        EXPECT_TRUE(host.transcript.ends_with(tail)) << host.transcript.substr(host.transcript.size() - 60);
-    }
 }
 
 }  // namespace
