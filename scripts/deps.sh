@@ -3,9 +3,8 @@
 # that are missing only. Root runs apt-get itself; anyone else through sudo.
 set -euo pipefail
 need=(cmake ninja-build g++ qt6-base-dev qt6-qpa-plugins libgl-dev googletest libgtest-dev libbenchmark-dev)
-if [ "${1:-}" = "--test" ]; then
-  need+=(clang libclang-rt-14-dev util-linux)
-fi
+# The fuzzers proper (cmake -DBRINDLEX_FUZZ=ON with clang) also need clang
+# and libclang-rt-14-dev; the tests replay the fuzz corpora without them.
 missing=()
 for p in "${need[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

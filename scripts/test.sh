@@ -4,7 +4,7 @@
 # runs its tests and the fuzz replays there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh --test
+bash scripts/deps.sh
 jobs=$(nproc)
 
 cmake -S . -B build-test -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRINDLEX_WERROR=ON >/dev/null
