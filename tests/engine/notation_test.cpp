@@ -92,15 +92,6 @@ TEST(EncodeBytes, RendersCellsAndRows)
         EXPECT_EQ(encodebytes(row.bytes, row.width, row.showtext), row.expected) << row.width;
 }
 
-std::string randombytes(std::mt19937& rng, std::size_t maxlength, const std::string& special)
-{
-    std::uniform_int_distribution<int> byte(0, 255);
-    std::string b(std::uniform_int_distribution<std::size_t>(0, maxlength)(rng), '\0');
-    for (char& c : b)
-        c = byte(rng) < 64 ? special[static_cast<std::size_t>(byte(rng)) % special.size()] : static_cast<char>(byte(rng));
-    return b;
-}
-
 TEST(RoundTrip, DecodeAngleGivesBackWhatEncodeBytesRendered)
 {
     std::string all;
@@ -111,9 +102,13 @@ TEST(RoundTrip, DecodeAngleGivesBackWhatEncodeBytesRendered)
             ASSERT_EQ(decodeangle(encodebytes(all, width, showtext)), all) << width << " " << showtext;
     }
     // Bytes that the notation itself uses turn up often.
+    const std::string special = "<> \r\n\x1f%:0AF";
     std::mt19937 rng(31337);
+    std::uniform_int_distribution<int> byte(0, 255);
     for (int round = 0; round < 3000; ++round) {
-        const std::string b = randombytes(rng, 300, "<> \r\n\x1f%:0AF");
+        std::string b(std::uniform_int_distribution<std::size_t>(0, 300)(rng), '\0');
+        for (char& c : b)
+            c = byte(rng) < 64 ? special[static_cast<std::size_t>(byte(rng)) % special.size()] : static_cast<char>(byte(rng));
         ASSERT_EQ(decodeangle(encodebytes(b, 1 + round % 200, round % 2 == 0)), b) << round;
     }
 }

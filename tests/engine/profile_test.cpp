@@ -106,10 +106,9 @@ TEST(Profile, TenThousandRandomPairsRoundTrip)
         return first == std::string::npos ? "" : s.substr(first, s.find_last_not_of(" \t") - first + 1);
     };
     std::vector<std::string> pool;
-    while (pool.size() < 150) {
+    while (pool.size() < 150)
         if (std::string key = randomtext("abcXYZ019 -_.|[]<>%#!\"'\xB0\xBF\xA7", 12); !key.empty())
             pool.push_back(key);
-    }
     // In memory where there is room: ten thousand synced rewrites cost no disk time then.
     std::string base = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string()) + "/brindlex-XXXXXX";
     ASSERT_TRUE(::mkdtemp(base.data()));

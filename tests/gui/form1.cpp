@@ -8,7 +8,6 @@
 
 #include "mainwindow/form1.h"
 #include "mainwindow/windowhost.h"
-#include "pattern/notation.h"
 #include "seam/dialogs.h"
 
 using namespace brindlex::gui;
@@ -46,12 +45,14 @@ QString hitline(const QString& name, int pos) { return name + '\t' + QString::nu
 // directories beside them: nothing of the real user's is touched.
 class World {
 public:
-    World()
+    explicit World(std::initializer_list<std::pair<QString, QByteArray>> tree = {})
     {
         QDir(root.path()).mkpath("files");
         qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
         qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
         QDir::setCurrent(files());
+        for (const auto& [name, bytes] : tree)
+            write(name, bytes);
     }
     ~World() { QDir::setCurrent(previous); }
 
@@ -168,9 +169,7 @@ private slots:
     void startup()
     {
         QFETCH(StartRow, row);
-        World world;
-        world.write("a.txt", "a");
-        world.write("b.txt", "bbb");
+        World world({{"a.txt", "a"}, {"b.txt", "bbb"}});
         writefile(world.logfile(), "from the last start\r\n");
         auto form = world.start(false);
         // Every listing begins by emptying List1.
@@ -242,11 +241,8 @@ private slots:
     void listing()
     {
         QFETCH(ListRow, row);
-        World world;
-        const std::pair<const char*, const char*> tree[]{{"a.txt", "a"}, {"B.TXT", "bb"}, {"notes.md", "m"},
-            {"sub/c.txt", "ccc"}, {"sub/deeper/d.txt", "dddd"}, {".hidden/h.txt", "h"}, {".dot.txt", ""}};
-        for (const auto& [name, bytes] : tree)
-            world.write(name, bytes);
+        World world({{"a.txt", "a"}, {"B.TXT", "bb"}, {"notes.md", "m"}, {"sub/c.txt", "ccc"},
+                     {"sub/deeper/d.txt", "dddd"}, {".hidden/h.txt", "h"}, {".dot.txt", ""}});
         auto form = world.start();
         form->Text1->setText(world.file(row.mask));
         if (row.cancel)
@@ -262,9 +258,7 @@ private slots:
 
     void findAll()
     {
-        World world;
-        world.write("a.txt", "xaAx");
-        world.write("b.txt", "AaA");
+        World world({{"a.txt", "xaAx"}, {"b.txt", "AaA"}});
         auto form = world.start();
         // With the case to match and a line selected, the run keeps to that file.
         form->List1->item(1)->setSelected(true);
@@ -334,10 +328,8 @@ private slots:
     void hitListLimit()
     {
         QFETCH(int, hits);
-        World world;
         // Spread over two files, so the limit holds across files.
-        world.write("a.txt", QByteArray(hits / 2, 'q'));
-        world.write("b.txt", QByteArray(hits - hits / 2, 'q'));
+        World world({{"a.txt", QByteArray(hits / 2, 'q')}, {"b.txt", QByteArray(hits - hits / 2, 'q')}});
         auto form = world.start();
         setrun(*form, "q", "Q", true);
         form->cmd_Click(1);
@@ -350,9 +342,7 @@ private slots:
 
     void enterChain()
     {
-        World world;
-        world.write("a.txt", "find me");
-        world.write("b.md", "find me");
+        World world({{"a.txt", "find me"}, {"b.md", "find me"}});
         auto form = world.start();
         form->Text1->clear();
         QTest::keyClicks(form->Text1, "*.txt");
@@ -443,9 +433,8 @@ private slots:
     {
         QFETCH(bool, run);
         QFETCH(QString, name);
-        World world;
+        World world({{"a.txt", "old text"}});
         writefile(world.defaultini(), "[Replacements]\r\nUser-7=q%20r\r\n");
-        world.write("a.txt", "old text");
         auto form = world.start();
         setrun(*form, "old text", "new");
         if (run)
