@@ -59,6 +59,11 @@ private:
     std::optional<std::string> pendingStatus;
     // A hit count waiting to be painted; formatted only then.
     std::optional<std::int64_t> pendingCount;
+    // Lines of List2 since the run cleared it, those waiting included.
+    std::int64_t listed = 0;
+    // Yields since the clock was last read: a run of a million hits would
+    // otherwise spend more on reading the clock than on its hits.
+    unsigned sinceClock = 0;
     std::chrono::steady_clock::time_point lastYield{};
     std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
