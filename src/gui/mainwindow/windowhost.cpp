@@ -11,12 +11,24 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <time.h>
+
 #include "batch/run.h"
 #include "core/state.h"
 #include "mainwindow/form1.h"
 #include "seam/dialogs.h"
 
 namespace brindlex::gui {
+namespace {
+
+std::chrono::nanoseconds coarsenow()
+{
+    timespec ts {};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return std::chrono::seconds(ts.tv_sec) + std::chrono::nanoseconds(ts.tv_nsec);
+}
+
+}  // namespace
 
 std::string list2line(const std::string& sName, std::int64_t lPos)
 {
@@ -27,7 +39,8 @@ std::string list2line(const std::string& sName, std::int64_t lPos)
 
 void WindowHost::beginwork()
 {
-    lastYield = lastPaint = {};
+    lastYield = {};
+    lastPaint = {};
 }
 
 void WindowHost::flush()
@@ -72,18 +85,15 @@ void WindowHost::showcontrols(bool bOn)
 
 void WindowHost::yield()
 {
-    // A zero lastYield asks for a real yield at once (the start of a walk or
-    // run, the moment after a question). Otherwise the clock is read every
-    // 16th call; the engine calls at least once a megabyte, so that costs a
-    // Cancel a few milliseconds at most.
-    if (lastYield != std::chrono::steady_clock::time_point{} && (++sinceClock & 15) != 0)
-        return;
-    const auto now = std::chrono::steady_clock::now();
-    if (now - lastYield < kYieldSpacing)
+    // The coarse clock (a few milliseconds of resolution) is read at every
+    // call: the precise one would cost a run of a million hits more than its
+    // hits, and the spacing is far coarser than the clock.
+    if (coarsenow() - lastYield < kYieldSpacing)
         return;
     flush();
     QApplication::processEvents();
-    lastYield = lastPaint = std::chrono::steady_clock::now();
+    lastYield = coarsenow();
+    lastPaint = std::chrono::steady_clock::now();
 }
 
 void WindowHost::addline(const std::string& line)

@@ -61,10 +61,9 @@ private:
     std::optional<std::int64_t> pendingCount;
     // Lines of List2 since the run cleared it, those waiting included.
     std::int64_t listed = 0;
-    // Yields since the clock was last read: a run of a million hits would
-    // otherwise spend more on reading the clock than on its hits.
-    unsigned sinceClock = 0;
-    std::chrono::steady_clock::time_point lastYield{};
+    // The coarse monotonic time of the last real yield; 0 makes the next
+    // yield real.
+    std::chrono::nanoseconds lastYield{};
     std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
 };
