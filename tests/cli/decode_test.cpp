@@ -3,14 +3,13 @@
 #include <string>
 #include <vector>
 
-#include "support/process.h"
+#include "cli/clirun.h"
+#include "support/tempdir.h"
 
-namespace brindlex {
+namespace brindlex::clitest {
 namespace {
 
 using namespace std::string_literals;
-using test::ProcessResult;
-using test::runprocess;
 
 TEST(DecodeCommand, WritesTheBytesRawOrRefusesWithStatusTwo)
 {
@@ -32,9 +31,10 @@ TEST(DecodeCommand, WritesTheBytesRawOrRefusesWithStatusTwo)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.args));
-        std::vector<std::string> argv = {BRINDLEX_CLI, "decode"};
-        argv.insert(argv.end(), row.args.begin(), row.args.end());
-        const ProcessResult r = runprocess(argv);
+        test::TempDir dir;
+        std::vector<std::string> args = {"decode"};
+        args.insert(args.end(), row.args.begin(), row.args.end());
+        const CliResult r = runcli(args, dir.path(), dir.path());
         EXPECT_TRUE(r.exited(row.status)) << r.failure << " status " << r.exitstatus << " stderr " << r.err;
         EXPECT_EQ(r.out, row.status == 0 ? row.out : "");
         if (row.status == 0)
@@ -45,4 +45,4 @@ TEST(DecodeCommand, WritesTheBytesRawOrRefusesWithStatusTwo)
 }
 
 }  // namespace
-}  // namespace brindlex
+}  // namespace brindlex::clitest

@@ -19,75 +19,13 @@
 #include <unistd.h>
 
 #include "support/privileges.h"
-#include "support/process.h"
+#include "cli/clirun.h"
 #include "support/tempdir.h"
 
 namespace brindlex::clitest {
 
-using test::ProcessResult;
 using test::readfile;
 namespace fs = std::filesystem;
-
-// A line of /proc/PID/status as a number: "SigCgt" in hexadecimal, "VmHWM" in KiB.
-unsigned long long procstatus(pid_t pid, const std::string& field, int base)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field + ":", 0) == 0)
-            return std::stoull(line.substr(field.size() + 1), nullptr, base);
-    }
-    return 0;
-}
-
-// Starts the CLI in `cwd` with stdin `input` and stdout and stderr in
-// work/cli.out and work/cli.err, without waiting: callers kill it or watch it.
-pid_t startcli(const std::vector<std::string>& args, const fs::path& cwd, const fs::path& work, int input)
-{
-    std::vector<const char*> argv = {BRINDLEX_CLI};
-    for (const std::string& arg : args)
-        argv.push_back(arg.c_str());
-    argv.push_back(nullptr);
-    const std::string out = (work / "cli.out").string(), err = (work / "cli.err").string();
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        const int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        const int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        if (o < 0 || e < 0 || ::dup2(input, 0) < 0 || ::dup2(o, 1) < 0 || ::dup2(e, 2) < 0 ||
-            ::chdir(cwd.c_str()) != 0 || ::setenv("BRINDLEX_TEMP", work.c_str(), 1) != 0)
-            ::_exit(127);
-        ::execv(BRINDLEX_CLI, const_cast<char* const*>(argv.data()));
-        ::_exit(127);
-    }
-    return pid;
-}
-
-// Runs the CLI to its end. With `interrupt`, SIGINT comes while the CLI still
-// waits for its stdin, once it has taken the signal as Cancel. sets_test.cpp
-// uses this too.
-ProcessResult runcli(const std::vector<std::string>& args, const fs::path& cwd, const fs::path& work,
-                     const std::string& input, bool interrupt)
-{
-    std::signal(SIGPIPE, SIG_IGN);   // a CLI that refuses at once reads no input
-    ProcessResult r;
-    int in[2];
-    if (::pipe2(in, O_CLOEXEC) != 0)
-        return r.failure = "pipe", r;
-    const pid_t pid = startcli(args, cwd, work, in[0]);
-    ::close(in[0]);
-    for (int waited = 0; interrupt && !(procstatus(pid, "SigCgt", 16) >> (SIGINT - 1) & 1) && waited < 10000; ++waited)
-        ::usleep(1000);
-    if (interrupt)
-        ::kill(pid, SIGINT);
-    r.failure = ::write(in[1], input.data(), input.size()) == static_cast<ssize_t>(input.size()) ? "" : "stdin";
-    ::close(in[1]);
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    r.exitstatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.termsignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    r.out = readfile(work / "cli.out");
-    r.err = readfile(work / "cli.err");
-    return r;
-}
 
 namespace {
 
@@ -145,7 +83,7 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
         SCOPED_TRACE(row.what);
         test::TempDir dir;
         maketree(dir);
-        const ProcessResult r = runcli(row.args, dir.path() / "base", dir.path() / "work", row.input, row.interrupt);
+        const CliResult r = runcli(row.args, dir.path() / "base", dir.path() / "work", row.input, row.interrupt);
         ASSERT_EQ(r.failure, "");
         EXPECT_EQ(r.exitstatus, row.status);
         EXPECT_EQ(r.out, row.out);
@@ -169,14 +107,14 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
     const fs::path base = dir.path() / "base";
     const fs::path locked = dir.write("base/locked", "two"), readonly = dir.write("base/readonly", "two");
     ASSERT_EQ(::chown(dir.write("base/writable", "two").c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
-    fs::create_directories(dir.path() / "shared");
-    for (const auto& [path, mode] : {std::pair{dir.path() / "shared", 0777}, {base, 0777}, {locked, 0}, {readonly, 0444}})
+    // The work directory is the ordinary user's own, as it would make it.
+    const fs::path work = dir.path() / "shared/work";
+    fs::create_directories(work);
+    ASSERT_EQ(::chown(work.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
+    for (const auto& [path, mode] : {std::pair{work, 0700}, {base, 0777}, {locked, 0}, {readonly, 0444}})
         ::chmod(path.c_str(), static_cast<mode_t>(mode));
     const std::string got = test::rununprivileged([&] {
-        test::ProcessOptions options;
-        options.directory = base;
-        options.setenv = {{"BRINDLEX_TEMP", (dir.path() / "shared/work").string()}};
-        const ProcessResult r = test::runprocess({BRINDLEX_CLI, "replace", "two", "2", "*"}, options);
+        const CliResult r = runcli({"replace", "two", "2", "*"}, base, work);
         return r.failure + "status " + std::to_string(r.exitstatus) + "\n" + r.out + r.err;
     });
     EXPECT_EQ(got, "status 2\nreadonly\t000000001\nwritable\t000000001\nError opening " + locked.string() +

@@ -6,14 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "support/process.h"
+#include "cli/clirun.h"
 #include "support/tempdir.h"
 
 namespace brindlex::clitest {
-
-// In findreplace_test.cpp: the CLI, interrupted while it reads stdin if asked.
-test::ProcessResult runcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
-                           const std::filesystem::path& work, const std::string& input, bool interrupt);
 
 namespace {
 
@@ -50,7 +46,7 @@ TEST(SetsCommand, RunsTheSetsOfAFileInOrder)
         const std::vector<std::string> args = row.interrupt
             ? std::vector<std::string>{"sets", row.mode, "--files-from", "-", ini}
             : std::vector<std::string>{"sets", row.mode, ini, "d"};
-        const test::ProcessResult r = runcli(args, dir.path(), dir.path() / "work", "d/f.txt\n", row.interrupt);
+        const CliResult r = runcli(args, dir.path(), dir.path() / "work", "d/f.txt\n", row.interrupt);
         EXPECT_TRUE(r.exited(row.status)) << r.failure << " status " << r.exitstatus << " stderr " << r.err;
         EXPECT_EQ(r.out, row.out);
         EXPECT_NE(r.err.find(row.err), std::string::npos) << r.err;

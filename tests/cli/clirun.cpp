@@ -1,0 +1,71 @@
+#include "cli/clirun.h"
+
+#include <csignal>
+#include <fstream>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/tempdir.h"
+
+namespace brindlex::clitest {
+
+namespace fs = std::filesystem;
+
+unsigned long long procstatus(pid_t pid, const std::string& field, int base)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(field + ":", 0) == 0)
+            return std::stoull(line.substr(field.size() + 1), nullptr, base);
+    }
+    return 0;
+}
+
+pid_t startcli(const std::vector<std::string>& args, const fs::path& cwd, const fs::path& work, int input)
+{
+    std::vector<const char*> argv = {BRINDLEX_CLI};
+    for (const std::string& arg : args)
+        argv.push_back(arg.c_str());
+    argv.push_back(nullptr);
+    const std::string out = (work / "cli.out").string(), err = (work / "cli.err").string();
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        const int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (o < 0 || e < 0 || ::dup2(input, 0) < 0 || ::dup2(o, 1) < 0 || ::dup2(e, 2) < 0 ||
+            ::chdir(cwd.c_str()) != 0 || ::setenv("BRINDLEX_TEMP", work.c_str(), 1) != 0)
+            ::_exit(127);
+        ::execv(BRINDLEX_CLI, const_cast<char* const*>(argv.data()));
+        ::_exit(127);
+    }
+    return pid;
+}
+
+CliResult runcli(const std::vector<std::string>& args, const fs::path& cwd, const fs::path& work,
+                 const std::string& input, bool interrupt)
+{
+    std::signal(SIGPIPE, SIG_IGN);   // a CLI that refuses at once reads no input
+    CliResult r;
+    int in[2];
+    if (::pipe2(in, O_CLOEXEC) != 0)
+        return r.failure = "pipe", r;
+    const pid_t pid = startcli(args, cwd, work, in[0]);
+    ::close(in[0]);
+    for (int waited = 0; interrupt && !(procstatus(pid, "SigCgt", 16) >> (SIGINT - 1) & 1) && waited < 10000; ++waited)
+        ::usleep(1000);
+    if (interrupt)
+        ::kill(pid, SIGINT);
+    r.failure = ::write(in[1], input.data(), input.size()) == static_cast<ssize_t>(input.size()) ? "" : "stdin";
+    ::close(in[1]);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    r.exitstatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.termsignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    r.out = test::readfile(work / "cli.out");
+    r.err = test::readfile(work / "cli.err");
+    return r;
+}
+
+}  // namespace brindlex::clitest

@@ -1,0 +1,37 @@
+// Runs brindlex-cli for the command tests, without a shell: the arguments go
+// to execv as they are, so no character of a name is ever interpreted.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace brindlex::clitest {
+
+struct CliResult {
+    int exitstatus = -1;  // -1 when a signal ended it
+    int termsignal = 0;
+    std::string out, err;
+    std::string failure;  // what could not be set up, empty when it ran
+
+    bool exited(int status) const { return failure.empty() && termsignal == 0 && exitstatus == status; }
+};
+
+// A line of /proc/PID/status as a number: "SigCgt" in hexadecimal, "VmHWM" in KiB.
+unsigned long long procstatus(pid_t pid, const std::string& field, int base);
+
+// Starts the CLI in `cwd` with stdin `input`, stdout and stderr in
+// work/cli.out and work/cli.err and BRINDLEX_TEMP at `work`, without waiting:
+// callers kill it or watch it.
+pid_t startcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
+               const std::filesystem::path& work, int input);
+
+// Runs the CLI to its end with `input` on stdin. With `interrupt`, SIGINT
+// comes while the CLI still waits for its stdin, once it has taken the
+// signal as Cancel.
+CliResult runcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
+                 const std::filesystem::path& work, const std::string& input = "", bool interrupt = false);
+
+}  // namespace brindlex::clitest
