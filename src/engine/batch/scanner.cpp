@@ -6,7 +6,6 @@
 #include <cstring>
 #include <vector>
 
-#include <immintrin.h>
 #include <unistd.h>
 
 #include "batch/runlog.h"
@@ -35,11 +34,6 @@ const std::array<unsigned char, 256>& foldtable()
     return table;
 }
 
-bool hasavx2()
-{
-    static const bool yes = __builtin_cpu_supports("avx2");
-    return yes;
-}
 
 }  // namespace
 
@@ -96,59 +90,39 @@ bool PatternSearch::matchesat(const unsigned char* p) const
 
 namespace {
 
-// Candidate filter: positions whose first and last byte may match, 32 or 16
-// at a time; each candidate is then compared in full. `i` is where the
-// caller's scalar tail goes on when nothing was found.
-template <typename Verify>
-__attribute__((target("avx2"))) std::size_t filteravx2(const unsigned char* data, std::size_t& i, std::size_t last,
-                                                      std::size_t n, const unsigned char* f, const unsigned char* l,
-                                                      Verify verify)
-{
-    const __m256i f0 = _mm256_set1_epi8(static_cast<char>(f[0]));
-    const __m256i f1 = _mm256_set1_epi8(static_cast<char>(f[1]));
-    const __m256i l0 = _mm256_set1_epi8(static_cast<char>(l[0]));
-    const __m256i l1 = _mm256_set1_epi8(static_cast<char>(l[1]));
-    for (; i + 31 <= last; i += 32) {
-        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i));
-        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i + n - 1));
-        const __m256i ma = _mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1));
-        const __m256i mb = _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1));
-        auto mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_and_si256(ma, mb)));
-        while (mask != 0) {
-            const std::size_t p = i + static_cast<std::size_t>(__builtin_ctz(mask));
-            if (verify(data + p))
-                return p;
-            mask &= mask - 1;
-        }
-    }
-    return PatternSearch::npos;
-}
-
-template <typename Verify>
-std::size_t filtersse2(const unsigned char* data, std::size_t& i, std::size_t last, std::size_t n,
-                       const unsigned char* f, const unsigned char* l, Verify verify)
-{
-    const __m128i f0 = _mm_set1_epi8(static_cast<char>(f[0]));
-    const __m128i f1 = _mm_set1_epi8(static_cast<char>(f[1]));
-    const __m128i l0 = _mm_set1_epi8(static_cast<char>(l[0]));
-    const __m128i l1 = _mm_set1_epi8(static_cast<char>(l[1]));
-    for (; i + 15 <= last; i += 16) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + n - 1));
-        const __m128i ma = _mm_or_si128(_mm_cmpeq_epi8(a, f0), _mm_cmpeq_epi8(a, f1));
-        const __m128i mb = _mm_or_si128(_mm_cmpeq_epi8(b, l0), _mm_cmpeq_epi8(b, l1));
-        auto mask = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_and_si128(ma, mb)));
-        while (mask != 0) {
-            const std::size_t p = i + static_cast<std::size_t>(__builtin_ctz(mask));
-            if (verify(data + p))
-                return p;
-            mask &= mask - 1;
-        }
-    }
-    return PatternSearch::npos;
-}
+using Lanes = signed char __attribute__((vector_size(32)));
 
 }  // namespace
+
+// Candidate filter: positions whose first and last byte may match, 32 at a
+// time; each candidate is then compared in full. Written once in vector
+// form; the compiler makes an AVX2 and a baseline copy and the loader picks
+// the one this processor runs. `i` is where the caller's scalar tail goes on
+// when nothing was found.
+__attribute__((target_clones("avx2", "default"))) std::size_t PatternSearch::filter(const unsigned char* data,
+                                                                                   std::size_t& i,
+                                                                                   std::size_t last) const
+{
+    const std::size_t n = pattern_.size();
+    // A scalar added to a vector goes to every lane.
+    const Lanes f0 = Lanes{} + static_cast<signed char>(first_[0]), f1 = Lanes{} + static_cast<signed char>(first_[1]);
+    const Lanes l0 = Lanes{} + static_cast<signed char>(last_[0]), l1 = Lanes{} + static_cast<signed char>(last_[1]);
+    for (; i + 31 <= last; i += 32) {
+        Lanes a, b;
+        std::memcpy(&a, data + i, sizeof a);
+        std::memcpy(&b, data + i + n - 1, sizeof b);
+        const Lanes m = ((a == f0) | (a == f1)) & ((b == l0) | (b == l1));
+        std::uint64_t w[4];
+        std::memcpy(w, &m, sizeof w);
+        if ((w[0] | w[1] | w[2] | w[3]) == 0)
+            continue;
+        for (std::size_t k = 0; k < 32; ++k) {
+            if (m[k] != 0 && matchesat(data + i + k))
+                return i + k;
+        }
+    }
+    return npos;
+}
 
 std::size_t PatternSearch::find(const unsigned char* data, std::size_t size, std::size_t from) const
 {
@@ -162,9 +136,7 @@ std::size_t PatternSearch::find(const unsigned char* data, std::size_t size, std
     }
     std::size_t i = from;
     if (filterable_) {
-        auto verify = [this](const unsigned char* p) { return matchesat(p); };
-        const std::size_t found = hasavx2() ? filteravx2(data, i, last, n, first_, last_, verify)
-                                            : filtersse2(data, i, last, n, first_, last_, verify);
+        const std::size_t found = filter(data, i, last);
         if (found != npos)
             return found;
     }

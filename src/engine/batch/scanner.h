@@ -51,6 +51,7 @@ public:
 
 private:
     bool matchesat(const unsigned char* p) const;
+    std::size_t filter(const unsigned char* data, std::size_t& i, std::size_t last) const;
 
     std::string pattern_;
     bool bMatchCase_;
