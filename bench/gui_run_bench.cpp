@@ -18,7 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "mainwindow/form1.h"
+#include "gui/mainwindow/form1.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "batch/scanner.h"
+#include "engine/batch/scanner.h"
 
 namespace {
 

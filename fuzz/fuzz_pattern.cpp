@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "pattern/notation.h"
-#include "pattern/stringtools.h"
+#include "engine/pattern/notation.h"
+#include "engine/pattern/stringtools.h"
 
 namespace {
 

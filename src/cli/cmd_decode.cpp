@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cli/command.h"
-#include "pattern/notation.h"
+#include "engine/pattern/notation.h"
 
 namespace brindlex::cli {
 namespace {

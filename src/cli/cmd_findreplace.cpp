@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "batch/run.h"
+#include "engine/batch/run.h"
 #include "cli/command.h"
 #include "cli/runcli.h"
 

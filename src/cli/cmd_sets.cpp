@@ -10,10 +10,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "batch/run.h"
+#include "engine/batch/run.h"
 #include "cli/command.h"
 #include "cli/runcli.h"
-#include "replacements/replist.h"
+#include "engine/replacements/replist.h"
 
 namespace brindlex::cli {
 namespace {

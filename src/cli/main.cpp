@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "cli/command.h"
-#include "core/state.h"
+#include "engine/core/state.h"
 
 namespace brindlex::cli {
 namespace {

@@ -12,8 +12,8 @@
 #include <unistd.h>
 
 #include "cli/command.h"
-#include "core/workdir.h"
-#include "files/files.h"
+#include "engine/core/workdir.h"
+#include "engine/files/files.h"
 
 namespace brindlex::cli {
 

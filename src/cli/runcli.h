@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "batch/host.h"
-#include "batch/run.h"
+#include "engine/batch/host.h"
+#include "engine/batch/run.h"
 
 namespace brindlex::cli {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "mainwindow/form1.h"
+#include "gui/mainwindow/form1.h"
 
 int main(int argc, char** argv)
 {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "files/files.h"
+#include "engine/files/files.h"
 #include "support/tempdir.h"
 
 namespace brindlex {

@@ -1,4 +1,4 @@
-#include "pattern/notation.h"
+#include "engine/pattern/notation.h"
 
 #include <gtest/gtest.h>
 

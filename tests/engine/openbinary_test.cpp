@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/openbinary.h"
+#include "engine/core/openbinary.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
 

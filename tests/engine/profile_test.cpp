@@ -14,7 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "replacements/profile.h"
+#include "engine/replacements/profile.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
 

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "replacements/replist.h"
+#include "engine/replacements/replist.h"
 #include "support/tempdir.h"
 
 namespace brindlex {

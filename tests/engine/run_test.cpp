@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "batch/run.h"
+#include "engine/batch/run.h"
 #include "support/tempdir.h"
 
 namespace brindlex {

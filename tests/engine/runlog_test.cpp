@@ -6,7 +6,7 @@
 
 #include <sys/stat.h>
 
-#include "batch/runlog.h"
+#include "engine/batch/runlog.h"
 #include "support/tempdir.h"
 
 namespace brindlex {

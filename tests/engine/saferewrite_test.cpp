@@ -13,8 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/faultinject.h"
-#include "core/saferewrite.h"
+#include "engine/core/faultinject.h"
+#include "engine/core/saferewrite.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
 

@@ -10,9 +10,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "batch/runlog.h"
-#include "batch/scanner.h"
-#include "pattern/notation.h"
+#include "engine/batch/runlog.h"
+#include "engine/batch/scanner.h"
+#include "engine/pattern/notation.h"
 #include "support/refscanner.h"
 #include "support/tempdir.h"
 

@@ -7,8 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "batch/host.h"
-#include "files/files.h"
+#include "engine/batch/host.h"
+#include "engine/files/files.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
 

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/workdir.h"
+#include "engine/core/workdir.h"
 #include "support/tempdir.h"
 
 namespace brindlex {

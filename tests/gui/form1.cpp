@@ -6,9 +6,9 @@
 
 #include <memory>
 
-#include "mainwindow/form1.h"
-#include "mainwindow/windowhost.h"
-#include "seam/dialogs.h"
+#include "gui/mainwindow/form1.h"
+#include "gui/mainwindow/windowhost.h"
+#include "gui/seam/dialogs.h"
 
 using namespace brindlex::gui;
 

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "pattern/notation.h"
+#include "engine/pattern/notation.h"
 
 namespace brindlex::test {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "batch/host.h"
+#include "engine/batch/host.h"
 
 namespace brindlex::test {
 

@@ -1,16 +1,16 @@
-#include "batch/run.h"
+#include "engine/batch/run.h"
 
 #include <memory>
 #include <optional>
 
 #include <sys/stat.h>
 
-#include "batch/runlog.h"
-#include "batch/scanner.h"
-#include "core/openbinary.h"
-#include "core/saferewrite.h"
-#include "files/files.h"
-#include "pattern/notation.h"
+#include "engine/batch/runlog.h"
+#include "engine/batch/scanner.h"
+#include "engine/core/openbinary.h"
+#include "engine/core/saferewrite.h"
+#include "engine/files/files.h"
+#include "engine/pattern/notation.h"
 
 namespace brindlex {
 namespace {

@@ -28,7 +28,7 @@
 #include <string>
 #include <vector>
 
-#include "batch/host.h"
+#include "engine/batch/host.h"
 
 namespace brindlex {
 

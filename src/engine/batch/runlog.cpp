@@ -1,12 +1,12 @@
-#include "batch/runlog.h"
+#include "engine/batch/runlog.h"
 
 #include <cerrno>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/state.h"
-#include "pattern/notation.h"
+#include "engine/core/state.h"
+#include "engine/pattern/notation.h"
 
 namespace brindlex {
 

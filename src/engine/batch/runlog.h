@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/openbinary.h"
+#include "engine/core/openbinary.h"
 
 namespace brindlex {
 

@@ -1,4 +1,4 @@
-#include "batch/scanner.h"
+#include "engine/batch/scanner.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,9 +8,9 @@
 
 #include <unistd.h>
 
-#include "batch/runlog.h"
-#include "core/state.h"
-#include "pattern/notation.h"
+#include "engine/batch/runlog.h"
+#include "engine/core/state.h"
+#include "engine/pattern/notation.h"
 
 namespace brindlex {
 namespace {

@@ -29,7 +29,7 @@
 #include <string>
 #include <string_view>
 
-#include "batch/host.h"
+#include "engine/batch/host.h"
 
 namespace brindlex {
 

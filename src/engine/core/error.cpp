@@ -1,4 +1,4 @@
-#include "core/error.h"
+#include "engine/core/error.h"
 
 #include <cstring>
 

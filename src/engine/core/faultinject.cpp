@@ -1,4 +1,4 @@
-#include "core/faultinject.h"
+#include "engine/core/faultinject.h"
 
 namespace brindlex::faultinject {
 

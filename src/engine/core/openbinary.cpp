@@ -1,11 +1,11 @@
-#include "core/openbinary.h"
+#include "engine/core/openbinary.h"
 
 #include <cerrno>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/state.h"
+#include "engine/core/state.h"
 
 namespace brindlex {
 

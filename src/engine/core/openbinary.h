@@ -10,7 +10,7 @@
 
 #include <sys/stat.h>
 
-#include "core/error.h"
+#include "engine/core/error.h"
 
 namespace brindlex {
 

@@ -1,4 +1,4 @@
-#include "core/saferewrite.h"
+#include "engine/core/saferewrite.h"
 
 #include <cerrno>
 #include <chrono>
@@ -12,8 +12,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "core/faultinject.h"
-#include "core/openbinary.h"
+#include "engine/core/faultinject.h"
+#include "engine/core/openbinary.h"
 
 namespace brindlex {
 

@@ -29,7 +29,7 @@
 #include <memory>
 #include <string_view>
 
-#include "core/error.h"
+#include "engine/core/error.h"
 
 namespace brindlex {
 

@@ -1,4 +1,4 @@
-#include "core/workdir.h"
+#include "engine/core/workdir.h"
 
 #include <cerrno>
 #include <cstdlib>

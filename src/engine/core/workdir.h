@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "core/error.h"
+#include "engine/core/error.h"
 
 namespace brindlex {
 

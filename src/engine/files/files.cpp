@@ -1,4 +1,4 @@
-#include "files/files.h"
+#include "engine/files/files.h"
 
 #include <algorithm>
 #include <cstdio>

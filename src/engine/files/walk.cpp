@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "batch/host.h"
-#include "files/files.h"
+#include "engine/batch/host.h"
+#include "engine/files/files.h"
 
 namespace brindlex {
 

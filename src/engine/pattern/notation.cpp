@@ -1,9 +1,9 @@
-#include "pattern/notation.h"
+#include "engine/pattern/notation.h"
 
 #include <cstddef>
 
-#include "core/state.h"
-#include "pattern/stringtools.h"
+#include "engine/core/state.h"
+#include "engine/pattern/stringtools.h"
 
 namespace brindlex {
 namespace {

@@ -1,4 +1,4 @@
-#include "pattern/stringtools.h"
+#include "engine/pattern/stringtools.h"
 
 #include <cstddef>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "replacements/profile.h"
+#include "engine/replacements/profile.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -8,10 +8,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "core/saferewrite.h"
-#include "core/workdir.h"
-#include "pattern/notation.h"
-#include "pattern/stringtools.h"
+#include "engine/core/saferewrite.h"
+#include "engine/core/workdir.h"
+#include "engine/pattern/notation.h"
+#include "engine/pattern/stringtools.h"
 
 namespace brindlex {
 namespace {

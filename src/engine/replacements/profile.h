@@ -36,7 +36,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/error.h"
+#include "engine/core/error.h"
 
 namespace brindlex {
 

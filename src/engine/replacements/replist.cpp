@@ -1,11 +1,11 @@
-#include "replacements/replist.h"
+#include "engine/replacements/replist.h"
 
 #include <cstdint>
 
-#include "core/state.h"
-#include "pattern/notation.h"
-#include "pattern/stringtools.h"
-#include "replacements/profile.h"
+#include "engine/core/state.h"
+#include "engine/pattern/notation.h"
+#include "engine/pattern/stringtools.h"
+#include "engine/replacements/profile.h"
 
 namespace brindlex {
 namespace {

@@ -1,4 +1,4 @@
-#include "mainwindow/form1.h"
+#include "gui/mainwindow/form1.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -19,16 +19,16 @@
 #include <optional>
 #include <system_error>
 
-#include "batch/run.h"
-#include "core/state.h"
-#include "core/workdir.h"
-#include "files/files.h"
-#include "mainwindow/tabstopdelegate.h"
-#include "mainwindow/windowhost.h"
-#include "replacements/profile.h"
-#include "replacements/replist.h"
-#include "replacements/repmenu.h"
-#include "seam/dialogs.h"
+#include "engine/batch/run.h"
+#include "engine/core/state.h"
+#include "engine/core/workdir.h"
+#include "engine/files/files.h"
+#include "gui/mainwindow/tabstopdelegate.h"
+#include "gui/mainwindow/windowhost.h"
+#include "engine/replacements/profile.h"
+#include "engine/replacements/replist.h"
+#include "gui/replacements/repmenu.h"
+#include "gui/seam/dialogs.h"
 
 namespace brindlex::gui {
 

@@ -1,4 +1,4 @@
-#include "mainwindow/tabstopdelegate.h"
+#include "gui/mainwindow/tabstopdelegate.h"
 
 #include <QApplication>
 #include <QPainter>

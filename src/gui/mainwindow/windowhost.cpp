@@ -1,4 +1,4 @@
-#include "mainwindow/windowhost.h"
+#include "gui/mainwindow/windowhost.h"
 
 #include <QApplication>
 #include <QLabel>
@@ -13,10 +13,10 @@
 
 #include <time.h>
 
-#include "batch/run.h"
-#include "core/state.h"
-#include "mainwindow/form1.h"
-#include "seam/dialogs.h"
+#include "engine/batch/run.h"
+#include "engine/core/state.h"
+#include "gui/mainwindow/form1.h"
+#include "gui/seam/dialogs.h"
 
 namespace brindlex::gui {
 namespace {

@@ -21,7 +21,7 @@
 #include <optional>
 #include <string>
 
-#include "batch/host.h"
+#include "engine/batch/host.h"
 
 namespace brindlex::gui {
 

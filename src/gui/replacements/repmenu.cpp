@@ -1,9 +1,9 @@
-#include "replacements/repmenu.h"
+#include "gui/replacements/repmenu.h"
 
 #include <QAction>
 #include <QMenu>
 
-#include "mainwindow/form1.h"
+#include "gui/mainwindow/form1.h"
 
 namespace brindlex::gui {
 

@@ -12,7 +12,7 @@
 #include <functional>
 #include <vector>
 
-#include "replacements/replist.h"
+#include "engine/replacements/replist.h"
 
 class QAction;
 class QMenu;

@@ -1,4 +1,4 @@
-#include "seam/dialogs.h"
+#include "gui/seam/dialogs.h"
 
 #include <QDesktopServices>
 #include <QFileDialog>
