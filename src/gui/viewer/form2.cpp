@@ -38,6 +38,13 @@ namespace {
 int pixels(int twips, int dpi) { return (twips * dpi + 720) / 1440; }
 std::int64_t twips(int pixels, int dpi) { return static_cast<std::int64_t>(pixels) * 1440 / dpi; }
 
+// The bold font is wider than the design's: a label grows to its caption.
+void setcaption(QLabel* label, const QString& text)
+{
+    label->setText(text);
+    label->resize(std::max(label->width(), label->sizeHint().width()), label->height());
+}
+
 }  // namespace
 
 Form2::Form2(ViewState& state, ViewerHost& host) : state(state), host(host)
@@ -94,6 +101,7 @@ void Form2::buildsurface()
     QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     fixed.setBold(true);
     Text1->setFont(fixed);
+    Text1->setTabStopDistance(8 * QFontMetricsF(fixed).horizontalAdvance(QLatin1Char(' ')));
 
     setTabOrder(txtWidth, HScroll1);
     setTabOrder(HScroll1, Combo1);
@@ -232,13 +240,13 @@ void Form2::showpage()
 {
     state.nViewBlock = pageblock(twipsheight(), state.nViewWidth, state.nViewMode);
     readintostate();
-    Label1->setText(QStringLiteral("<20>=space <0D>=CR <0A>=LF <09>=TAB"));
+    setcaption(Label1, QStringLiteral("<20>=space <0D>=CR <0A>=LF <09>=TAB"));
     Label1->setVisible(state.nViewMode < kModePureText);
     HScroll1->setVisible(state.nViewMode != kModeFullText);
     const std::int64_t length = filelength();
     setscrollbar(length);
     setWindowTitle(towidget(state.sViewFile + " (" + std::to_string(length) + " bytes)"));
-    Label2->setText(towidget(pagerange(state.lViewPos, state.lViewLen)));
+    setcaption(Label2, towidget(pagerange(state.lViewPos, state.lViewLen)));
 }
 
 void Form2::setscrollbar(std::int64_t length)

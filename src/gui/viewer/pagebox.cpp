@@ -4,6 +4,8 @@ namespace brindlex::gui {
 
 namespace {
 
+constexpr char16_t kMarkCR = 0x21B5;       // a CR that is no usual line end
+constexpr char16_t kMarkLF = 0x2193;       // an LF that is no usual line end
 constexpr char16_t kPictures = 0x2400;     // control picture of byte 0
 constexpr char16_t kPictureDel = 0x2421;   // control picture of byte 127
 constexpr char16_t kSoftBreak = 0x2028;    // a line break inside a paragraph
@@ -39,6 +41,8 @@ QString pagetobox(std::string_view bytes, LineEnd plain)
         ++at;
         if (b == '\t' || (b >= 32 && b != 127))
             shown += QChar(b);
+        else if (b == '\r' || b == '\n')
+            shown += QChar(b == '\r' ? kMarkCR : kMarkLF);
         else
             shown += QChar(b == 127 ? kPictureDel : static_cast<char16_t>(kPictures + b));
         if ((b == '\r' || b == '\n') && (at == bytes.size() || !plainat(at)))
@@ -58,7 +62,9 @@ std::string boxtopage(QStringView shown, LineEnd plain)
         if (c == u'\n' || c == kParagraph)
             bytes += end;
         else if (c == kSoftBreak)
-            bytes += before == kPictures + '\r' || before == kPictures + '\n' ? std::string_view() : end;
+            bytes += before == kMarkCR || before == kMarkLF ? std::string_view() : end;
+        else if (c == kMarkCR || c == kMarkLF)
+            bytes += c == kMarkCR ? '\r' : '\n';
         else if (controlpicture(c))
             bytes += static_cast<char>(c == kPictureDel ? 127 : c - kPictures);
         else
