@@ -35,6 +35,8 @@ namespace brindlex::gui {
 
 namespace {
 
+constexpr std::size_t kBigPage = 1 << 20;
+
 int pixels(int twips, int dpi) { return (twips * dpi + 720) / 1440; }
 std::int64_t twips(int pixels, int dpi) { return static_cast<std::int64_t>(pixels) * 1440 / dpi; }
 
@@ -231,7 +233,13 @@ void Form2::readintostate()
     state.lViewLen = page.lViewLen;
     state.stamp = page.stamp;
     state.sViewText = state.nViewMode >= kModePureText ? page.sText : decodepage(page.sText);
+    // Megabytes of Full Text take the box a moment to lay out.
+    const bool big = page.sText.size() > kBigPage;
+    if (big)
+        QApplication::setOverrideCursor(Qt::WaitCursor);
     Text1->setpage(page.sText);
+    if (big)
+        QApplication::restoreOverrideCursor();
     if (page.error)
         message(page.error.text);
 }

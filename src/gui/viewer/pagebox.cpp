@@ -82,7 +82,10 @@ PageBox::PageBox(QWidget* parent) : QPlainTextEdit(parent)
 void PageBox::setpage(std::string_view bytes)
 {
     plain = usuallineend(bytes);
+    // A page of Full Text may hold megabytes: no undo record of the old page.
+    document()->setUndoRedoEnabled(false);
     setPlainText(pagetobox(bytes, plain));
+    document()->setUndoRedoEnabled(true);
 }
 
 std::string PageBox::page() const
