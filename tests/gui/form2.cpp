@@ -486,6 +486,24 @@ private slots:
         QCOMPARE(form.List2->count(), 0);
     }
 
+    void fullTextTooLarge()
+    {
+        // Refused with a message, never shown in part: an edit can't be saved.
+        World world;
+        world.write("big", QByteArray());
+        QFile::resize(world.file("big"), qint64(16) * 1024 * 1024 + 1);
+        Form1& form = world.start();
+        Form2& viewer = world.open("big");
+        setmode(viewer, 3);
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 1);
+        QCOMPARE(viewer.Text1->page(), std::string());
+        viewer.Text1->setpage("typed");
+        viewer.mnuSave_Click();
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 2);
+        QCOMPARE(QFileInfo(world.file("big")).size(), qint64(16) * 1024 * 1024 + 1);
+        QCOMPARE(form.view.lViewPos, 1);
+    }
+
     void clickOnCell_data()
     {
         QTest::addColumn<int>("format");
