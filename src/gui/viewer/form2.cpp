@@ -190,6 +190,8 @@ void Form2::focuswindowchanged(QWindow* window)
 
 void Form2::Form_Activate()
 {
+    // Hiding the box takes its focus away; it gets it back with the page.
+    const bool focused = Text1->hasFocus();
     Text1->hide();
     bHidden = true;
     if (Combo1->currentIndex() == kModeAutoDetect)
@@ -197,6 +199,8 @@ void Form2::Form_Activate()
     showpage();
     bHidden = false;
     Text1->show();
+    if (focused)
+        Text1->setFocus();
 }
 
 std::int64_t Form2::filelength() const
