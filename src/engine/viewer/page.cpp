@@ -80,7 +80,11 @@ Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_
     if (!read)
         page.error = errorfromerrno(errno, sFile);
     page.lViewLen = static_cast<std::int64_t>(block.size());
-    page.sText = formatpage(block, page.lPos, nWidth, nMode, nFormat);
+    // A text page is its block: a whole file in Full Text is not copied again.
+    if (nMode >= kModePureText && block.find('\0') == std::string::npos)
+        page.sText = std::move(block);
+    else
+        page.sText = formatpage(block, page.lPos, nWidth, nMode, nFormat);
     return page;
 }
 
