@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -239,13 +240,14 @@ TEST(ViewerPosition, EvaluatesGotoAnswers)
         {"&h1a", 26},   {"&H100000000", 1LL << 32},            {"1E3", 1000},      {"12.5", 0},
         {".2", 1024},   {".1.5", 768},     {"+", 1160},       {"-", 840},         {"+100", 1100},
         {"-100", 900},  {"10-2-3", 11},    {"1+2-3", 0},      {"5-3+1", 3},       {" 7 + &H10& ", 23},
-        {"5+", 5},      {"6442450944+1", 6442450945},
+        {"5+", 5},      {"6442450944+1", 6442450945},                {".0.0009765625", 0}, {".0.0029296875", 2},
+        {"99999999999999999999+99999999999999999999", std::numeric_limits<std::int64_t>::max()},
     };
     for (const auto& row : rows)
         EXPECT_EQ(parseposition(row.s, 1000, 160), row.value) << '"' << row.s << '"';
     // An empty left side stands for a negative base as a number, not as text.
     EXPECT_EQ(parseposition("+10", -5, 160), 5);
-    EXPECT_EQ(leadingnumber("2.5"), 2.5);
+    EXPECT_EQ(leadingnumber("2.5") + leadingnumber("-1") + leadingnumber("-x"), 1.5);
 }
 
 TEST(ViewerPosition, FindsTheByteUnderTheCaret)

@@ -73,7 +73,8 @@ Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_
         count = std::min(page.nBlock, page.lFileLen - lPos + 1);
     }
     std::string block;
-    block.reserve(static_cast<std::size_t>(count) + 1);
+    if (count > 0)
+        block.reserve(static_cast<std::size_t>(count) + 1);
     bool read = count <= 0 || readat(file.fd.get(), block, page.lPos - 1, count);
     if (read && nMode == kModePureText && !block.empty() && block.back() == '\r')
         read = readat(file.fd.get(), block, page.lPos - 1 + static_cast<std::int64_t>(block.size()), 1);

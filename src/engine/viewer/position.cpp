@@ -39,6 +39,8 @@ double decimalnumber(const std::string& digits)
 {
     std::string number;
     std::size_t at = 0;
+    if (!digits.empty() && (digits[0] == '+' || digits[0] == '-'))
+        number += digits[at++];
     auto take = [&](bool (*accept)(char)) {
         while (at < digits.size() && accept(digits[at]))
             number += digits[at++];
@@ -56,7 +58,7 @@ double decimalnumber(const std::string& digits)
         number += digits[at++];
         take(isdigit);
     }
-    if (number.empty() || number == ".")
+    if (number.find_first_of("0123456789") == std::string::npos)
         return 0;
     return std::strtod(number.c_str(), nullptr);
 }
@@ -97,7 +99,11 @@ std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64
         // a negative lViewHit would be split again, without end.
         const std::int64_t a = left.empty() ? lViewHit : parseposition(left, lViewHit, nViewBlock);
         const std::int64_t b = parseposition(right, lViewHit, nViewBlock);
-        return plus ? a + b : a - b;
+        std::int64_t sum = 0;
+        if (plus ? __builtin_add_overflow(a, b, &sum) : __builtin_sub_overflow(a, b, &sum))
+            return (plus ? b > 0 : b < 0) ? std::numeric_limits<std::int64_t>::max()
+                                          : std::numeric_limits<std::int64_t>::min();
+        return sum;
     }
     if (text[0] == '.')
         return clamped(leadingnumber(std::string_view(text).substr(1)) * 512);

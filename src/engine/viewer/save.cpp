@@ -87,6 +87,10 @@ SpliceResult splicepage(const SpliceRequest& request)
     if (result.error)
         return result;
     result.opened = true;
+    if (request.lViewPos < 1 || request.lViewLen < 0 || request.lViewPos - 1 > file.size() - request.lViewLen) {
+        result.error = Error{EINVAL, "The page lies outside the file; nothing was saved", request.sViewFile};
+        return result;
+    }
     if (filestamp(file.st) != request.stamp) {
         result.error = changedondisk(request.sViewFile);
         return result;
