@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <vector>
-
-#include <unistd.h>
 
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
@@ -61,20 +58,18 @@ PageEdit pageedit(std::string_view pageText, int nMode, int nFormat, std::string
 
 Error copybytes(int nFrom, std::int64_t& position, std::int64_t lCount, SafeReplace& to)
 {
-    std::vector<char> buffer(kCopyBuffer);
+    std::string buffer;
+    buffer.reserve(kCopyBuffer);
     while (lCount > 0) {
-        const std::size_t want = static_cast<std::size_t>(std::min<std::int64_t>(lCount, kCopyBuffer));
-        const ssize_t n = ::pread(nFrom, buffer.data(), want, position);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
+        buffer.clear();
+        if (!readblock(nFrom, position, std::min<std::int64_t>(lCount, kCopyBuffer), buffer))
             return errorfromerrno(errno);
-        if (n == 0)
+        if (buffer.empty())
             break;
-        if (!to.write(std::string_view(buffer.data(), static_cast<std::size_t>(n))))
+        if (!to.write(buffer))
             return Error{EIO, "Write failed", {}};
-        position += n;
-        lCount -= n;
+        position += static_cast<std::int64_t>(buffer.size());
+        lCount -= static_cast<std::int64_t>(buffer.size());
     }
     return {};
 }
