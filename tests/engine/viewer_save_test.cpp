@@ -2,8 +2,10 @@
 // for a second save, and the refusals that keep a byte from being lost.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 
+#include "engine/core/faultinject.h"
 #include "engine/viewer/page.h"
 #include "engine/viewer/save.h"
 #include "support/tempdir.h"
@@ -115,6 +117,20 @@ TEST(ViewerSave, RefusesWhatWouldLoseBytes)
         EXPECT_NE(v.save(edited).find(row.refusal), std::string::npos);
         EXPECT_EQ(test::readfile(v.file), row.content);
     }
+}
+
+TEST(ViewerSave, LeavesTheFileAsItWasWhenAWriteFails)
+{
+    test::TempDir dir;
+    Viewer v(dir.write("f", kFile), dir.path() / "brindlex.tmp", kModePureText);
+    v.show(3, 4);
+    faultinject::arm({0, 0, "write", ENOSPC});
+    const std::string why = v.save("new");
+    faultinject::disarm();
+    EXPECT_NE(why.find("No space left on device"), std::string::npos) << why;
+    EXPECT_EQ(test::readfile(v.file), kFile);
+    EXPECT_EQ(v.save("new"), "");   // nothing of the failure stays behind
+    EXPECT_EQ(test::readfile(v.file), "01new6789ABCDEFGHIJKLMNOPQRSTUVWXYZ");
 }
 
 TEST(ViewerSave, LeavesAFileChangedSinceItsPageWasRead)

@@ -247,7 +247,7 @@ TEST(ViewerPosition, EvaluatesGotoAnswers)
         EXPECT_EQ(parseposition(row.s, 1000, 160), row.value) << '"' << row.s << '"';
     // An empty left side stands for a negative base as a number, not as text.
     EXPECT_EQ(parseposition("+10", -5, 160), 5);
-    EXPECT_EQ(leadingnumber("2.5") + leadingnumber("-1") + leadingnumber("-x"), 1.5);
+    EXPECT_EQ(inputnumber("2.5") + inputnumber("-1") + inputnumber("-x"), 1.5);
 }
 
 TEST(ViewerPosition, FindsTheByteUnderTheCaret)

@@ -65,7 +65,7 @@ double decimalnumber(const std::string& digits)
 
 }  // namespace
 
-double leadingnumber(std::string_view s)
+double inputnumber(std::string_view s)
 {
     std::string compact;
     for (const char c : s) {
@@ -87,7 +87,7 @@ std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64
     const bool plus = text.find('+') != std::string::npos;
     const bool minus = text.find('-') != std::string::npos;
     if (!plus && !minus && text.find('.') == std::string::npos)
-        return clamped(leadingnumber(text));
+        return clamped(inputnumber(text));
     if (text == "+")
         return lViewHit + nViewBlock;
     if (text == "-")
@@ -106,7 +106,7 @@ std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64
         return sum;
     }
     if (text[0] == '.')
-        return clamped(leadingnumber(std::string_view(text).substr(1)) * 512);
+        return clamped(inputnumber(std::string_view(text).substr(1)) * 512);
     return 0;
 }
 
@@ -132,11 +132,11 @@ std::int64_t clickposition(std::string_view pageText, std::int64_t caret, int nF
     const std::int64_t k = colon == std::string_view::npos ? 0 : static_cast<std::int64_t>(colon) + 1;
     double b = 0;
     if (nFormat == kFormatDecimal)
-        b = leadingnumber(s);
+        b = inputnumber(s);
     else if (nFormat == kFormatSector)
-        b = leadingnumber("&H" + std::string(s.substr(0, s.find('.'))) + "&");
+        b = inputnumber("&H" + std::string(s.substr(0, s.find('.'))) + "&");
     else
-        b = leadingnumber("&H" + std::string(s) + "&");
+        b = inputnumber("&H" + std::string(s) + "&");
     const std::int64_t o = caret - r - k - 2;
     return clamped(b) + o / 5;
 }

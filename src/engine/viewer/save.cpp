@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "engine/batch/rewrite.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 #include "engine/pattern/notation.h"
@@ -67,12 +68,30 @@ Error copybytes(int nFrom, std::int64_t& position, std::int64_t lCount, SafeRepl
         if (buffer.empty())
             break;
         if (!to.write(buffer))
-            return Error{EIO, "Write failed", {}};
+            return to.writeerror();
         position += static_cast<std::int64_t>(buffer.size());
         lCount -= static_cast<std::int64_t>(buffer.size());
     }
     return {};
 }
+
+namespace {
+
+// Streams before, page and after into `replace`; a failed read stops it
+// with its error, a failed write is left to the commit's check.
+Error splice(const SpliceRequest& request, int nFrom, std::int64_t lOld, SafeReplace& replace)
+{
+    std::int64_t position = 0;
+    Error error = copybytes(nFrom, position, request.lViewPos - 1, replace);
+    if (!error && !replace.write(request.bytes))
+        error = replace.writeerror();
+    position = request.lViewPos - 1 + request.lViewLen;
+    if (!error)
+        error = copybytes(nFrom, position, lOld, replace);
+    return replace.writeerror() ? Error{} : error;
+}
+
+}  // namespace
 
 SpliceResult splicepage(const SpliceRequest& request)
 {
@@ -90,34 +109,30 @@ SpliceResult splicepage(const SpliceRequest& request)
         result.error = changedondisk(request.sViewFile);
         return result;
     }
-    std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, result.error);
-    if (!replace)
-        return result;
+    Error begun;
+    std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, begun);
     // The replacement looked at the file by name after the check above: a
     // file put in its place meanwhile must not be overwritten either.
-    if (!samefile(request.sViewFile, request.stamp)) {
+    if (replace && !samefile(request.sViewFile, request.stamp)) {
         result.error = changedondisk(request.sViewFile);
         return result;
     }
-    const std::int64_t lOld = file.size();
-    std::int64_t position = 0;
-    result.error = copybytes(file.fd.get(), position, request.lViewPos - 1, *replace);
-    if (!result.error && !replace->write(request.bytes))
-        result.error = Error{EIO, "Write failed", request.sViewFile};
-    position = request.lViewPos - 1 + request.lViewLen;
-    if (!result.error)
-        result.error = copybytes(file.fd.get(), position, lOld, *replace);
+    if (replace) {
+        result.error = splice(request, file.fd.get(), file.size(), *replace);
+        if (result.error)
+            return result;
+    }
     file.fd.close();
-    const std::int64_t lLenChange = static_cast<std::int64_t>(request.bytes.size()) - request.lViewLen;
-    const std::int64_t lNew = replace->writtenlength();
-    if (!result.error && lNew - lOld - lLenChange != 0)
-        result.error = Error{EIO, "Cannot replace! ERROR in file lengths for " + request.sViewFile.string(),
-                             request.sViewFile};
-    if (!result.error)
-        result.error = replace->commit();
+    const std::string sFile = request.sViewFile.string();
+    const Rewrite rewrite = commitrewrite(replace.get(), begun, sFile,
+                                          static_cast<std::int64_t>(request.bytes.size()) - request.lViewLen);
+    if (rewrite.failure == RewriteFailure::Copy)
+        result.error = Error{rewrite.reason.code, rewritemessage(rewrite, sFile), request.sViewFile};
+    else if (rewrite.failure == RewriteFailure::Length)
+        result.error = rewrite.reason ? rewrite.reason : Error{EIO, rewritemessage(rewrite, sFile), request.sViewFile};
     if (result.error)
         return result;
-    result.lNewLength = lNew;
+    result.lNewLength = rewrite.lLength;
     struct stat st {};
     if (::stat(request.sViewFile.c_str(), &st) == 0)
         result.stamp = filestamp(st);
