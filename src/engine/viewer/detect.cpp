@@ -2,8 +2,6 @@
 
 #include <string>
 
-#include <unistd.h>
-
 #include "engine/core/openbinary.h"
 #include "engine/viewer/page.h"
 
@@ -24,15 +22,9 @@ Head readhead(const std::filesystem::path& sFile)
         return head;
     head.opened = true;
     head.length = file.size();
-    char bytes[kBinaryTestBytes];
-    std::size_t got = 0;
-    while (got < sizeof bytes) {
-        const ssize_t n = ::pread(file.fd.get(), bytes + got, sizeof bytes - got, static_cast<off_t>(got));
-        if (n <= 0)
-            break;
-        got += static_cast<std::size_t>(n);
-    }
-    head.binary = std::string_view(bytes, got).find('\0') != std::string_view::npos;
+    std::string bytes;
+    readblock(file.fd.get(), 0, kBinaryTestBytes, bytes);
+    head.binary = bytes.find('\0') != std::string::npos;
     return head;
 }
 

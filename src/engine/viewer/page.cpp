@@ -13,8 +13,15 @@
 namespace brindlex {
 namespace {
 
-// pread until `count` bytes or the end of the file; short only at the end.
-bool readat(int fd, std::string& into, std::int64_t offset, std::int64_t count)
+std::string fulltexttoolarge(std::int64_t length)
+{
+    return "File too large for Full Text: " + std::to_string(length) + " bytes, at most " +
+           std::to_string(kFullTextLimit) + " can be shown as text; use Pure Text to page through it";
+}
+
+}  // namespace
+
+bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& into)
 {
     const std::size_t start = into.size();
     into.resize(start + static_cast<std::size_t>(count));
@@ -31,14 +38,6 @@ bool readat(int fd, std::string& into, std::int64_t offset, std::int64_t count)
     }
     return true;
 }
-
-std::string fulltexttoolarge(std::int64_t length)
-{
-    return "File too large for Full Text: " + std::to_string(length) + " bytes, at most " +
-           std::to_string(kFullTextLimit) + " can be shown as text; use Pure Text to page through it";
-}
-
-}  // namespace
 
 FileStamp filestamp(const struct stat& st)
 {
@@ -73,14 +72,19 @@ Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_
         count = std::min(page.nBlock, page.lFileLen - lPos + 1);
     }
     std::string block;
-    block.reserve(static_cast<std::size_t>(count) + 1);
-    bool read = count <= 0 || readat(file.fd.get(), block, page.lPos - 1, count);
+    if (count > 0)
+        block.reserve(static_cast<std::size_t>(count) + 1);
+    bool read = count <= 0 || readblock(file.fd.get(), page.lPos - 1, count, block);
     if (read && nMode == kModePureText && !block.empty() && block.back() == '\r')
-        read = readat(file.fd.get(), block, page.lPos - 1 + static_cast<std::int64_t>(block.size()), 1);
+        read = readblock(file.fd.get(), page.lPos - 1 + static_cast<std::int64_t>(block.size()), 1, block);
     if (!read)
         page.error = errorfromerrno(errno, sFile);
     page.lViewLen = static_cast<std::int64_t>(block.size());
-    page.sText = formatpage(block, page.lPos, nWidth, nMode, nFormat);
+    // A text page is its block: a whole file in Full Text is not copied again.
+    if (nMode >= kModePureText && block.find('\0') == std::string::npos)
+        page.sText = std::move(block);
+    else
+        page.sText = formatpage(block, page.lPos, nWidth, nMode, nFormat);
     return page;
 }
 

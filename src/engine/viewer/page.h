@@ -56,6 +56,11 @@ struct FileStamp {
 };
 FileStamp filestamp(const struct stat& st);
 
+// Appends up to `count` bytes of the open file `fd` from 0-based `offset` to
+// `into`; fewer only at the file's end. False on a read error (errno tells
+// it), with what was read before it kept.
+bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& into);
+
 // One page as read: everything showpage and a later save need.
 struct Page {
     bool opened = false;        // false: the file couldn't be opened, `error` says why;

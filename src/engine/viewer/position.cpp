@@ -39,6 +39,8 @@ double decimalnumber(const std::string& digits)
 {
     std::string number;
     std::size_t at = 0;
+    if (!digits.empty() && (digits[0] == '+' || digits[0] == '-'))
+        number += digits[at++];
     auto take = [&](bool (*accept)(char)) {
         while (at < digits.size() && accept(digits[at]))
             number += digits[at++];
@@ -56,14 +58,14 @@ double decimalnumber(const std::string& digits)
         number += digits[at++];
         take(isdigit);
     }
-    if (number.empty() || number == ".")
+    if (number.find_first_of("0123456789") == std::string::npos)
         return 0;
     return std::strtod(number.c_str(), nullptr);
 }
 
 }  // namespace
 
-double leadingnumber(std::string_view s)
+double inputnumber(std::string_view s)
 {
     std::string compact;
     for (const char c : s) {
@@ -85,7 +87,7 @@ std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64
     const bool plus = text.find('+') != std::string::npos;
     const bool minus = text.find('-') != std::string::npos;
     if (!plus && !minus && text.find('.') == std::string::npos)
-        return clamped(leadingnumber(text));
+        return clamped(inputnumber(text));
     if (text == "+")
         return lViewHit + nViewBlock;
     if (text == "-")
@@ -97,10 +99,14 @@ std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64
         // a negative lViewHit would be split again, without end.
         const std::int64_t a = left.empty() ? lViewHit : parseposition(left, lViewHit, nViewBlock);
         const std::int64_t b = parseposition(right, lViewHit, nViewBlock);
-        return plus ? a + b : a - b;
+        std::int64_t sum = 0;
+        if (plus ? __builtin_add_overflow(a, b, &sum) : __builtin_sub_overflow(a, b, &sum))
+            return (plus ? b > 0 : b < 0) ? std::numeric_limits<std::int64_t>::max()
+                                          : std::numeric_limits<std::int64_t>::min();
+        return sum;
     }
     if (text[0] == '.')
-        return clamped(leadingnumber(std::string_view(text).substr(1)) * 512);
+        return clamped(inputnumber(std::string_view(text).substr(1)) * 512);
     return 0;
 }
 
@@ -126,11 +132,11 @@ std::int64_t clickposition(std::string_view pageText, std::int64_t caret, int nF
     const std::int64_t k = colon == std::string_view::npos ? 0 : static_cast<std::int64_t>(colon) + 1;
     double b = 0;
     if (nFormat == kFormatDecimal)
-        b = leadingnumber(s);
+        b = inputnumber(s);
     else if (nFormat == kFormatSector)
-        b = leadingnumber("&H" + std::string(s.substr(0, s.find('.'))) + "&");
+        b = inputnumber("&H" + std::string(s.substr(0, s.find('.'))) + "&");
     else
-        b = leadingnumber("&H" + std::string(s) + "&");
+        b = inputnumber("&H" + std::string(s) + "&");
     const std::int64_t o = caret - r - k - 2;
     return clamped(b) + o / 5;
 }

@@ -7,12 +7,14 @@
 
 namespace brindlex {
 
-// The number at the start of a text, as an input box's answer is read:
+// The number at the start of a typed answer (goto, the row width), read the
+// way the viewer's boxes read numbers, which is more than leadingnumber of
+// the string tools knows:
 // blanks (space, tab, LF) are ignored, "&H" introduces hexadecimal digits
-// with an optional trailing "&", a decimal number may have a fraction and an
-// exponent; a text without a number is 0. "  12 3x" is 123, "&H1A&" is 26,
-// "2.5" is 2.5, "1E3" is 1000, "abc" is 0.
-double leadingnumber(std::string_view s);
+// with an optional trailing "&", a decimal number may have a sign, a
+// fraction and an exponent; a text without a number is 0. "  12 3x" is 123,
+// "&H1A&" is 26, "-2.5" is -2.5, "1E3" is 1000, "abc" is 0.
+double inputnumber(std::string_view s);
 
 // A goto answer as a 1-based file position. The first rule that fits:
 //   no "+", "-" or "."  the leading number, rounded (halves to even)
@@ -23,7 +25,8 @@ double leadingnumber(std::string_view s);
 //   begins with "."     the number behind it times 512, rounded: ".2" 1024
 //   other text with "." 0
 // The right side is evaluated whole: "10-2-3" is 11, "1+2-3" is 0, "5-3+1" is
-// 3; "+100" is lViewHit + 100. A hexadecimal number is never negative.
+// 3; "+100" is lViewHit + 100. A hexadecimal number is never negative; a sum
+// beyond the 64-bit range stops at its end.
 std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64_t nViewBlock);
 
 // 1-based place of the last `sFind` in `sText`; 0 if none or `sFind` is

@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <vector>
 
-#include <unistd.h>
-
+#include "engine/batch/rewrite.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 #include "engine/pattern/notation.h"
@@ -61,23 +59,39 @@ PageEdit pageedit(std::string_view pageText, int nMode, int nFormat, std::string
 
 Error copybytes(int nFrom, std::int64_t& position, std::int64_t lCount, SafeReplace& to)
 {
-    std::vector<char> buffer(kCopyBuffer);
+    std::string buffer;
+    buffer.reserve(kCopyBuffer);
     while (lCount > 0) {
-        const std::size_t want = static_cast<std::size_t>(std::min<std::int64_t>(lCount, kCopyBuffer));
-        const ssize_t n = ::pread(nFrom, buffer.data(), want, position);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
+        buffer.clear();
+        if (!readblock(nFrom, position, std::min<std::int64_t>(lCount, kCopyBuffer), buffer))
             return errorfromerrno(errno);
-        if (n == 0)
+        if (buffer.empty())
             break;
-        if (!to.write(std::string_view(buffer.data(), static_cast<std::size_t>(n))))
-            return Error{EIO, "Write failed", {}};
-        position += n;
-        lCount -= n;
+        if (!to.write(buffer))
+            return to.writeerror();
+        position += static_cast<std::int64_t>(buffer.size());
+        lCount -= static_cast<std::int64_t>(buffer.size());
     }
     return {};
 }
+
+namespace {
+
+// Streams before, page and after into `replace`; a failed read stops it
+// with its error, a failed write is left to the commit's check.
+Error splice(const SpliceRequest& request, int nFrom, std::int64_t lOld, SafeReplace& replace)
+{
+    std::int64_t position = 0;
+    Error error = copybytes(nFrom, position, request.lViewPos - 1, replace);
+    if (!error && !replace.write(request.bytes))
+        error = replace.writeerror();
+    position = request.lViewPos - 1 + request.lViewLen;
+    if (!error)
+        error = copybytes(nFrom, position, lOld, replace);
+    return replace.writeerror() ? Error{} : error;
+}
+
+}  // namespace
 
 SpliceResult splicepage(const SpliceRequest& request)
 {
@@ -87,38 +101,38 @@ SpliceResult splicepage(const SpliceRequest& request)
     if (result.error)
         return result;
     result.opened = true;
+    if (request.lViewPos < 1 || request.lViewLen < 0 || request.lViewPos - 1 > file.size() - request.lViewLen) {
+        result.error = Error{EINVAL, "The page lies outside the file; nothing was saved", request.sViewFile};
+        return result;
+    }
     if (filestamp(file.st) != request.stamp) {
         result.error = changedondisk(request.sViewFile);
         return result;
     }
-    std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, result.error);
-    if (!replace)
-        return result;
+    Error begun;
+    std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, begun);
     // The replacement looked at the file by name after the check above: a
     // file put in its place meanwhile must not be overwritten either.
-    if (!samefile(request.sViewFile, request.stamp)) {
+    if (replace && !samefile(request.sViewFile, request.stamp)) {
         result.error = changedondisk(request.sViewFile);
         return result;
     }
-    const std::int64_t lOld = file.size();
-    std::int64_t position = 0;
-    result.error = copybytes(file.fd.get(), position, request.lViewPos - 1, *replace);
-    if (!result.error && !replace->write(request.bytes))
-        result.error = Error{EIO, "Write failed", request.sViewFile};
-    position = request.lViewPos - 1 + request.lViewLen;
-    if (!result.error)
-        result.error = copybytes(file.fd.get(), position, lOld, *replace);
+    if (replace) {
+        result.error = splice(request, file.fd.get(), file.size(), *replace);
+        if (result.error)
+            return result;
+    }
     file.fd.close();
-    const std::int64_t lLenChange = static_cast<std::int64_t>(request.bytes.size()) - request.lViewLen;
-    const std::int64_t lNew = replace->writtenlength();
-    if (!result.error && lNew - lOld - lLenChange != 0)
-        result.error = Error{EIO, "Cannot replace! ERROR in file lengths for " + request.sViewFile.string(),
-                             request.sViewFile};
-    if (!result.error)
-        result.error = replace->commit();
+    const std::string sFile = request.sViewFile.string();
+    const Rewrite rewrite = commitrewrite(replace.get(), begun, sFile,
+                                          static_cast<std::int64_t>(request.bytes.size()) - request.lViewLen);
+    if (rewrite.failure == RewriteFailure::Copy)
+        result.error = Error{rewrite.reason.code, rewritemessage(rewrite, sFile), request.sViewFile};
+    else if (rewrite.failure == RewriteFailure::Length)
+        result.error = rewrite.reason ? rewrite.reason : Error{EIO, rewritemessage(rewrite, sFile), request.sViewFile};
     if (result.error)
         return result;
-    result.lNewLength = lNew;
+    result.lNewLength = rewrite.lLength;
     struct stat st {};
     if (::stat(request.sViewFile.c_str(), &st) == 0)
         result.stamp = filestamp(st);
