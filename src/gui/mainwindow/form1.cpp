@@ -30,7 +30,6 @@
 #include "engine/replacements/profile.h"
 #include "engine/replacements/replist.h"
 #include "engine/viewer/page.h"
-#include "engine/viewer/position.h"
 #include "gui/replacements/repmenu.h"
 #include "gui/seam/dialogs.h"
 #include "gui/viewer/form2.h"
@@ -636,7 +635,7 @@ void Form1::openhit()
         view.nViewWidth = 10;
     const std::string text = fromwidget(line->text());
     const std::size_t tab = text.rfind('\t');
-    view.lViewHit = static_cast<std::int64_t>(leadingnumber(tab == std::string::npos ? "" : text.substr(tab + 1)));
+    view.lViewHit = leadingnumber(tab == std::string::npos ? std::string() : text.substr(tab + 1));
     view.lViewPos = std::max<std::int64_t>(1, view.lViewHit - 2 * static_cast<std::int64_t>(view.nViewWidth));
     showviewer();
 }

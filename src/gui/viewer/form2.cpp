@@ -279,7 +279,7 @@ void Form2::setscrollbar(std::int64_t length)
 
 void Form2::txtWidth_Change()
 {
-    const double width = std::nearbyint(leadingnumber(fromwidget(txtWidth->text())));
+    const double width = std::nearbyint(inputnumber(fromwidget(txtWidth->text())));
     // Below 4 the box keeps what was typed; a width beyond an Integer is
     // refused the same way.
     if (width < 4 || width > 32767)
