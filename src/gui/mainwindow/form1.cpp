@@ -590,18 +590,13 @@ void Form1::mnuEdit_Click() {}
 void Form1::mnuEdit2_Click() {}
 void Form1::mnuDumpInt4_Click() {}
 
-// A line's real name: what the line keeps of it, or else the text before
-// the line's last tab (the last field is the size or the position, so a name
-// with blanks or tabs comes back whole).
+// A line's file: lblDir's caption and the text before the line's last tab.
+// The last field is the size or the position, so a name with blanks or tabs
+// comes back whole.
 std::string Form1::fullname(const QListWidgetItem* line) const
 {
-    const QByteArray kept = line->data(Qt::UserRole).toByteArray();
-    std::string name = kept.toStdString();
-    if (kept.isEmpty()) {
-        const std::string text = fromwidget(line->text());
-        name = text.substr(0, std::min(text.rfind('\t'), text.size()));
-    }
-    return fromwidget(lblDir->text()) + name;
+    const std::string text = fromwidget(line->text());
+    return fromwidget(lblDir->text()) + text.substr(0, std::min(text.rfind('\t'), text.size()));
 }
 
 void Form1::showviewer()
