@@ -350,6 +350,29 @@ private slots:
         QVERIFY(viewer.Text1->page().starts_with("000001: <41> <42> <43>"));
     }
 
+    void returnFromMainWindowReadsAgain()
+    {
+        World world;
+        world.write("f", sequence(40));
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        auto visit = [&](QWidget& other) {
+            edit(viewer, "ABC", "xyz");
+            other.activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(&other));
+            viewer.activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(&viewer));
+        };
+        // A window of the viewer's own (a dialog) is no return: the edit stays.
+        QDialog dialog(&viewer);
+        dialog.show();
+        visit(dialog);
+        QVERIFY(viewer.Text1->page().starts_with("xyz"));
+        viewer.Text1->setpage(sequence(40).toStdString());
+        visit(form);
+        QTRY_VERIFY(viewer.Text1->page().starts_with("ABC"));
+    }
+
     void scrolling_data()
     {
         // Zeros: the file opens in Binary/Text, width 10, a quarter page of 40.
