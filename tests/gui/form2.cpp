@@ -119,7 +119,7 @@ QByteArray sequence(int length)
 }
 
 struct OpenRow { QString from; int firstWidth; qint64 hit, pos; int width; };
-struct GotoRow { QStringList answers; qint64 pos, hit; bool open; };
+struct GotoRow { QString lastFind; int format; QStringList answers, defaults; qint64 pos, hit; bool open; };
 struct SaveRow { int mode; QByteArray file, from, to, expected; };
 
 }  // namespace
@@ -444,17 +444,21 @@ private slots:
 
     void gotoAnswers_data()
     {
+        // The page opened from the file list (width 8) at 481, the last hit 500.
         QTest::addColumn<GotoRow>("row");
-        QTest::newRow("0") << GotoRow{{"0"}, 481, 500, true};
-        QTest::newRow("abc") << GotoRow{{"abc"}, 481, 500, true};
-        QTest::newRow("the length") << GotoRow{{"2000"}, 1980, 2000, true};
-        QTest::newRow("past the length") << GotoRow{{"2001"}, 481, 500, true};
-        QTest::newRow("hexadecimal") << GotoRow{{"&H1A&"}, 6, 26, true};
-        QTest::newRow("small") << GotoRow{{"21"}, 1, 21, true};
-        QTest::newRow("a page on") << GotoRow{{"+"}, 640, 660, true};
-        QTest::newRow("cancelled second box") << GotoRow{{"=", ""}, 481, 500, true};
-        QTest::newRow("find from the last find") << GotoRow{{"="}, 1, 11, true};
-        QTest::newRow("another find") << GotoRow{{"=CDE"}, 1, 3, true};
+        const QStringList plain{"500"};
+        const QStringList twice{"500", "=KLM"};
+        QTest::newRow("0") << GotoRow{"KLM", 0, {"0"}, plain, 481, 500, true};
+        QTest::newRow("abc") << GotoRow{"KLM", 0, {"abc"}, plain, 481, 500, true};
+        QTest::newRow("the length") << GotoRow{"KLM", 0, {"2000"}, plain, 1984, 2000, true};
+        QTest::newRow("past the length") << GotoRow{"KLM", 0, {"2001"}, plain, 481, 500, true};
+        QTest::newRow("hexadecimal") << GotoRow{"KLM", 0, {"&H1A&"}, plain, 10, 26, true};
+        QTest::newRow("two rows and one") << GotoRow{"KLM", 0, {"17"}, plain, 1, 17, true};
+        QTest::newRow("a page on") << GotoRow{"KLM", 0, {"+"}, plain, 644, 660, true};
+        QTest::newRow("cancelled second box") << GotoRow{"KLM", 0, {"=", ""}, twice, 481, 500, true};
+        QTest::newRow("find the last find") << GotoRow{"KLM", 0, {"="}, twice, 1, 11, true};
+        QTest::newRow("another find") << GotoRow{"KLM", 0, {"=CDE"}, plain, 1, 3, true};
+        QTest::newRow("no last find") << GotoRow{"", 1, {"="}, {"&H1F4&", "="}, 481, 500, false};
     }
 
     void gotoAnswers()
@@ -463,39 +467,23 @@ private slots:
         World world;
         world.write("f", sequence(2000));
         Form1& form = world.start();
-        world.find("KLM");
-        form.List2->setCurrentRow(0);
-        form.List2_Click();
-        Form2& viewer = *form.viewer();
+        if (!row.lastFind.isEmpty())
+            world.find(row.lastFind);
+        Form2& viewer = world.open("f");
         setmode(viewer, 1);
+        viewer.nViewFormat = row.format;
         form.view.lViewHit = 500;
         form.view.lViewPos = 481;
         World::setheight(viewer, kDesignHeight);
         world.dialogs.inputs = std::deque<QString>(row.answers.begin(), row.answers.end());
-        world.dialogs.records.clear();
         viewer.mnuGoto_Click();
-        QCOMPARE(world.dialogs.records.front().defaultText, QStringLiteral("500"));
-        QCOMPARE(world.dialogs.records.front().title, QStringLiteral("Goto"));
-        if (row.answers.front() == "=")
-            QCOMPARE(world.dialogs.records.at(1).defaultText, QStringLiteral("=KLM"));
+        QStringList defaults;
+        for (const DialogRecord& asked : world.dialogs.records)
+            defaults << asked.defaultText;
+        QCOMPARE(defaults, row.defaults);
         QCOMPARE(form.view.lViewPos, row.pos);
         QCOMPARE(form.view.lViewHit, row.hit);
         QCOMPARE(viewer.isVisible(), row.open);
-    }
-
-    void gotoEmptyFind()
-    {
-        World world;
-        world.write("f", sequence(100));
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
-        viewer.nViewFormat = 1;
-        world.dialogs.inputs = {"="};
-        viewer.mnuGoto_Click();
-        QCOMPARE(world.dialogs.records.at(0).defaultText, QStringLiteral("&H0&"));
-        QCOMPARE(world.dialogs.records.at(1).defaultText, QStringLiteral("="));
-        QVERIFY(!viewer.isVisible());
-        QCOMPARE(form.List2->count(), 0);
     }
 
     void fullTextTooLarge()
@@ -518,49 +506,40 @@ private slots:
 
     void clickOnCell_data()
     {
+        // Rows of 4 cells of 48 69 0D 0A 00 FF 5A; the row's CR LF is one
+        // character in the box, so box position 43 is the page text's 44.
+        const QByteArray example("\x48\x69\x0D\x0A\x00\xFF\x5A", 7);
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("mode");
         QTest::addColumn<int>("format");
-        QTest::addColumn<int>("caret");
+        QTest::addColumn<int>("at");
         QTest::addColumn<QString>("label");
-        QTest::newRow("worked example") << 0 << 44 << "6";
-        QTest::newRow("first cell") << 0 << 8 << "1";
-        QTest::newRow("hexadecimal") << 1 << 44 << "0x6";
-        QTest::newRow("position column") << 0 << 33 << "4";
+        QTest::newRow("worked example") << example << 0 << 0 << 43 << "6";
+        QTest::newRow("first cell") << example << 0 << 0 << 8 << "1";
+        QTest::newRow("hexadecimal") << example << 0 << 1 << 43 << "0x6";
+        QTest::newRow("position column") << example << 0 << 0 << 32 << "4";
+        QTest::newRow("far in Full Text") << QByteArray(40000, 'x') << 3 << 0 << 39000 << "39001";
     }
 
     void clickOnCell()
     {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, mode);
         QFETCH(int, format);
-        QFETCH(int, caret);
+        QFETCH(int, at);
         QFETCH(QString, label);
         World world;
-        world.write("f", QByteArray("\x48\x69\x0D\x0A\x00\xFF\x5A", 7));
+        world.write("f", bytes);
         Form1& form = world.start();
         form.view.nViewWidth = 4;
         Form2& viewer = world.open("f");
         viewer.nViewFormat = format;
-        setmode(viewer, 0);
-        viewer.showpage();
-        // The caret's place in the page text is one more behind the row's CR LF.
+        setmode(viewer, mode);
         QTextCursor cursor = viewer.Text1->textCursor();
-        cursor.setPosition(caret > 29 ? caret - 1 : caret);
-        viewer.Text1->setTextCursor(cursor);
-        viewer.Text1_Click();
-        QCOMPARE(viewer.Label4->text(), label);
-    }
-
-    void clickFarInFullText()
-    {
-        World world;
-        world.write("f", QByteArray(40000, 'x'));
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
-        setmode(viewer, 3);
-        QTextCursor cursor = viewer.Text1->textCursor();
-        cursor.setPosition(39000);
+        cursor.setPosition(at);
         viewer.Text1->setTextCursor(cursor);
         QTest::mouseRelease(viewer.Text1->viewport(), Qt::LeftButton);
-        QVERIFY(form.view.lViewPos == 1);
-        QVERIFY(viewer.Label4->text().toLongLong() > 32767);
+        QCOMPARE(viewer.Label4->text(), label);
     }
 
     void saves_data()
