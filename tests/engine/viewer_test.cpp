@@ -242,6 +242,7 @@ TEST(ViewerPosition, EvaluatesGotoAnswers)
         {"-100", 900},  {"10-2-3", 11},    {"1+2-3", 0},      {"5-3+1", 3},       {" 7 + &H10& ", 23},
         {"5+", 5},      {"6442450944+1", 6442450945},                {".0.0009765625", 0}, {".0.0029296875", 2},
         {"99999999999999999999+99999999999999999999", std::numeric_limits<std::int64_t>::max()},
+        {std::string(999, ' ') + "7", 7}, {std::string(1000, ' ') + "7", 0},
     };
     for (const auto& row : rows)
         EXPECT_EQ(parseposition(row.s, 1000, 160), row.value) << '"' << row.s << '"';

@@ -11,6 +11,8 @@
 namespace brindlex {
 namespace {
 
+constexpr std::size_t kLongestPosition = 1000;
+
 bool isblank(char c) { return c == ' ' || c == '\t' || c == '\n'; }
 bool isdigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -83,6 +85,10 @@ double inputnumber(std::string_view s)
 
 std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64_t nViewBlock)
 {
+    // Each sign is a level of evaluation over the rest of the text: a text
+    // no one types stops here instead of taking quadratic time.
+    if (s.size() > kLongestPosition)
+        return 0;
     const std::string text(s);
     const bool plus = text.find('+') != std::string::npos;
     const bool minus = text.find('-') != std::string::npos;

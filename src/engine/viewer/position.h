@@ -26,7 +26,7 @@ double inputnumber(std::string_view s);
 //   other text with "." 0
 // The right side is evaluated whole: "10-2-3" is 11, "1+2-3" is 0, "5-3+1" is
 // 3; "+100" is lViewHit + 100. A hexadecimal number is never negative; a sum
-// beyond the 64-bit range stops at its end.
+// beyond the 64-bit range stops at its end. A text over 1000 characters is 0.
 std::int64_t parseposition(std::string_view s, std::int64_t lViewHit, std::int64_t nViewBlock);
 
 // 1-based place of the last `sFind` in `sText`; 0 if none or `sFind` is
