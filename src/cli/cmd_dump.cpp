@@ -30,7 +30,7 @@ constexpr const char* kUsage =
     "by the end takes the bytes there are as its low bytes.\n"
     "\n"
     "  --size 2|4       bytes per integer\n"
-    "  --cols N         values per row, 1 or more\n"
+    "  --cols N         values per row, 1 to 32767, as in the window\n"
     "  -o, --output SHEET  the sheet to write (default: stdout); an existing\n"
     "                   SHEET is replaced only when the dump is complete\n"
     "  --help           this text\n"
@@ -140,8 +140,8 @@ std::optional<DumpOptions> parse(const std::vector<std::string>& args, int& stat
             o.files.push_back(arg);
         }
     }
-    if (o.files.size() != 1 || !o.size || !o.cols || *o.size == 0 || *o.cols < 1) {
-        status = usageerror("dump: expects --size 2|4, --cols N of 1 or more and one FILE"
+    if (o.files.size() != 1 || !o.size || !o.cols || *o.size == 0 || *o.cols < 1 || *o.cols > 32767) {
+        status = usageerror("dump: expects --size 2|4, --cols N of 1 to 32767 and one FILE"
                             " (see brindlex-cli dump --help)");
         return std::nullopt;
     }

@@ -22,21 +22,17 @@ TEST(DumpCommand, WritesTheSheetToStdoutOrRefusesWithStatusTwo)
     } rows[] = {
         {{"--size", "2", "--cols", "1", "in.bin"}, 0, " 1 \t258\r\n 2 \t-1\r\n 3 \t255\r\n"},
         {{"--cols", "2", "--size", "4", "--", "in.bin"}, 0, " 1 \t-65278\t255\r\n"},
-        {{"--size", "2", "--cols", "1", "empty"}, 0, ""},
         {{"--size", "2", "--cols", "1", "missing"}, 2, "No such file or directory"},
         {{"--size", "3", "--cols", "1", "in.bin"}, 2, "expects --size 2|4"},
-        {{"--size", "2", "--cols", "0", "in.bin"}, 2, "--cols N of 1 or more"},
-        {{"--size", "2", "--cols", "-1", "in.bin"}, 2, "--cols N of 1 or more"},
-        {{"--size", "2", "--cols", "1x", "in.bin"}, 2, "--cols N of 1 or more"},
-        {{"--size", "2", "in.bin"}, 2, "--cols N"},
+        {{"--size", "2", "--cols", "0", "in.bin"}, 2, "--cols N of 1 to 32767"},
+        {{"--size", "2", "--cols", "32768", "in.bin"}, 2, "--cols N of 1 to 32767"},
+        {{"--size", "2", "--cols", "1x", "in.bin"}, 2, "--cols N of 1 to 32767"},
         {{"--size", "2", "--cols"}, 2, "--cols needs a value"},
-        {{"--size", "2", "--cols", "1", "-x", "in.bin"}, 2, "unknown option '-x'"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.args));
         test::TempDir dir;
         dir.write("in.bin", "\x02\x01\xff\xff\xff"s);
-        dir.write("empty", "");
         std::vector<std::string> args = {"dump"};
         args.insert(args.end(), row.args.begin(), row.args.end());
         const CliResult r = runcli(args, dir.path(), dir.path());

@@ -98,49 +98,21 @@ QString shownmenu(const Form1& form)
     return state(form.mnuEdit) + "; " + state(form.mnuEdit2) + "; " + state(form.mnuDumpInt4);
 }
 
-struct MenuRow { bool vellumix, current1, current2; QString shown; };
 struct StartRow { bool vellumix; int item; bool launch; QString program, args, message; };
 struct DumpStep { QStringList inputs; int presetCount; QString sheet; QByteArray content; QStringList messages; };
 
 }  // namespace
 
-Q_DECLARE_METATYPE(MenuRow)
 Q_DECLARE_METATYPE(StartRow)
 
 class EditorsTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void filemenu_data()
-    {
-        QTest::addColumn<MenuRow>("row");
-        QTest::newRow("no current line") << MenuRow{
-            false, false, false, "&Edit  using notepad|off; E&dit  using notepad|off; Dump &Int4 File|off"};
-        QTest::newRow("notepad") << MenuRow{
-            false, true, true, "&Edit a.txt using notepad|on; E&dit a.txt using notepad|on; Dump &Int4 File|on"};
-        QTest::newRow("vellumix, a hit only") << MenuRow{
-            true, false, true, "&Edit  using vellumix|off; E&dit a.txt using vellumix -p|on; Dump &Int4 File|off"};
-    }
-
-    void filemenu()
-    {
-        QFETCH(MenuRow, row);
-        World world(row.vellumix);
-        writebytes(world.file("a.txt"), "abc");
-        auto form = world.start();
-        form->List2->addItem("a.txt\t000000002");
-        if (row.current1)
-            QVERIFY(makecurrent(form->List1, "a.txt"));
-        if (row.current2)
-            QVERIFY(makecurrent(form->List2, "a.txt"));
-        QCOMPARE(shownmenu(*form), row.shown);
-    }
-
     void editorstart_data()
     {
         QTest::addColumn<StartRow>("row");
         // "@" stands for the world's directory.
-        QTest::newRow("notepad, a file") << StartRow{false, 1, false, "@/bin/notepad", " @/files/sub/a.txt", ""};
         QTest::newRow("notepad drops the position") << StartRow{false, 2, false, "@/bin/notepad", " @/files/sub/a.txt", ""};
         QTest::newRow("vellumix, a file") << StartRow{true, 1, false, "@/exe/vellumix", " @/files/sub/a.txt", ""};
         QTest::newRow("vellumix at a hit")
@@ -164,6 +136,10 @@ private slots:
         if (row.launch)
             QFile::remove(QString::fromStdString(world.at("exe/vellumix")));
         (row.item == 1 ? form->mnuEdit : form->mnuEdit2)->trigger();
+        QCOMPARE(shownmenu(*form), row.vellumix ? "&Edit sub/a.txt using vellumix|on; E&dit sub/a.txt using vellumix -p|on; "
+                                                  "Dump &Int4 File|on"
+                                                : "&Edit sub/a.txt using notepad|on; E&dit sub/a.txt using notepad|on; "
+                                                  "Dump &Int4 File|on");
         const QString at = QString::fromStdString(world.at("")).chopped(1);
         const auto starts = world.dialogs.seen(DialogRecord::Kind::Start);
         QCOMPARE(starts, QStringList({QString(row.program + '|' + row.args).replace('@', at)}));
@@ -269,9 +245,10 @@ private slots:
         QVERIFY(!QFileInfo::exists(work + "002.xls") && !QFileInfo::exists(work + "005.xls"));
         QVERIFY(form->cmd[0]->isEnabled() && !form->busy());
 
-        // Without a current line of List1 nothing is asked.
+        // Without a current line the menu names no file, and nothing is asked.
         world.dialogs.records.clear();
         form->List1->setCurrentRow(-1);
+        QCOMPARE(shownmenu(*form), "&Edit  using notepad|off; E&dit  using notepad|off; Dump &Int4 File|off");
         form->mnuDumpInt4_Click();
         QVERIFY(world.dialogs.records.empty());
     }
