@@ -283,7 +283,6 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
     input.fd.close();
     if (Error closed = out.close(failure == 0 && !result.cancelled); closed && failure == 0)
         failure = closed.code;
-    result.written = true;
     if (failure != 0) {
         result.failed = true;
         host.message(std::to_string(failure));

@@ -22,7 +22,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -75,7 +74,6 @@ std::string createdmessage(const std::string& sOut);
 
 // How a dump ended.
 struct DumpResult {
-    bool written = false;    // the sheet was opened and the rows went out
     bool failed = false;     // an open, a read or a write failed
     bool cancelled = false;  // bCancel ended it
     std::int64_t rows = 0;

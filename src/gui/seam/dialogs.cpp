@@ -133,10 +133,6 @@ void ScriptedDialogs::shellopen(const QString& path)
     records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}});
 }
 
-}  // namespace brindlex::gui
-
-namespace brindlex::gui {
-
 Error ScriptedDialogs::startprogram(const std::string& program, const std::vector<std::string>& args)
 {
     QString shown;
