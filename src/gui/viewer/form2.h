@@ -11,6 +11,14 @@
 // Form_Activate runs when the viewer is shown by its opener and when the
 // user comes back to it from the main window (not when a dialog of its own
 // closes); it reads the page anew, so an unsaved edit is dropped then.
+//
+// Beyond the design's 16-bit limits: the scroll bar counts quarter pages up
+// to 2^31 - 1, so it follows the page through files of many gigabytes; a
+// row width above 32,767 is refused like one below 4; Full Text of a file
+// beyond the engine's limit shows an empty page and says why, and its edit
+// can't be saved. A click in a text mode shows the file position of the byte
+// at the caret (lViewPos plus the caret's place in the page), at any offset.
+// F3 opens the next hit without taking the focus to the main window.
 #pragma once
 
 #include <QMainWindow>
@@ -63,6 +71,7 @@ public:
     void HScroll1_Change();
     void HScroll1_Scroll();
     void mnuGoto_Click();
+    // Label4 shows the position of the byte at the caret.
     void Text1_Click();
 
     // Writes the page in the box back into the file if it has changed; with
