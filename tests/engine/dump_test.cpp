@@ -26,7 +26,7 @@ public:
     int yields = 0;
     std::vector<std::string> messages;
     void yield() override { bCancel = bCancel || ++yields == cancelAt; }
-    void message(const std::string& text, const brindlex::Error& /*reason*/) override { messages.push_back(text); }
+    void message(const std::string& text, const Error& /*reason*/) override { messages.push_back(text); }
 };
 
 // The sheet as the rows describe it, one value at a time, without blocks.
