@@ -530,12 +530,17 @@ void Form1::saverep(const std::string& sName)
         return fromwidget(dialogs().inputbox(this, towidget(prompt), towidget(std::string(sTitle)),
                                              towidget(defaultAnswer)));
     };
-    const std::optional<std::string> key = brindlex::saverep(sName, fromwidget(Text2->text()),
-                                                             fromwidget(Text3->text()), sIniFile, nRepCount, ask);
+    Error failed;
+    const std::optional<std::string> key = brindlex::saverep(
+        sName, fromwidget(Text2->text()), fromwidget(Text3->text()), sIniFile, nRepCount, ask, &failed);
     if (!key)
         return;
     mnuRepl->setProperty("Tag", towidget(*key));
+    // The menu comes from what the file holds: a set not saved isn't there.
     loadreplist(false);
+    if (failed)
+        dialogs().messagebox(this, towidget(notsavedmessage(*key, sIniFile.string())), Buttons::Ok, Icon::None,
+                             towidget(std::string(sTitle)), towidget(reasontext(failed)));
 }
 
 void Form1::mnuRep_Click(int Index)
