@@ -30,6 +30,7 @@ class QPushButton;
 
 namespace brindlex::gui {
 
+class Designer;
 class WindowHost;
 
 // Bytes to a widget's text and back (ISO-8859-1).
@@ -172,6 +173,7 @@ protected:
 private:
     friend class WindowHost;
     void buildsurface();
+    void buildlists(Designer& d);
     void buildmenus();
     void Form_Unload();
     void listing();
