@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <csignal>
 #include <fstream>
 #include <map>
@@ -13,6 +14,9 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -122,6 +126,35 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
                        "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 files rewritten\n");
     EXPECT_EQ(readfile(readonly), "two");
     EXPECT_EQ(readfile(base / "writable"), "2");
+}
+
+// A full disk (a tiny tmpfs in a mount namespace of a child's own, else a
+// file size limit): the message, then the reason on a line of its own.
+TEST(CliFindReplace, FullDiskGivesTheReason)
+{
+    test::TempDir dir;
+    const fs::path mnt = dir.path() / "mnt";
+    fs::create_directories(mnt);
+    fs::create_directories(dir.path() / "work");
+    const std::string original = "a" + std::string(40000, '-');
+    const std::string seen = test::runinchild([&]() -> std::string {
+        const bool tmpfs = ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+            && ::mount("tmpfs", mnt.c_str(), "tmpfs", 0, "size=128k") == 0;
+        std::ofstream(mnt / "f", std::ios::binary) << original;
+        if (!tmpfs) {
+            ::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit {60000, 60000};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        const CliResult r = runcli({"replace", "a", std::string(100000, 'b'), "f"}, mnt, dir.path() / "work");
+        const std::string reason = tmpfs ? std::strerror(ENOSPC) : std::strerror(EFBIG);
+        const std::string file = (mnt / "f").string();
+        const std::string expected = "Cannot replace! ERROR in file lengths for " + file + "\nbrindlex-cli: " + file +
+                                     ": " + reason + "\n1 hits in 1 of 1 files, 0 files rewritten\n";
+        return r.failure + std::to_string(r.exitstatus) + (r.err == expected ? "" : " " + r.err)
+            + (readfile(mnt / "f") == original ? "" : " CHANGED");
+    });
+    EXPECT_EQ(seen, "2");
 }
 
 // A replace killed at any moment leaves every file wholly old or wholly new.

@@ -72,6 +72,7 @@ public:
     // (code 0: none). The window shows the reason as the box's detailed
     // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
     virtual void message(const std::string& /*text*/, const Error& /*reason*/) {}
+    void message(const std::string& text) { message(text, Error{}); }
 
     // Line `index` of the file list was rewritten by a run: its new text.
     virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}

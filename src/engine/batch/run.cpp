@@ -1,7 +1,6 @@
 #include "engine/batch/run.h"
 
 #include <memory>
-#include <optional>
 
 #include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"

@@ -34,6 +34,7 @@ class QPushButton;
 
 namespace brindlex::gui {
 
+class Designer;
 class Form2;
 class WindowHost;
 
@@ -186,6 +187,7 @@ protected:
 private:
     friend class WindowHost;
     void buildsurface();
+    void buildlists(Designer& d);
     void buildmenus();
     void Form_Unload();
     void listing();
