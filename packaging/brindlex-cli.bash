@@ -3,7 +3,12 @@
 _brindlex_cli()
 {
     local cur prev words cword
-    _init_completion || return
+    if declare -F _init_completion >/dev/null; then
+        _init_completion || return
+    else
+        words=("${COMP_WORDS[@]}") cword=$COMP_CWORD
+        cur=${words[cword]} prev=${words[cword - 1]}
+    fi
 
     local commands="find replace sets decode page dump"
     local runopts="-s --subdirs -c --match-case -i --ignore-case -a --ask --no-angle
@@ -57,3 +62,6 @@ _brindlex_cli()
     _filedir
 } &&
     complete -F _brindlex_cli brindlex-cli
+
+# Without the bash-completion package, plain file names.
+declare -F _filedir >/dev/null || _filedir() { COMPREPLY=($(compgen -f -- "$cur")); }

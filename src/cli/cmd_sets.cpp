@@ -36,6 +36,13 @@ constexpr const char* kAbout =
     "      --find           find the sets' patterns\n"
     "      --replace        replace them\n";
 
+constexpr const char* kExamples =
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli sets --find ~/.config/brindlex/brindlex.ini '*.*'\n"
+    "                      every set of the window's menu, as finds, here\n"
+    "  brindlex-cli sets --replace -s fixes.ini 'src/*.h'   a file of fixes over a tree\n";
+
 int runsets(const std::vector<std::string>& args)
 {
     // --find and --replace are this command's own; everything else is
@@ -57,7 +64,7 @@ int runsets(const std::vector<std::string>& args)
     }
     int status = 0;
     const std::optional<RunOptions> o =
-        parserunoptions(rest, "sets", std::string(kUsage) + kAbout + kRunOptionsHelp, status);
+        parserunoptions(rest, "sets", std::string(kUsage) + kAbout + kRunOptionsHelp + kRunExitHelp + kExamples, status);
     if (!o)
         return status;
     if (!bReplace)

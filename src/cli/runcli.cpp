@@ -20,6 +20,7 @@ namespace brindlex::cli {
 const char* const kRunOptionsHelp =
     "  -s, --subdirs        take the files of every subdirectory too\n"
     "  -c, --match-case     compare bytes exactly\n"
+    "  -i, --ignore-case    letters of a plain pattern in either case (the default)\n"
     "  -a, --ask            ask on the terminal before each replacement: y, n or c\n"
     "      --no-angle       the <nn> notation is off\n"
     "      --log-finds      log the pattern and every hit\n"
@@ -27,7 +28,9 @@ const char* const kRunOptionsHelp =
     "      --log FILE       the log to append to (default: the work directory's\n"
     "                       brindlex.log.txt)\n"
     "      --files-from FILE  the files to take, one path a line ('-': stdin)\n"
-    "      --help           this text\n"
+    "      --no-progress    no progress line on a terminal's stderr\n"
+    "      --help           this text\n";
+const char* const kRunExitHelp =
     "\n"
     "Exit status: 0 hits, 1 no hit, 2 a file could not be opened, checked or\n"
     "rewritten, or bad usage; 130 interrupted or cancelled.\n";
@@ -107,6 +110,12 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             o.bIncludeSubs = true;
         } else if (arg == "-c" || arg == "--match-case") {
             o.bMatchCase = true;
+        } else if (arg == "-i" || arg == "--ignore-case") {
+            o.bMatchCase = false;
+        } else if (arg == "--no-progress") {
+            o.bProgress = false;
+        } else if (arg == "--dry-run" && name == "replace") {
+            o.bDryRun = true;
         } else if (arg == "-a" || arg == "--ask") {
             o.bAsk = true;
         } else if (arg == "--no-angle") {
@@ -125,8 +134,8 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             for (char c : arg.substr(1)) {
                 if (c == 's')
                     o.bIncludeSubs = true;
-                else if (c == 'c')
-                    o.bMatchCase = true;
+                else if (c == 'c' || c == 'i')
+                    o.bMatchCase = c == 'c';
                 else if (c == 'a')
                     o.bAsk = true;
                 else
@@ -154,8 +163,26 @@ bool CliHost::openterminal()
 
 void CliHost::showcontrols(bool bOn)
 {
-    if (bOn)
+    if (bOn) {
         flushhits();
+        meter.erase();
+    } else {
+        meter.begin(nFiles);
+    }
+}
+
+void CliHost::status(const std::string& caption)
+{
+    if (meter.on())
+        sInHand_ = caption;
+}
+
+void CliHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+{
+    if (bBegins)
+        meter.filebegins(sInHand_, lLen);
+    else
+        meter.filepart(lDone);
 }
 
 void CliHost::yield()
@@ -168,6 +195,8 @@ void CliHost::yield()
 // stdio call per line either.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
 {
+    if (bDryRun && (wouldRewrite.empty() || wouldRewrite.back() != sName)) [[unlikely]]
+        wouldRewrite.push_back(sName);
     constexpr std::size_t kNumber = 24;   // tab, 20 digits at most, LF
     const std::size_t most = sName.size() + kNumber;
     if (!hits_)
@@ -212,6 +241,7 @@ void CliHost::hit(const std::string& sName, std::int64_t lPos)
 
 void CliHost::flushhits()
 {
+    meter.erase();
     if (hitsUsed_ != 0)
         fwrite_unlocked(hits_.get(), 1, hitsUsed_, stdout);
     hitsUsed_ = 0;
@@ -270,10 +300,13 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     if (o.bAsk && bReplace && !host.openterminal())
         return usageerror(name + ": --ask needs a terminal (/dev/tty: " + std::strerror(errno) + ")");
 
+    host.meter = ProgressMeter(o.bProgress);
+    host.bDryRun = request.bDryRun = bReplace && o.bDryRun;
     request.bMatchCase = o.bMatchCase;
     request.bAsk = o.bAsk;
     request.bConvertHex = o.bConvertHex;
-    request.nLogMode = o.nLogMode;
+    // A dry run replaces nothing, so it logs no replacement either.
+    request.nLogMode = request.bDryRun ? (o.nLogMode & 1) : o.nLogMode;
 
     const std::optional<std::filesystem::path> workdir =
         (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;
@@ -304,6 +337,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         request.lines = std::move(host.lines);
     }
     sortlist1(request.lines);
+    host.nFiles = request.lines.size();
     return 0;
 }
 

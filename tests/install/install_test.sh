@@ -51,7 +51,14 @@ for command in find replace sets decode page dump; do
   grep -q "brindlex-cli $command" <<<"$rendered" || bad "brindlex-cli(1) lacks $command"
 done
 
-bash -n "$prefix/share/bash-completion/completions/brindlex-cli" || bad "completion does not parse"
+# The completion offers the subcommands, and each command's own options.
+complete_line() {
+  bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _brindlex_cli; echo "${COMPREPLY[*]}"' \
+    _ "$prefix/share/bash-completion/completions/brindlex-cli" "$@"
+}
+[ "$(complete_line brindlex-cli d)" = "decode dump" ] || bad "completion of 'd': $(complete_line brindlex-cli d)"
+[ "$(complete_line brindlex-cli replace --dr)" = "--dry-run" ] || bad "completion of replace --dr"
+[ -z "$(complete_line brindlex-cli find --dr)" ] || bad "find offers --dry-run"
 
 version=$(env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$prefix/bin/brindlex" --version) ||
   bad "brindlex --version failed"

@@ -47,6 +47,12 @@ private:
     bool tried_ = false;
 };
 
+// The new content of a dry run: the replace's steps without a file.
+class DiscardSink : public ByteSink {
+public:
+    bool write(std::string_view /*bytes*/) override { return true; }
+};
+
 std::optional<std::int64_t> lengthof(const std::string& sFile)
 {
     struct stat st {};
@@ -100,7 +106,9 @@ RunResult findinfiles(const RunRequest& request, Host& host)
         ++result.filesScanned;
 
         OpenedFile file;
-        if (Error error = openbinary(sFile, file)) {
+        const Error error = openbinary(sFile, file);
+        host.progress(true, 0, error ? 0 : file.size());
+        if (error) {
             host.message(openerrormessage(sFile, error));
             result.failures = true;
             continue;
@@ -108,7 +116,10 @@ RunResult findinfiles(const RunRequest& request, Host& host)
 
         std::optional<ReplaceSink> sink;
         std::optional<OutputBuffer> nOut;
-        if (bReplace) {
+        DiscardSink discard;
+        if (bReplace && request.bDryRun) {
+            nOut.emplace(&discard);
+        } else if (bReplace) {
             sink.emplace(sFile, request.sScratch);
             nOut.emplace(&*sink);
         }
@@ -129,7 +140,7 @@ RunResult findinfiles(const RunRequest& request, Host& host)
             host.enablecontrols(true);
             return result;
         }
-        if (!bReplace || nHits == 0)
+        if (!bReplace || nHits == 0 || request.bDryRun)
             continue;
 
         // The rewrite: the new content must be exactly as long as the old
