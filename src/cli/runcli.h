@@ -39,7 +39,8 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
                                           const std::string& help, int& status);
 
 // Prints every hit as the window's hit list line (name, tab, position of 9
-// digits or more), messages one a line on stderr, and asks at a hit on the
+// digits or more), messages one a line on stderr, each with its reason on a
+// line "brindlex-cli: FILE: TEXT" behind it, and asks at a hit on the
 // terminal. A SIGINT raises the cancel flag at the next yield.
 class CliHost : public Host {
 public:
@@ -57,7 +58,7 @@ public:
     void yield() override;
     void hit(const std::string& sName, std::int64_t lPos) override;
     void hitcount(std::int64_t /*nHits*/) override {}
-    void message(const std::string& text) override;
+    void message(const std::string& text, const Error& reason) override;
     Answer question(const std::string& title, const std::string& text) override;
     void addline(const std::string& line) override { lines.push_back(line); }
     // The command line never shows a List1 size.

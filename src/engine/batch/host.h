@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/core/error.h"
+
 namespace brindlex {
 
 enum class Answer { Yes, No, Cancel };
@@ -45,12 +47,13 @@ public:
     // The run clears the hit list at its start.
     virtual void clearhits() {}
 
-    // The run's status line: "none found", a file's path, a hit count, the
-    // final count or "more than 1000".
+    // The run's status line as a text: "none found", a file's path or
+    // "more than 1000" (counts come through hitcount).
     virtual void status(const std::string& /*caption*/) {}
 
-    // The hit count of the file in hand as the status line, after every
-    // return of the scan: the same as status() with the number in digits.
+    // A count as the status line: the hit count of the file in hand after
+    // every return of the scan, and at the end the lines of the hit list.
+    // The same as status() with the number in digits.
     // A host that doesn't show it, or shows it only now and then, overrides
     // this so that a run with millions of hits formats no number per hit.
     virtual void hitcount(std::int64_t nHits) { status(std::to_string(nHits)); }
@@ -64,8 +67,11 @@ public:
     // with a question mark icon.
     virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }
 
-    // A message for the user (an OK box titled "brindlex").
-    virtual void message(const std::string& /*text*/) {}
+    // A message for the user (an OK box titled "brindlex"), with the reason
+    // of the failure it reports when the text doesn't hold it already
+    // (code 0: none). The window shows the reason as the box's detailed
+    // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
+    virtual void message(const std::string& /*text*/, const Error& /*reason*/) {}
 
     // How far a run is, for a host that shows it: once for each file of the
     // list as the run takes it in hand (bBegins, lDone 0, lLen its length,

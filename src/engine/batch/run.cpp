@@ -3,8 +3,7 @@
 #include <memory>
 #include <optional>
 
-#include <sys/stat.h>
-
+#include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
@@ -17,7 +16,8 @@ namespace {
 
 // The new content of one file. The safe replacement begins only when the
 // first byte is written, so a file without hits leaves no trace; if it can't
-// begin, every write fails and the length check refuses the file.
+// begin, every write fails and the length check refuses the file with the
+// reason kept here.
 class ReplaceSink : public ByteSink {
 public:
     // Most files of a tree have no hit: the paths are made only when the
@@ -32,18 +32,19 @@ public:
     {
         if (!tried_) {
             tried_ = true;
-            Error error;
-            replace_ = SafeReplace::begin(target_, scratch_, error);
+            replace_ = SafeReplace::begin(target_, scratch_, beginError_);
         }
         return replace_ != nullptr;
     }
 
     SafeReplace* replace() { return replace_.get(); }
+    const Error& beginerror() const { return beginError_; }
 
 private:
     const std::string& target_;
     const std::filesystem::path& scratch_;
     std::unique_ptr<SafeReplace> replace_;
+    Error beginError_;
     bool tried_ = false;
 };
 
@@ -53,123 +54,189 @@ public:
     bool write(std::string_view /*bytes*/) override { return true; }
 };
 
-std::optional<std::int64_t> lengthof(const std::string& sFile)
+// The scratch output of a replace: the buffer in front of the sink.
+struct FileOutput {
+    FileOutput(const std::string& sFile, const std::filesystem::path& scratch) : sink(sFile, scratch), nOut(&sink) {}
+    FileOutput(const FileOutput&) = delete;
+    FileOutput& operator=(const FileOutput&) = delete;
+
+    ReplaceSink sink;
+    OutputBuffer nOut;
+};
+
+// The patterns as the whole run uses them.
+struct Patterns {
+    std::string sFind;       // decoded, upper-cased unless matched exactly
+    std::string sReplace;    // decoded, as typed
+    bool bMatchCase = false;
+};
+
+// One file in hand: what the scan found and what it wrote.
+struct FileScan {
+    std::size_t index = 0;   // its line in the list
+    std::string sName;
+    std::string sFile;
+    std::int64_t nHits = 0;
+    std::int64_t lLenChange = 0;
+    std::unique_ptr<FileOutput> output;   // a replace's new content
+};
+
+Patterns preparepatterns(const RunRequest& request)
 {
-    struct stat st {};
-    if (::stat(sFile.c_str(), &st) != 0)
-        return std::nullopt;
-    return static_cast<std::int64_t>(st.st_size);
+    Patterns p;
+    p.bMatchCase = request.bMatchCase;
+    p.sFind = decodepattern(request.sFind, request.bConvertHex);
+    // A pattern that held any code is compared exactly, whatever the box says.
+    if (p.sFind != request.sFind)
+        p.bMatchCase = true;
+    if (!p.bMatchCase)
+        uppercase(p.sFind);
+    p.sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
+    return p;
+}
+
+void writeheadlines(RunLog& log, const RunRequest& request, const Patterns& p)
+{
+    if (request.nLogMode & kLogFinds)
+        log.writelog(kLogFind, "", -1, p.sFind);
+    if (request.bReplace && (request.nLogMode & kLogReplaces))
+        log.writelog(kLogReplaceWith, "", -1, p.sReplace);
+}
+
+// The lines to run: the selected ones, or all when none is selected.
+std::vector<std::size_t> filestorun(const RunRequest& request)
+{
+    std::vector<std::size_t> chosen;
+    for (std::size_t i = 0; i < request.lines.size(); ++i) {
+        if (i < request.selected.size() && request.selected[i])
+            chosen.push_back(i);
+    }
+    if (chosen.empty()) {
+        for (std::size_t i = 0; i < request.lines.size(); ++i)
+            chosen.push_back(i);
+    }
+    return chosen;
+}
+
+class BatchRun {
+public:
+    BatchRun(const RunRequest& request, Host& host)
+        : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
+          search(patterns.sFind, patterns.bMatchCase)
+    {
+    }
+
+    RunResult run();
+
+private:
+    bool scanfile(FileScan& file);
+    void commitfile(FileScan& file);
+    void finish();
+
+    const RunRequest& request;
+    Host& host;
+    const Patterns patterns;
+    RunLog log;
+    const PatternSearch search;
+    RunResult result;
+};
+
+RunResult BatchRun::run()
+{
+    host.enablecontrols(false);
+    writeheadlines(log, request, patterns);
+    for (const std::size_t i : filestorun(request)) {
+        FileScan file;
+        file.index = i;
+        file.sName = firstfield(request.lines[i]);
+        file.sFile = request.baseDir + file.sName;
+        host.status(file.sFile);
+        if (!scanfile(file))
+            continue;
+        if (host.bCancel) {
+            // The file in hand keeps its bytes, and the status its count.
+            result.cancelled = true;
+            host.enablecontrols(true);
+            return result;
+        }
+        if (file.output && file.nHits > 0)
+            commitfile(file);
+    }
+    finish();
+    return result;
+}
+
+// Opens and scans one file; in a replace its new content is streamed into
+// file.output. False when it can't be opened (reported).
+bool BatchRun::scanfile(FileScan& file)
+{
+    OpenedFile opened;
+    const Error error = openbinary(file.sFile, opened);
+    host.progress(true, 0, error ? 0 : opened.size());
+    if (error) {
+        host.message(openerrormessage(file.sFile, error), {});
+        result.failures = true;
+        return false;
+    }
+    DiscardSink discard;
+    std::optional<OutputBuffer> dry;
+    if (request.bReplace && request.bDryRun)
+        dry.emplace(&discard);
+    else if (request.bReplace)
+        file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch);
+    OutputBuffer* out = dry ? &*dry : file.output ? &file.output->nOut : nullptr;
+    Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
+    ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
+                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
+    file.nHits = scanloop(scan, file.sName);
+    file.lLenChange = scan.lLenChange;
+    result.hits += file.nHits;
+    result.filesWithHits += file.nHits > 0;
+    result.failures = result.failures || scanner.readfailed();
+    return true;
+}
+
+// The length check and the commit of a scanned file, and its new List1
+// line with the "*" unless the check refused it.
+void BatchRun::commitfile(FileScan& file)
+{
+    // A failed write is kept by the SafeReplace, a failed begin by the sink:
+    // either fails the check with its reason.
+    FileOutput& output = *file.output;
+    output.nOut.flush();
+    output.sink.begun();   // a file that becomes empty gets no write at all
+    const Rewrite rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
+    if (rewrite.failure != RewriteFailure::Length)
+        host.lineupdated(file.index, list1line(file.sName, rewrite.lLength, true));
+    if (rewrite.failure == RewriteFailure::None) {
+        ++result.filesRewritten;
+        return;
+    }
+    // The copy message holds the platform's text already.
+    host.message(rewritemessage(rewrite, file.sFile),
+                 rewrite.failure == RewriteFailure::Length ? rewrite.reason : Error{});
+    result.failures = true;
+}
+
+void BatchRun::finish()
+{
+    const std::int64_t listed = std::min(result.hits, kListLimit);
+    if (listed == kListLimit)
+        host.status("more than 1000");
+    else
+        host.hitcount(listed);
+    host.enablecontrols(true);
 }
 
 }  // namespace
 
 RunResult findinfiles(const RunRequest& request, Host& host)
 {
-    RunResult result;
     host.clearhits();
     host.status("none found");
     if (request.sFind.empty())
-        return result;
-    result.ran = true;
-    host.enablecontrols(false);
-
-    bool bMatchCase = request.bMatchCase;
-    std::string sFind = decodepattern(request.sFind, request.bConvertHex);
-    if (sFind != request.sFind)
-        bMatchCase = true;
-    if (!bMatchCase)
-        uppercase(sFind);
-    const std::string sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
-    const bool bReplace = request.bReplace;
-
-    RunLog log(request.sLogFile);
-    if (request.nLogMode & 1)
-        log.writelog("find   ", "", -1, sFind);
-    if (bReplace && (request.nLogMode & 2))
-        log.writelog("replace with  ", "", -1, sReplace);
-
-    const PatternSearch search(sFind, bMatchCase);
-    const bool bAsk = request.bAsk;
-    bool bAll = true;
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
-        if (i < request.selected.size() && request.selected[i])
-            bAll = false;
-    }
-
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
-        const bool selected = i < request.selected.size() && request.selected[i];
-        if (!selected && !bAll)
-            continue;
-        const std::string sName = firstfield(request.lines[i]);
-        const std::string sFile = request.baseDir + sName;
-        host.status(sFile);
-        ++result.filesScanned;
-
-        OpenedFile file;
-        const Error error = openbinary(sFile, file);
-        host.progress(true, 0, error ? 0 : file.size());
-        if (error) {
-            host.message(openerrormessage(sFile, error));
-            result.failures = true;
-            continue;
-        }
-
-        std::optional<ReplaceSink> sink;
-        std::optional<OutputBuffer> nOut;
-        DiscardSink discard;
-        if (bReplace && request.bDryRun) {
-            nOut.emplace(&discard);
-        } else if (bReplace) {
-            sink.emplace(sFile, request.sScratch);
-            nOut.emplace(&*sink);
-        }
-        OutputBuffer* out = nOut ? &*nOut : nullptr;
-        Scanner scanner(file.fd.get(), file.size(), search, out, host);
-        ScanFile scan {.scanner = scanner, .sFile = sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
-                       .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
-        const std::int64_t nHits = scanloop(scan, sName);
-        file.fd.close();
-
-        result.hits += nHits;
-        result.filesWithHits += nHits > 0;
-        if (scanner.readfailed())
-            result.failures = true;
-        if (host.bCancel) {
-            result.listed = std::min(result.hits, kListLimit);
-            result.cancelled = true;
-            host.enablecontrols(true);
-            return result;
-        }
-        if (!bReplace || nHits == 0 || request.bDryRun)
-            continue;
-
-        // The rewrite: the new content must be exactly as long as the old
-        // one plus what the hits added or took away.
-        const bool written = nOut->flush() && sink->begun();
-        const std::optional<std::int64_t> lOld = lengthof(sFile);
-        const std::int64_t lNew = written ? sink->replace()->writtenlength() : -1;
-        if (!written || !lOld || lNew - *lOld - scan.lLenChange != 0) {
-            host.message("Cannot replace! ERROR in file lengths for " + sFile);
-            result.failures = true;
-            continue;
-        }
-        const Error copied = sink->replace()->commit();
-        // In place, the file is as long as its new content; after a failure
-        // it is looked at again.
-        host.lineupdated(i, list1line(sName, copied ? lengthof(sFile).value_or(0) : lNew, true));
-        if (copied) {
-            host.message(copyfailuremessage(copied, request.sScratch.string(), sFile));
-            result.failures = true;
-        } else {
-            ++result.filesRewritten;
-        }
-    }
-
-    result.listed = std::min(result.hits, kListLimit);
-    const std::string caption = std::to_string(result.listed);
-    host.status(caption == "1000" ? "more than 1000" : caption);
-    host.enablecontrols(true);
-    return result;
+        return {};
+    return BatchRun(request, host).run();
 }
 
 }  // namespace brindlex

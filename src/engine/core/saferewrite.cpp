@@ -92,6 +92,7 @@ struct SafeReplace::Impl {
     Route route = Route::SameDir;
     FileHandle out;      // where the new content goes
     std::string hidden;  // the new file's name while it has one of its own
+    std::string named;   // the last name it had, for messages
     Error writeError;
     bool finished = false;
 
@@ -144,7 +145,7 @@ Error SafeReplace::Impl::makesamedirfile()
         });
         if (fd >= 0) {
             out = FileHandle(fd);
-            hidden = candidate;
+            hidden = named = candidate;
             return {};
         }
         if (errno != EEXIST)
@@ -262,7 +263,7 @@ Error SafeReplace::Impl::swapinplace()
                 return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), candidate.c_str(), AT_SYMLINK_FOLLOW);
             });
             if (rc == 0)
-                hidden = candidate;
+                hidden = named = candidate;
             else if (errno != EEXIST)
                 return errorfromerrno(errno, target);
         }
@@ -458,6 +459,19 @@ std::int64_t SafeReplace::originallength() const
     return static_cast<std::int64_t>(impl_->st.st_size);
 }
 
+const Error& SafeReplace::writeerror() const
+{
+    return impl_->writeError;
+}
+
+fs::path SafeReplace::copiedfrom() const
+{
+    const Impl& d = *impl_;
+    if (d.route == Impl::Route::Scratch)
+        return d.scratch;
+    return d.target.parent_path() / d.named;
+}
+
 Error SafeReplace::commit()
 {
     Impl& d = *impl_;
@@ -504,11 +518,6 @@ Error replacefilecontent(const fs::path& target, std::string_view bytes, const f
         return error;
     replace->write(bytes);
     return replace->commit();
-}
-
-std::string copyfailuremessage(const Error& error, const std::string& scratch, const std::string& target)
-{
-    return error.text + " copying " + scratch + " to " + target;
 }
 
 }  // namespace brindlex

@@ -29,16 +29,9 @@ struct Parsed {
     std::string value;   // of a key
 };
 
-bool isblankbyte(char c) { return c == ' ' || c == '\t'; }
-
 std::string trimmed(std::string_view s)
 {
-    std::size_t b = 0, e = s.size();
-    while (b < e && isblankbyte(s[b]))
-        ++b;
-    while (e > b && isblankbyte(s[e - 1]))
-        --e;
-    return std::string(s.substr(b, e - b));
+    return std::string(trimblanks(s, " \t"));
 }
 
 bool sameletters(std::string_view a, std::string_view b)

@@ -12,22 +12,6 @@ namespace {
 
 const std::string kSectionPrefix = std::string(kRepSection) + "|";
 
-// The number at the head of `text`: blanks skipped, an optional sign, then
-// digits; 0 when there are none. Saturates far above any Integer.
-std::int64_t leadingnumber(std::string_view text)
-{
-    std::size_t i = 0;
-    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
-        ++i;
-    bool negative = false;
-    if (i < text.size() && (text[i] == '-' || text[i] == '+'))
-        negative = text[i++] == '-';
-    std::int64_t n = 0;
-    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
-        n = n < 1'000'000'000 ? n * 10 + (text[i] - '0') : n;
-    return negative ? -n : n;
-}
-
 void raisecount(const std::string& name, int& nRepCount)
 {
     std::string head = name.substr(0, 5);

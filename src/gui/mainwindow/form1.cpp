@@ -20,9 +20,11 @@
 #include <system_error>
 
 #include "engine/batch/run.h"
+#include "engine/batch/runlog.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
+#include "engine/pattern/stringtools.h"
 #include "gui/mainwindow/tabstopdelegate.h"
 #include "gui/mainwindow/windowhost.h"
 #include "engine/replacements/profile.h"
@@ -444,28 +446,6 @@ void Form1::selectalltext(QLineEdit* box)
     box->setFocus();
 }
 
-int Form1::parsestringforinteger(std::string& s, const std::string& ch)
-{
-    // The number at the head: optional blanks and sign, then digits, as a
-    // 16-bit Integer would hold it.
-    std::size_t at = s.find_first_not_of(' ');
-    long value = 0;
-    bool negative = false;
-    if (at != std::string::npos && (s[at] == '-' || s[at] == '+')) {
-        negative = s[at] == '-';
-        ++at;
-    }
-    for (; at != std::string::npos && at < s.size() && s[at] >= '0' && s[at] <= '9'; ++at)
-        value = std::min(value * 10 + (s[at] - '0'), 32768L);
-    const int result = static_cast<int>(std::clamp(negative ? -value : value, -32768L, 32767L));
-    const std::size_t cut = s.find(ch);
-    if (cut == std::string::npos)
-        s.clear();
-    else
-        s.erase(0, cut + ch.size());
-    return result;
-}
-
 void Form1::settabstops(QListWidget* lstList, const std::string& sStops)
 {
     std::string copy = sStops;
@@ -485,15 +465,15 @@ void Form1::mnuConvertHex_Click()
 
 void Form1::mnuopt_Click()
 {
-    mnuOptLog[0]->setChecked((nLogMode & 1) != 0);
-    mnuOptLog[1]->setChecked((nLogMode & 2) != 0);
+    mnuOptLog[0]->setChecked((nLogMode & kLogFinds) != 0);
+    mnuOptLog[1]->setChecked((nLogMode & kLogReplaces) != 0);
     mnuConvertHex->setChecked(bConvertHex);
 }
 
 void Form1::mnuOptLog_Click(int Index)
 {
     if (Index == 0 || Index == 1) {
-        const int bit = Index == 0 ? 1 : 2;
+        const int bit = Index == 0 ? kLogFinds : kLogReplaces;
         if (mnuOptLog[static_cast<std::size_t>(Index)]->isChecked())
             nLogMode &= ~bit;
         else
