@@ -13,7 +13,9 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMouseEvent>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QStatusBar>
 #include <QShortcut>
 
 #include <optional>
@@ -86,6 +88,11 @@ Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique
     setFont(bold);
     buildsurface();
     buildmenus();
+    prgWork = new QProgressBar;
+    prgWork->setObjectName(QStringLiteral("prgWork"));
+    prgWork->hide();
+    statusBar()->setSizeGripEnabled(false);
+    statusBar()->addWidget(prgWork, 1);
 }
 
 Form1::~Form1() = default;
