@@ -71,7 +71,7 @@ public:
     // of the failure it reports when the text doesn't hold it already
     // (code 0: none). The window shows the reason as the box's detailed
     // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
-    virtual void message(const std::string& /*text*/, const Error& /*reason*/) {}
+    virtual void message(const std::string& /*text*/, const Error& /*reason*/ = {}) {}
 
     // How far a run is, for a host that shows it: once for each file of the
     // list as the run takes it in hand (bBegins, lDone 0, lLen its length,
