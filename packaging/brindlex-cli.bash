@@ -29,7 +29,7 @@ _brindlex_cli()
     fi
 
     case $prev in
-        --log | --files-from | --files0-from | -o)
+        --log | --files-from | --files0-from | -o | --output)
             _filedir
             return
             ;;
@@ -54,7 +54,7 @@ _brindlex_cli()
             sets) opts="$runopts --find --replace" ;;
             decode) opts="--no-angle --help" ;;
             page) opts="--mode --width --format --pos --block --help" ;;
-            dump) opts="--size --cols -o --help" ;;
+            dump) opts="--size --cols -o --output --help" ;;
         esac
         COMPREPLY=($(compgen -W "$opts" -- "$cur"))
         return
