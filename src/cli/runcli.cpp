@@ -317,9 +317,12 @@ void bufferstdout()
 
 void printsummary(const RunResult& result, std::size_t files, const std::string& prefix)
 {
-    std::fprintf(stderr, "%s%lld hits in %lld of %lld files, %lld files rewritten\n", prefix.c_str(),
-                 static_cast<long long>(result.hits), static_cast<long long>(result.filesWithHits),
-                 static_cast<long long>(files), static_cast<long long>(result.filesRewritten));
+    auto counted = [](long long n, const char* one, const char* more) { return std::to_string(n) + (n == 1 ? one : more); };
+    const std::string line = prefix + counted(result.hits, " hit", " hits") + " in "
+        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files") + ", "
+        + counted(result.filesRewritten, " file rewritten", " files rewritten") + (interrupted() ? ", interrupted" : "")
+        + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 int exitstatus(bool cancelled, bool failures, bool wrote, bool hits)

@@ -84,7 +84,8 @@ bool interrupted();
 // Block-buffers stdout for the hit lines of the runs that follow.
 void bufferstdout();
 
-// "12 hits in 3 of 40 files, 3 files rewritten" and LF, on stderr.
+// "12 hits in 3 of 40 files, 3 files rewritten" and LF, on stderr; "1 hit",
+// "1 file", and ", interrupted" at the end after a SIGINT.
 void printsummary(const RunResult& result, std::size_t files, const std::string& prefix = {});
 
 // The exit status of one or more runs: 130 interrupted, 2 a failure or a

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -73,11 +76,11 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
          "4 hits in 4 of 5 files, 4 files rewritten\n", 0,
          {{"B.txt", "2\r"}, {"a.txt", "one 2\r"}, {"link.txt", "one 2\r"}, {"a.txt2", "xtwo"}, {"sub/c.txt", "two two"}}},
         {"the log: head lines and hits, appended", {"replace", "--log-finds", "--log-replaces", "w", "W", "B.txt"}, "",
-         "B.txt\t000000002\n", "1 hits in 1 of 1 files, 1 files rewritten\n", 0, {{"B.txt", "tWo"}},
+         "B.txt\t000000002\n", "1 hit in 1 of 1 file, 1 file rewritten\n", 0, {{"B.txt", "tWo"}},
          "old\r\nfind      W  \r\nreplace with     W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
         // As the window's Cancel: the hits of the file scanned are listed, and it is not rewritten.
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
-         "B.txt\t000000001\n", "1 hits in 1 of 1 files, 0 files rewritten\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
+         "B.txt\t000000001\n", "1 hit in 1 of 1 file, 0 files rewritten, interrupted\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -119,12 +122,15 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
     });
     EXPECT_EQ(got, "status 2\nreadonly\t000000001\nwritable\t000000001\nError opening " + locked.string() +
                        ": Permission denied\nPermission denied copying " + dir.path().string() +
-                       "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 files rewritten\n");
+                       "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 file rewritten\n");
     EXPECT_EQ(readfile(readonly), "two");
     EXPECT_EQ(readfile(base / "writable"), "2");
 }
 
-// A replace killed at any moment leaves every file wholly old or wholly new.
+// A replace killed at any moment leaves every file wholly old or wholly new
+// and no file of its own among them. Every other file is hard-linked and so
+// copied over in place: SIGTERM and SIGHUP wait for the copy's end, and
+// after SIGKILL the next command finishes a copy cut short and says so.
 TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
 {
     constexpr int kFiles = 24;
@@ -134,14 +140,20 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
             s += "line " + std::to_string(line) + " of file " + std::to_string(i) + (replaced ? ": NEW!!\n" : ": OLD\n");
         return s;
     };
+    auto name = [](int i) { return "f" + std::to_string(100 + i); };
     std::chrono::steady_clock::duration full {};   // an uninterrupted run, to spread the kills over
     std::mt19937_64 rng(7);
     int partly = 0;
-    for (int round = -1; round < 12; ++round) {
-        SCOPED_TRACE(round);
+    for (int round = -1; round < 24; ++round) {
+        const int sig = std::array{SIGKILL, SIGTERM, SIGHUP}[static_cast<std::size_t>(round + 3) % 3];
+        SCOPED_TRACE(std::to_string(round) + " signal " + std::to_string(sig));
         test::TempDir dir;
-        for (int i = 0; i < kFiles; ++i)
-            dir.write("base/f" + std::to_string(100 + i), content(i, false));
+        fs::create_directories(dir.path() / "links");
+        for (int i = 0; i < kFiles; ++i) {
+            dir.write("base/" + name(i), content(i, false));
+            if (i % 2)
+                fs::create_hard_link(dir.path() / "base" / name(i), dir.path() / "links" / name(i));
+        }
         fs::create_directories(dir.path() / "work");
         const auto start = std::chrono::steady_clock::now();
         const pid_t pid = startcli({"replace", "-c", "OLD", "NEW!!", "*"}, dir.path() / "base", dir.path() / "work", 0);
@@ -149,24 +161,89 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         if (round >= 0) {
             std::this_thread::sleep_for(std::chrono::nanoseconds(rng() % static_cast<std::uint64_t>(std::max<std::int64_t>(
                 1, std::chrono::duration_cast<std::chrono::nanoseconds>(full).count()))));
-            ::kill(pid, SIGKILL);
+            ::kill(pid, sig);
         }
         int status = 0;
         ::waitpid(pid, &status, 0);
         if (round < 0)
             full = std::chrono::steady_clock::now() - start;
         ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0));
+        auto torn = [&] {
+            int n = 0;
+            for (int i = 0; i < kFiles; ++i) {
+                const std::string now = readfile(dir.path() / "base" / name(i));
+                n += now != content(i, false) && now != content(i, true);
+            }
+            return n;
+        };
+        const int cut = torn();
+        EXPECT_TRUE(cut == 0 || sig == SIGKILL) << cut << " files torn";
+        const CliResult next = runcli({"decode", "x"}, dir.path(), dir.path() / "work");
+        // A kill just before the first byte or just after the last also
+        // leaves a copy to finish: the file's content stays whole either way.
+        EXPECT_TRUE(cut == 0 || next.err.find("Finished the interrupted copy") != std::string::npos) << next.err;
+        EXPECT_EQ(torn(), 0);
         int fresh = 0;
         for (int i = 0; i < kFiles; ++i) {
-            const std::string now = readfile(dir.path() / ("base/f" + std::to_string(100 + i)));
-            EXPECT_TRUE(now == content(i, false) || now == content(i, true)) << "f" << 100 + i << ": " << now.size() << " bytes";
-            fresh += now == content(i, true);
+            fresh += readfile(dir.path() / "base" / name(i)) == content(i, true);
+            if (i % 2) {
+                EXPECT_EQ(readfile(dir.path() / "links" / name(i)), readfile(dir.path() / "base" / name(i)));
+            }
         }
         ASSERT_TRUE(round >= 0 || fresh == kFiles);
         partly += fresh > 0 && fresh < kFiles;
-        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() / "base"), fs::directory_iterator()), kFiles);
+        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() / "base"), fs::directory_iterator()), kFiles)
+            << "no stray file";
     }
-    EXPECT_GT(partly, 0) << "no kill came in the middle of a run";
+    EXPECT_GT(partly, 0) << "no signal came in the middle of a run";
+}
+
+// Under a file size limit (ulimit -f) a file that would outgrow it is
+// reported and kept; the run goes on with the next file.
+TEST(CliFindReplace, FileSizeLimitFailsOneFileOnly)
+{
+    test::TempDir dir;
+    const std::string big = "HIT" + std::string(100000, '.');
+    dir.write("base/a", big);
+    dir.write("base/b", "HIT");
+    fs::create_directories(dir.path() / "work");
+    const std::string got = test::runinchild([&] {
+        const rlimit limit {60000, 60000};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        const CliResult r = runcli({"replace", "-c", "HIT", "HOT", "*"}, dir.path() / "base", dir.path() / "work");
+        return r.failure + "status " + std::to_string(r.exitstatus) + " signal " + std::to_string(r.termsignal) + "\n" + r.err;
+    });
+    EXPECT_EQ(replaceall(got, dir.path().string() + "/", "<dir>/"),
+              "status 2 signal 0\nFile too large copying <dir>/work/brindlex.tmp to <dir>/base/a\n"
+              "2 hits in 2 of 2 files, 1 file rewritten\n");
+    EXPECT_EQ(readfile(dir.path() / "base/a"), big);
+    EXPECT_EQ(readfile(dir.path() / "base/b"), "HOT");
+}
+
+// A file below a path longer than PATH_MAX is found: the walk and the run
+// open each level from the one above.
+TEST(CliFindReplace, TreeDeeperThanPathMax)
+{
+    test::TempDir dir;
+    const std::string level(200, 'd');
+    int fd = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    std::string relative;
+    for (int depth = 0; depth < 24; ++depth) {
+        ASSERT_EQ(::mkdirat(fd, level.c_str(), 0755), 0);
+        const int sub = ::openat(fd, level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(fd);
+        fd = sub;
+        relative += level + "/";
+    }
+    const int file = ::openat(fd, "deep.txt", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    ASSERT_EQ(::write(file, "a HIT", 5), 5);
+    ::close(file);
+    ::close(fd);
+    ASSERT_GT(relative.size(), static_cast<std::size_t>(PATH_MAX));
+    const CliResult r = runcli({"find", "-s", "hit", "*.txt"}, dir.path(), dir.path());
+    EXPECT_EQ(r.exitstatus, 0);
+    EXPECT_EQ(r.out, relative + "deep.txt\t000000003\n");
+    EXPECT_EQ(r.err, "1 hit in 1 of 1 file, 0 files rewritten\n");
 }
 
 // Memory stays bounded whatever the file's size; the sanitizers carry their own.

@@ -37,6 +37,10 @@ public:
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
+    // The walk could not open the directory at `path` (errno `code`): the
+    // mask's own directory, or a subdirectory it passes over.
+    virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
+
     // Whether the lines need the files' true sizes. A host that never shows
     // them says no, and the walk takes a regular file as its directory
     // entry gives it, without a stat of its own (the size reads 0).

@@ -22,7 +22,8 @@ class ReplaceSink : public ByteSink {
 public:
     // Most files of a tree have no hit: the paths are made only when the
     // first byte comes.
-    ReplaceSink(const std::string& target, const std::filesystem::path& scratch) : target_(target), scratch_(scratch)
+    ReplaceSink(const std::string& target, const std::filesystem::path& scratch, const OpenedFile& original)
+        : target_(target), scratch_(scratch), original_(original)
     {
     }
 
@@ -32,17 +33,21 @@ public:
     {
         if (!tried_) {
             tried_ = true;
-            Error error;
-            replace_ = SafeReplace::begin(target_, scratch_, error);
+            replace_ = SafeReplace::begin(target_, scratch_, error_, SafeReplace::Missing::Refuse, &original_);
         }
         return replace_ != nullptr;
     }
 
     SafeReplace* replace() { return replace_.get(); }
 
+    // Why the new content could not be made: begin's error or a write's.
+    Error failure() const { return replace_ ? replace_->writeerror() : error_; }
+
 private:
     const std::string& target_;
     const std::filesystem::path& scratch_;
+    const OpenedFile& original_;
+    Error error_;
     std::unique_ptr<SafeReplace> replace_;
     bool tried_ = false;
 };
@@ -109,7 +114,7 @@ RunResult findinfiles(const RunRequest& request, Host& host)
         std::optional<ReplaceSink> sink;
         std::optional<OutputBuffer> nOut;
         if (bReplace) {
-            sink.emplace(sFile, request.sScratch);
+            sink.emplace(sFile, request.sScratch, file);
             nOut.emplace(&*sink);
         }
         OutputBuffer* out = nOut ? &*nOut : nullptr;
@@ -117,7 +122,6 @@ RunResult findinfiles(const RunRequest& request, Host& host)
         ScanFile scan {.scanner = scanner, .sFile = sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
                        .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
         const std::int64_t nHits = scanloop(scan, sName);
-        file.fd.close();
 
         result.hits += nHits;
         result.filesWithHits += nHits > 0;
@@ -135,6 +139,13 @@ RunResult findinfiles(const RunRequest& request, Host& host)
         // The rewrite: the new content must be exactly as long as the old
         // one plus what the hits added or took away.
         const bool written = nOut->flush() && sink->begun();
+        // A file that changed its length since it was read fails the length
+        // check; any other failure to make the new content says why.
+        if (!written && sink->failure() && lengthof(sFile) == file.size()) {
+            host.message(copyfailuremessage(sink->failure(), request.sScratch.string(), sFile));
+            result.failures = true;
+            continue;
+        }
         const std::optional<std::int64_t> lOld = lengthof(sFile);
         const std::int64_t lNew = written ? sink->replace()->writtenlength() : -1;
         if (!written || !lOld || lNew - *lOld - scan.lLenChange != 0) {

@@ -20,6 +20,7 @@
 #include <system_error>
 
 #include "engine/batch/run.h"
+#include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
@@ -264,6 +265,8 @@ void Form1::Form_Load(const std::string& sCommand)
         sScratch = scratchfilepath();
         std::error_code ignored;
         std::filesystem::remove(sLogFile, ignored);
+        if (const std::string finished = finishinterruptedcopy(sScratch); !finished.empty())
+            dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
     settabstops(List2, kTabStops);
