@@ -92,13 +92,13 @@ int runsets(const std::vector<std::string>& args)
             request.sFind = pair.find;
             request.sReplaceText = pair.replace;
             const RunResult result = findinfiles(request, host);
-            wrote = std::fflush(stdout) == 0 && wrote;
+            wrote = flushstdout() && wrote;
             printsummary(result, request.lines.size(), item.caption + ": ");
             failures = failures || result.failures;
             cancelled = result.cancelled;
             hits = hits || result.hits > 0;
         });
-    return exitstatus(cancelled, failures, wrote, hits);
+    return exitstatus(host, cancelled, failures, wrote, hits);
 }
 
 const RegisterCommand registered(

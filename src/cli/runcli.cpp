@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 
@@ -27,10 +28,12 @@ const char* const kRunOptionsHelp =
     "      --log FILE       the log to append to (default: the work directory's\n"
     "                       brindlex.log.txt)\n"
     "      --files-from FILE  the files to take, one path a line ('-': stdin)\n"
+    "      --files0-from FILE the files to take, each path ended by a NUL\n"
+    "  -0, --null           a NUL instead of the tab behind a hit's name\n"
     "      --help           this text\n"
     "\n"
-    "Exit status: 0 hits, 1 no hit, 2 a file could not be opened, checked or\n"
-    "rewritten, or bad usage; 130 interrupted or cancelled.\n";
+    "Exit status: 0 hits, 1 no hit, 2 a file or directory could not be\n"
+    "searched, checked or rewritten, or bad usage; 130 interrupted or cancelled.\n";
 
 namespace {
 
@@ -53,9 +56,10 @@ std::string oneline(std::string text)
     return out;
 }
 
-// The list from --files-from: one path a line, each a List1 line of its own
-// with an empty base directory.
-bool readfilelist(const std::string& from, std::vector<std::string>& lines)
+// The list from --files-from (one path a line) or --files0-from (each path
+// ended by a NUL): each a file of its own, by its real name, with an empty
+// base directory.
+bool readfilelist(const std::string& from, char end, CliHost& host)
 {
     std::ifstream file;
     std::istream* in = &std::cin;
@@ -66,14 +70,27 @@ bool readfilelist(const std::string& from, std::vector<std::string>& lines)
         in = &file;
     }
     std::string path;
-    while (std::getline(*in, path)) {
-        if (path.empty())
-            continue;
-        struct stat st {};
-        const std::int64_t size = ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0;
-        lines.push_back(list1line(path, size));
+    while (std::getline(*in, path, end)) {
+        if (!path.empty())
+            host.addentry(path, 0);
     }
     return !in->bad();
+}
+
+// The lines in List1 order, each real name staying with its line.
+void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names)
+{
+    std::vector<std::size_t> order(lines.size());
+    for (std::size_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return lines[a] < lines[b]; });
+    std::vector<std::string> sortedLines, sortedNames;
+    for (std::size_t i : order) {
+        sortedLines.push_back(std::move(lines[i]));
+        sortedNames.push_back(std::move(names[i]));
+    }
+    lines = std::move(sortedLines);
+    names = std::move(sortedNames);
 }
 
 }  // namespace
@@ -115,11 +132,14 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             o.nLogMode |= 1;
         } else if (arg == "--log-replaces") {
             o.nLogMode |= 2;
-        } else if (arg == "--log" || arg == "--files-from") {
+        } else if (arg == "-0" || arg == "--null") {
+            o.nullAfterName = true;
+        } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
                 return std::nullopt;
             }
+            o.filesNul = o.filesNul || arg == "--files0-from";
         } else if (arg.size() > 2 && arg[1] != '-') {
             // Short options may be bundled: -sc.
             for (char c : arg.substr(1)) {
@@ -129,6 +149,8 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
                     o.bMatchCase = true;
                 else if (c == 'a')
                     o.bAsk = true;
+                else if (c == '0')
+                    o.nullAfterName = true;
                 else
                     return unknown(std::string("-") + c);
             }
@@ -204,10 +226,27 @@ void CliHost::hit(const std::string& sName, std::int64_t lPos)
     }
     while (end - p < 10)   // nine digits at least, and the LF
         *--p = '0';
-    *--p = '\t';
+    *--p = separator;
     std::memcpy(out, p, static_cast<std::size_t>(end - p));
     out += end - p;
     hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
+}
+
+void CliHost::addentry(const std::string& name, std::int64_t size)
+{
+    lines.push_back(list1line(name, size));
+    names.push_back(name);
+}
+
+void CliHost::unreadable(const std::string& path, int code)
+{
+    note(path + ": " + std::strerror(code));
+    trouble = true;
+}
+
+void CliHost::note(const std::string& text)
+{
+    message("brindlex-cli: " + text);
 }
 
 void CliHost::flushhits()
@@ -293,7 +332,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     ::sigaction(SIGINT, &sa, nullptr);
 
     if (o.filesFrom) {
-        if (!readfilelist(*o.filesFrom, request.lines))
+        if (!readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host))
             return usageerror(name + ": cannot read " + *o.filesFrom);
     } else {
         std::error_code ec;
@@ -301,9 +340,17 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::string expanded = expandmask(mask, cwd);
         request.baseDir = basedirfor(expanded);
         listfiles(expanded, o.bIncludeSubs, request.baseDir, host);
-        request.lines = std::move(host.lines);
+        // One file named without a wildcard that isn't there: as grep says it.
+        struct stat st {};
+        if (host.lines.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
+            && ::lstat(expanded.c_str(), &st) != 0)
+            host.unreadable(mask, errno);
     }
-    sortlist1(request.lines);
+    if (o.nullAfterName)
+        host.separator = '\0';
+    sortbyline(host.lines, host.names);
+    request.lines = std::move(host.lines);
+    request.names = std::move(host.names);
     return 0;
 }
 
@@ -325,11 +372,22 @@ void printsummary(const RunResult& result, std::size_t files, const std::string&
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-int exitstatus(bool cancelled, bool failures, bool wrote, bool hits)
+bool flushstdout()
+{
+    static bool told = false;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    if (!told)
+        std::fprintf(stderr, "brindlex-cli: write error on stdout: %s\n", std::strerror(errno));
+    told = true;
+    return false;
+}
+
+int exitstatus(const CliHost& host, bool cancelled, bool failures, bool wrote, bool hits)
 {
     if (cancelled || gInterrupted)
         return kExitInterrupted;
-    if (failures || !wrote)
+    if (failures || !wrote || host.trouble)
         return kExitTrouble;
     return hits ? kExitHits : kExitNoHits;
 }

@@ -73,6 +73,7 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
         {"no hit is 1", {"find", "--match-case", "TWO", "*.txt"}, "", "", "0 hits in 0 of 5 files, 0 files rewritten\n", 1},
         {"a link's target is replaced once, and the link stays", {"replace", "two", "2<0D>", "*.txt"}, "",
          ".dot.txt\t000000001\nB.txt\t000000001\na.txt\t000000005\nsub-d.txt\t000000001\n",
+         "brindlex-cli: <dir>/base/link.txt: the same file as <dir>/base/a.txt, rewritten once\n"
          "4 hits in 4 of 5 files, 4 files rewritten\n", 0,
          {{"B.txt", "2\r"}, {"a.txt", "one 2\r"}, {"link.txt", "one 2\r"}, {"a.txt2", "xtwo"}, {"sub/c.txt", "two two"}}},
         {"the log: head lines and hits, appended", {"replace", "--log-finds", "--log-replaces", "w", "W", "B.txt"}, "",
@@ -101,26 +102,120 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
     }
 }
 
-// As an ordinary user (nobody under root): a file that may not be read is
-// reported and passed over; one that may not be written keeps its content
-// and gets the copy failure message.
+// A file is found again by the name the walk gave, as bytes, whatever
+// blanks, tabs or line breaks it holds, and a replace rewrites each file
+// once however many listed names lead to it; a find searches every name.
+TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
+{
+    test::TempDir dir;
+    const fs::path base = dir.path() / "base";
+    for (const char* name : {" lead", "trail ", "x\ty", "x", "new\nline", "u"})
+        dir.write(std::string("base/") + name, "HIT");
+    dir.write("base/t", "xHITx");
+    fs::create_symlink("t", base / "l1");
+    fs::create_symlink("t", base / "l2");
+    fs::create_hard_link(base / "u", base / "h");
+    dir.write("list0", std::string("x\ty\0 lead\0", 10));
+    fs::create_directories(dir.path() / "work");
+    const struct {
+        std::vector<std::string> args;
+        std::string out, err;
+    } steps[] = {
+        {{"replace", "-c", "HIT", "HITX", "*"},
+         " lead\t000000001\nh\t000000001\nl1\t000000002\nnew\nline\t000000001\ntrail \t000000001\n"
+         "x\t000000001\nx\ty\t000000001\n",
+         "brindlex-cli: <dir>/base/l2: the same file as <dir>/base/l1, rewritten once\n"
+         "brindlex-cli: <dir>/base/t: the same file as <dir>/base/l1, rewritten once\n"
+         "brindlex-cli: <dir>/base/u: the same file as <dir>/base/h, rewritten once\n"
+         "7 hits in 7 of 10 files, 7 files rewritten\n"},
+        {{"find", "-0", "-c", "HITX", "*"},
+         [] {
+             std::string out;
+             for (const char* hit : {" lead 1", "h 1", "l1 2", "l2 2", "new\nline 1", "t 2", "trail  1", "u 1", "x 1", "x\ty 1"}) {
+                 const std::string line = hit;
+                 out += line.substr(0, line.rfind(' ')) + '\0' + "00000000" + line.back() + "\n";
+             }
+             return out;
+         }(),
+         "10 hits in 10 of 10 files, 0 files rewritten\n"},
+        {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n",
+         "2 hits in 2 of 2 files, 0 files rewritten\n"},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.args[0] + " " + step.args[1]);
+        const CliResult r = runcli(step.args, base, dir.path() / "work");
+        EXPECT_EQ(r.exitstatus, 0);
+        EXPECT_EQ(r.out, step.out);
+        EXPECT_EQ(replaceall(r.err, dir.path().string() + "/", "<dir>/"), step.err);
+    }
+    EXPECT_EQ(readfile(base / "t"), "xHITXx");
+    EXPECT_EQ(readfile(base / "x"), "HITX");
+    EXPECT_EQ(readfile(base / "u"), "HITX");
+}
+
+// What could not be searched is told as grep -r tells it, and changes the
+// exit status; what matches nothing is no trouble.
+TEST(CliFindReplace, SaysWhatItCouldNotSearch)
+{
+    const struct {
+        const char* what;
+        std::vector<std::string> args;
+        std::string err;
+        int status;
+    } rows[] = {
+        {"a missing directory", {"find", "HIT", "nodir/*.txt"},
+         "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+        {"a missing file", {"find", "HIT", "missing.txt"},
+         "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+        {"a wildcard that matches nothing", {"find", "HIT", "*.none"}, "0 hits in 0 of 0 files, 0 files rewritten\n", 1},
+        {"an empty pattern", {"replace", "", "x", "*"}, "brindlex-cli: replace: PATTERN is empty\n", 2},
+        {"a pattern too long to be found everywhere", {"find", std::string(202, 'H'), "*"},
+         "brindlex-cli: note: a pattern longer than 201 bytes is found only where it fits one 1000-byte block\n"
+         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test::TempDir dir;
+        dir.write("base/a.txt", "HIT");
+        fs::create_directories(dir.path() / "work");
+        const CliResult r = runcli(row.args, dir.path() / "base", dir.path() / "work");
+        EXPECT_EQ(r.exitstatus, row.status);
+        EXPECT_EQ(r.err, row.err);
+    }
+    // stdout on a full device: the hits are lost, and that is said.
+    test::TempDir dir;
+    dir.write("a.txt", "HIT");
+    fs::create_symlink("/dev/full", dir.path() / "cli.out");
+    const pid_t pid = startcli({"find", "HIT", "*.txt"}, dir.path(), dir.path(), 0);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
+    EXPECT_EQ(readfile(dir.path() / "cli.err"),
+              "brindlex-cli: write error on stdout: No space left on device\n1 hit in 1 of 1 file, 0 files rewritten\n");
+}
+
+// As an ordinary user (nobody under root): a directory or file that may not
+// be read is reported and passed over; one that may not be written keeps
+// its content and gets the copy failure message.
 TEST(CliFindReplace, FilesTheUserMayNotTouch)
 {
     test::TempDir dir;
     const fs::path base = dir.path() / "base";
     const fs::path locked = dir.write("base/locked", "two"), readonly = dir.write("base/readonly", "two");
     ASSERT_EQ(::chown(dir.write("base/writable", "two").c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
+    const fs::path lockeddir = dir.write("base/lockeddir/inside", "two").parent_path();
     // The work directory is the ordinary user's own, as it would make it.
     const fs::path work = dir.path() / "shared/work";
     fs::create_directories(work);
     ASSERT_EQ(::chown(work.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
-    for (const auto& [path, mode] : {std::pair{work, 0700}, {base, 0777}, {locked, 0}, {readonly, 0444}})
+    for (const auto& [path, mode] : {std::pair{work, 0700}, {base, 0777}, {locked, 0}, {readonly, 0444}, {lockeddir, 0}})
         ::chmod(path.c_str(), static_cast<mode_t>(mode));
     const std::string got = test::rununprivileged([&] {
-        const CliResult r = runcli({"replace", "two", "2", "*"}, base, work);
+        const CliResult r = runcli({"replace", "-s", "two", "2", "*"}, base, work);
         return r.failure + "status " + std::to_string(r.exitstatus) + "\n" + r.out + r.err;
     });
-    EXPECT_EQ(got, "status 2\nreadonly\t000000001\nwritable\t000000001\nError opening " + locked.string() +
+    EXPECT_EQ(got, "status 2\nreadonly\t000000001\nwritable\t000000001\nbrindlex-cli: " + lockeddir.string()
+                       + ": Permission denied\nError opening " + locked.string() +
                        ": Permission denied\nPermission denied copying " + dir.path().string() +
                        "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 file rewritten\n");
     EXPECT_EQ(readfile(readonly), "two");

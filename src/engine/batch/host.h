@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/files/files.h"
+
 namespace brindlex {
 
 enum class Answer { Yes, No, Cancel };
@@ -37,6 +39,12 @@ public:
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
+    // The walk found a file: its real name relative to the base directory,
+    // as bytes, and its size. The list shows list1line(name, size); a host
+    // that keeps the name beside the line, to find the file again by it,
+    // overrides this.
+    virtual void addentry(const std::string& name, std::int64_t size) { addline(list1line(name, size)); }
+
     // The walk could not open the directory at `path` (errno `code`): the
     // mask's own directory, or a subdirectory it passes over.
     virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
@@ -67,6 +75,10 @@ public:
     // The question at a hit of a replace with asking on: a Yes/No/Cancel box
     // with a question mark icon.
     virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }
+
+    // A remark that stops nothing and needs no answer: the command line
+    // prints it, the window shows nothing.
+    virtual void note(const std::string& /*text*/) {}
 
     // A message for the user (an OK box titled "brindlex").
     virtual void message(const std::string& /*text*/) {}

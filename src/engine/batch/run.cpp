@@ -1,8 +1,11 @@
 #include "engine/batch/run.h"
 
+#include <map>
 #include <memory>
 #include <optional>
+#include <tuple>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "engine/batch/runlog.h"
@@ -54,10 +57,71 @@ private:
 
 std::optional<std::int64_t> lengthof(const std::string& sFile)
 {
+    const FileHandle fd(openlong(sFile, O_PATH | O_CLOEXEC));
     struct stat st {};
-    if (::stat(sFile.c_str(), &st) != 0)
+    if (!fd.valid() || ::fstat(fd.get(), &st) != 0)
         return std::nullopt;
     return static_cast<std::int64_t>(st.st_size);
+}
+
+// One line of the list in hand: the file as found and as opened.
+struct FileInHand {
+    std::size_t index = 0;
+    std::string sName {};   // the real name, relative to the base directory
+    std::string sFile {};
+    OpenedFile file {};
+};
+
+// The files a replace has rewritten, as their names now hold them (device,
+// inode, size and modification time), with the path that rewrote each:
+// whichever of its names a later line takes, it is the same file. The
+// inode a file had before its swap is free and may be any new file's.
+class Rewritten {
+public:
+    void add(const struct stat& st, const std::string& sFile) { files_.emplace(key(st), sFile); }
+    const std::string* find(const struct stat& st) const
+    {
+        const auto it = files_.find(key(st));
+        return it == files_.end() ? nullptr : &it->second;
+    }
+
+private:
+    using Key = std::tuple<dev_t, ino_t, off_t, time_t, long>;
+    static Key key(const struct stat& st) { return {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec}; }
+    std::map<Key, std::string> files_;
+};
+
+// Puts a scanned file's new content in place. It must be exactly as long
+// as the old one plus what the hits added or took away; a file that changed
+// its length since it was read fails that check, any other failure to make
+// the new content says why.
+void rewrite(const FileInHand& f, ReplaceSink& sink, OutputBuffer& nOut, std::int64_t lLenChange,
+             const RunRequest& request, Host& host, RunResult& result, Rewritten& rewritten)
+{
+    const bool written = nOut.flush() && sink.begun();
+    const std::optional<std::int64_t> lOld = lengthof(f.sFile);
+    if (!written && sink.failure() && lOld == f.file.size()) {
+        host.message(copyfailuremessage(sink.failure(), request.sScratch.string(), f.sFile));
+        result.failures = true;
+        return;
+    }
+    const std::int64_t lNew = written ? sink.replace()->writtenlength() : -1;
+    if (!written || !lOld || lNew - *lOld - lLenChange != 0) {
+        host.message("Cannot replace! ERROR in file lengths for " + f.sFile);
+        result.failures = true;
+        return;
+    }
+    const Error copied = sink.replace()->commit();
+    // In place, the file is as long as its new content; after a failure
+    // it is looked at again.
+    host.lineupdated(f.index, list1line(f.sName, copied ? lengthof(f.sFile).value_or(0) : lNew, true));
+    if (copied) {
+        host.message(copyfailuremessage(copied, request.sScratch.string(), f.sFile));
+        result.failures = true;
+        return;
+    }
+    ++result.filesRewritten;
+    rewritten.add(sink.replace()->result(), f.sFile);
 }
 
 }  // namespace
@@ -95,33 +159,38 @@ RunResult findinfiles(const RunRequest& request, Host& host)
             bAll = false;
     }
 
+    Rewritten rewritten;
     for (std::size_t i = 0; i < request.lines.size(); ++i) {
         const bool selected = i < request.selected.size() && request.selected[i];
         if (!selected && !bAll)
             continue;
-        const std::string sName = firstfield(request.lines[i]);
-        const std::string sFile = request.baseDir + sName;
-        host.status(sFile);
+        FileInHand f {.index = i, .sName = i < request.names.size() && !request.names[i].empty()
+                                               ? request.names[i] : firstfield(request.lines[i])};
+        f.sFile = request.baseDir + f.sName;
+        host.status(f.sFile);
         ++result.filesScanned;
 
-        OpenedFile file;
-        if (Error error = openbinary(sFile, file)) {
-            host.message(openerrormessage(sFile, error));
+        if (Error error = openbinary(f.sFile, f.file)) {
+            host.message(openerrormessage(f.sFile, error));
             result.failures = true;
+            continue;
+        }
+        if (const std::string* first = bReplace ? rewritten.find(f.file.st) : nullptr) {
+            host.note(f.sFile + ": the same file as " + *first + ", rewritten once");
             continue;
         }
 
         std::optional<ReplaceSink> sink;
         std::optional<OutputBuffer> nOut;
         if (bReplace) {
-            sink.emplace(sFile, request.sScratch, file);
+            sink.emplace(f.sFile, request.sScratch, f.file);
             nOut.emplace(&*sink);
         }
         OutputBuffer* out = nOut ? &*nOut : nullptr;
-        Scanner scanner(file.fd.get(), file.size(), search, out, host);
-        ScanFile scan {.scanner = scanner, .sFile = sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
+        Scanner scanner(f.file.fd.get(), f.file.size(), search, out, host);
+        ScanFile scan {.scanner = scanner, .sFile = f.sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
                        .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
-        const std::int64_t nHits = scanloop(scan, sName);
+        const std::int64_t nHits = scanloop(scan, f.sName);
 
         result.hits += nHits;
         result.filesWithHits += nHits > 0;
@@ -133,36 +202,8 @@ RunResult findinfiles(const RunRequest& request, Host& host)
             host.enablecontrols(true);
             return result;
         }
-        if (!bReplace || nHits == 0)
-            continue;
-
-        // The rewrite: the new content must be exactly as long as the old
-        // one plus what the hits added or took away.
-        const bool written = nOut->flush() && sink->begun();
-        // A file that changed its length since it was read fails the length
-        // check; any other failure to make the new content says why.
-        if (!written && sink->failure() && lengthof(sFile) == file.size()) {
-            host.message(copyfailuremessage(sink->failure(), request.sScratch.string(), sFile));
-            result.failures = true;
-            continue;
-        }
-        const std::optional<std::int64_t> lOld = lengthof(sFile);
-        const std::int64_t lNew = written ? sink->replace()->writtenlength() : -1;
-        if (!written || !lOld || lNew - *lOld - scan.lLenChange != 0) {
-            host.message("Cannot replace! ERROR in file lengths for " + sFile);
-            result.failures = true;
-            continue;
-        }
-        const Error copied = sink->replace()->commit();
-        // In place, the file is as long as its new content; after a failure
-        // it is looked at again.
-        host.lineupdated(i, list1line(sName, copied ? lengthof(sFile).value_or(0) : lNew, true));
-        if (copied) {
-            host.message(copyfailuremessage(copied, request.sScratch.string(), sFile));
-            result.failures = true;
-        } else {
-            ++result.filesRewritten;
-        }
+        if (bReplace && nHits > 0)
+            rewrite(f, *sink, *nOut, scan.lLenChange, request, host, result, rewritten);
     }
 
     result.listed = std::min(result.hits, kListLimit);

@@ -74,7 +74,7 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
         if (host.bCancel)
             return false;
         relname.assign(prefix).append(entry->d_name);
-        host.addline(list1line(relname, static_cast<std::int64_t>(st.st_size)));
+        host.addentry(relname, static_cast<std::int64_t>(st.st_size));
     }
 
     if (!bIncludeSubs)

@@ -370,6 +370,7 @@ void Form1::findinfiles(const std::string& sFind, bool bReplace)
     for (int i = 0; i < count; ++i) {
         const QListWidgetItem* line = List1->item(i);
         request.lines.push_back(fromwidget(line->text()));
+        request.names.push_back(line->data(kRealNameRole).toByteArray().toStdString());
         request.selected.push_back(line->isSelected());
     }
     if (!sFind.empty())

@@ -46,8 +46,12 @@ void WindowHost::beginwork()
 void WindowHost::flush()
 {
     if (!pendingHits.isEmpty()) {
+        const int first = form.List2->count();
         form.List2->addItems(pendingHits);
+        for (int k = 0; k < pendingNames.size(); ++k)
+            form.List2->item(first + k)->setData(kRealNameRole, pendingNames[k]);
         pendingHits.clear();
+        pendingNames.clear();
     }
     if (pendingCount) {
         setstatus(std::to_string(*pendingCount));
@@ -96,10 +100,11 @@ void WindowHost::yield()
     lastPaint = std::chrono::steady_clock::now();
 }
 
-void WindowHost::addline(const std::string& line)
+void WindowHost::addentry(const std::string& name, std::int64_t size)
 {
     if (form.List1->count() >= kList1Limit)
         return;
+    const std::string line = list1line(name, size);
     // QString order of ISO-8859-1 text is the order of its bytes.
     const QString text = towidget(line);
     int lo = 0;
@@ -112,11 +117,13 @@ void WindowHost::addline(const std::string& line)
             lo = mid + 1;
     }
     form.List1->insertItem(lo, text);
+    form.List1->item(lo)->setData(kRealNameRole, QByteArray(name.data(), static_cast<qsizetype>(name.size())));
 }
 
 void WindowHost::clearhits()
 {
     pendingHits.clear();
+    pendingNames.clear();
     form.List2->clear();
     listed = 0;
 }
@@ -158,6 +165,7 @@ void WindowHost::hit(const std::string& sName, std::int64_t lPos)
     if (listed < kListLimit) {
         ++listed;
         pendingHits << towidget(list2line(sName, lPos));
+        pendingNames << QByteArray(sName.data(), static_cast<qsizetype>(sName.size()));
     }
 }
 
