@@ -93,6 +93,22 @@ void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names
     names = std::move(sortedNames);
 }
 
+// -s, -c, -a, -0 (also bundled): false for any other letter.
+bool shortoption(char c, RunOptions& o)
+{
+    bool* flag = c == 's' ? &o.bIncludeSubs : c == 'c' ? &o.bMatchCase : c == 'a' ? &o.bAsk
+        : c == '0' ? &o.nullAfterName : nullptr;
+    if (flag)
+        *flag = true;
+    return flag != nullptr;
+}
+
+// The letter of a long flag: --subdirs is -s; 0 for no such flag.
+char longletter(const std::string& arg)
+{
+    return arg == "--subdirs" ? 's' : arg == "--match-case" ? 'c' : arg == "--ask" ? 'a' : arg == "--null" ? '0' : 0;
+}
+
 }  // namespace
 
 std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, const std::string& name,
@@ -120,38 +136,24 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             std::fputs(help.c_str(), stdout);
             status = 0;
             return std::nullopt;
-        } else if (arg == "-s" || arg == "--subdirs") {
-            o.bIncludeSubs = true;
-        } else if (arg == "-c" || arg == "--match-case") {
-            o.bMatchCase = true;
-        } else if (arg == "-a" || arg == "--ask") {
-            o.bAsk = true;
+        } else if (const char letter = longletter(arg)) {
+            shortoption(letter, o);
         } else if (arg == "--no-angle") {
             o.bConvertHex = false;
         } else if (arg == "--log-finds") {
             o.nLogMode |= 1;
         } else if (arg == "--log-replaces") {
             o.nLogMode |= 2;
-        } else if (arg == "-0" || arg == "--null") {
-            o.nullAfterName = true;
         } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
                 return std::nullopt;
             }
             o.filesNul = o.filesNul || arg == "--files0-from";
-        } else if (arg.size() > 2 && arg[1] != '-') {
+        } else if (arg[1] != '-') {
             // Short options may be bundled: -sc.
             for (char c : arg.substr(1)) {
-                if (c == 's')
-                    o.bIncludeSubs = true;
-                else if (c == 'c')
-                    o.bMatchCase = true;
-                else if (c == 'a')
-                    o.bAsk = true;
-                else if (c == '0')
-                    o.nullAfterName = true;
-                else
+                if (!shortoption(c, o))
                     return unknown(std::string("-") + c);
             }
         } else {

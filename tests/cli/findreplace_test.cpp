@@ -293,6 +293,39 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
     EXPECT_GT(partly, 0) << "no signal came in the middle of a run";
 }
 
+// Two replaces over one tree at once: each file gets one "X" per replace
+// that reports it rewritten, never fewer (a lost update).
+TEST(CliFindReplace, TwoReplacesAtOnceLoseNoUpdate)
+{
+    constexpr int kFiles = 30;
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        test::TempDir dir;
+        for (int i = 0; i < kFiles; ++i)
+            dir.write("base/f" + std::to_string(i), std::string(300000, '.') + "HIT");
+        pid_t pids[2];
+        for (int k = 0; k < 2; ++k) {
+            fs::create_directories(dir.path() / ("work" + std::to_string(k)));
+            pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base",
+                               dir.path() / ("work" + std::to_string(k)), 0);
+        }
+        long reported = 0;
+        for (int k = 0; k < 2; ++k) {
+            int status = 0;
+            ::waitpid(pids[k], &status, 0);
+            const std::string err = readfile(dir.path() / ("work" + std::to_string(k)) / "cli.err");
+            const std::size_t at = err.rfind(", ");
+            reported += at == std::string::npos ? -1000 : std::stol(err.substr(at + 2));
+        }
+        long xs = 0;
+        for (int i = 0; i < kFiles; ++i) {
+            const std::string now = readfile(dir.path() / ("base/f" + std::to_string(i)));
+            xs += static_cast<long>(now.size()) - 300003;
+        }
+        EXPECT_EQ(xs, reported);
+    }
+}
+
 // Under a file size limit (ulimit -f) a file that would outgrow it is
 // reported and kept; the run goes on with the next file.
 TEST(CliFindReplace, FileSizeLimitFailsOneFileOnly)

@@ -1,5 +1,6 @@
 #include "engine/batch/run.h"
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <optional>
@@ -124,6 +125,82 @@ void rewrite(const FileInHand& f, ReplaceSink& sink, OutputBuffer& nOut, std::in
     rewritten.add(sink.replace()->result(), f.sFile);
 }
 
+// The find and replace texts decoded; a find text that holds a code is
+// compared exactly, a plain one follows bMatchCase (upper-cased without it).
+struct Patterns {
+    std::string sFind, sReplace;
+    bool bMatchCase;
+};
+
+Patterns preparepatterns(const RunRequest& request)
+{
+    Patterns p {decodepattern(request.sFind, request.bConvertHex),
+                decodepattern(request.sReplaceText, request.bConvertHex), request.bMatchCase};
+    if (p.sFind != request.sFind)
+        p.bMatchCase = true;
+    if (!p.bMatchCase)
+        uppercase(p.sFind);
+    return p;
+}
+
+}  // namespace
+
+namespace {
+
+// What every file of a run shares.
+struct RunState {
+    const RunRequest& request;
+    Host& host;
+    const Patterns& p;
+    const PatternSearch& search;
+    RunLog& log;
+    RunResult& result;
+    Rewritten rewritten {};
+};
+
+// Opens, scans and (in a replace) rewrites the file of line i. False when
+// the user cancelled during its scan: it stays as it was.
+bool runfile(RunState& r, std::size_t i)
+{
+    const RunRequest& request = r.request;
+    Host& host = r.host;
+    FileInHand f {.index = i, .sName = i < request.names.size() && !request.names[i].empty()
+                                           ? request.names[i] : firstfield(request.lines[i])};
+    f.sFile = request.baseDir + f.sName;
+    host.status(f.sFile);
+    ++r.result.filesScanned;
+    if (Error error = openbinary(f.sFile, f.file)) {
+        host.message(openerrormessage(f.sFile, error));
+        r.result.failures = true;
+        return true;
+    }
+    const bool bReplace = request.bReplace;
+    if (const std::string* first = bReplace ? r.rewritten.find(f.file.st) : nullptr) {
+        host.note(f.sFile + ": the same file as " + *first + ", rewritten once");
+        return true;
+    }
+
+    std::optional<ReplaceSink> sink;
+    std::optional<OutputBuffer> nOut;
+    if (bReplace) {
+        sink.emplace(f.sFile, request.sScratch, f.file);
+        nOut.emplace(&*sink);
+    }
+    OutputBuffer* out = nOut ? &*nOut : nullptr;
+    Scanner scanner(f.file.fd.get(), f.file.size(), r.search, out, host);
+    ScanFile scan {.scanner = scanner, .sFile = f.sFile, .sFind = r.p.sFind, .sReplace = r.p.sReplace,
+                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &r.log, .nOut = out, .host = host};
+    const std::int64_t nHits = scanloop(scan, f.sName);
+    r.result.hits += nHits;
+    r.result.filesWithHits += nHits > 0;
+    r.result.failures = r.result.failures || scanner.readfailed();
+    if (host.bCancel)
+        return false;
+    if (bReplace && nHits > 0)
+        rewrite(f, *sink, *nOut, scan.lLenChange, request, host, r.result, r.rewritten);
+    return true;
+}
+
 }  // namespace
 
 RunResult findinfiles(const RunRequest& request, Host& host)
@@ -136,74 +213,26 @@ RunResult findinfiles(const RunRequest& request, Host& host)
     result.ran = true;
     host.enablecontrols(false);
 
-    bool bMatchCase = request.bMatchCase;
-    std::string sFind = decodepattern(request.sFind, request.bConvertHex);
-    if (sFind != request.sFind)
-        bMatchCase = true;
-    if (!bMatchCase)
-        uppercase(sFind);
-    const std::string sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
-    const bool bReplace = request.bReplace;
-
+    const Patterns p = preparepatterns(request);
     RunLog log(request.sLogFile);
     if (request.nLogMode & 1)
-        log.writelog("find   ", "", -1, sFind);
-    if (bReplace && (request.nLogMode & 2))
-        log.writelog("replace with  ", "", -1, sReplace);
+        log.writelog("find   ", "", -1, p.sFind);
+    if (request.bReplace && (request.nLogMode & 2))
+        log.writelog("replace with  ", "", -1, p.sReplace);
 
-    const PatternSearch search(sFind, bMatchCase);
-    const bool bAsk = request.bAsk;
-    bool bAll = true;
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
-        if (i < request.selected.size() && request.selected[i])
-            bAll = false;
-    }
-
-    Rewritten rewritten;
+    const PatternSearch search(p.sFind, p.bMatchCase);
+    RunState state {.request = request, .host = host, .p = p, .search = search, .log = log, .result = result};
+    const bool bAll = std::find(request.selected.begin(), request.selected.end(), true) == request.selected.end();
     for (std::size_t i = 0; i < request.lines.size(); ++i) {
         const bool selected = i < request.selected.size() && request.selected[i];
         if (!selected && !bAll)
             continue;
-        FileInHand f {.index = i, .sName = i < request.names.size() && !request.names[i].empty()
-                                               ? request.names[i] : firstfield(request.lines[i])};
-        f.sFile = request.baseDir + f.sName;
-        host.status(f.sFile);
-        ++result.filesScanned;
-
-        if (Error error = openbinary(f.sFile, f.file)) {
-            host.message(openerrormessage(f.sFile, error));
-            result.failures = true;
-            continue;
-        }
-        if (const std::string* first = bReplace ? rewritten.find(f.file.st) : nullptr) {
-            host.note(f.sFile + ": the same file as " + *first + ", rewritten once");
-            continue;
-        }
-
-        std::optional<ReplaceSink> sink;
-        std::optional<OutputBuffer> nOut;
-        if (bReplace) {
-            sink.emplace(f.sFile, request.sScratch, f.file);
-            nOut.emplace(&*sink);
-        }
-        OutputBuffer* out = nOut ? &*nOut : nullptr;
-        Scanner scanner(f.file.fd.get(), f.file.size(), search, out, host);
-        ScanFile scan {.scanner = scanner, .sFile = f.sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
-                       .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
-        const std::int64_t nHits = scanloop(scan, f.sName);
-
-        result.hits += nHits;
-        result.filesWithHits += nHits > 0;
-        if (scanner.readfailed())
-            result.failures = true;
-        if (host.bCancel) {
+        if (!runfile(state, i)) {
             result.listed = std::min(result.hits, kListLimit);
             result.cancelled = true;
             host.enablecontrols(true);
             return result;
         }
-        if (bReplace && nHits > 0)
-            rewrite(f, *sink, *nOut, scan.lLenChange, request, host, result, rewritten);
     }
 
     result.listed = std::min(result.hits, kListLimit);
