@@ -223,9 +223,10 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
 }
 
 // A replace killed at any moment leaves every file wholly old or wholly new
-// and no file of its own among them. Every other file is hard-linked and so
-// copied over in place: SIGTERM and SIGHUP wait for the copy's end, and
-// after SIGKILL the next command finishes a copy cut short and says so.
+// and no file of its own among them. Two files of three are hard-linked and
+// so copied over in place: SIGTERM and SIGHUP wait for the copy's end, and
+// after SIGKILL the next command finishes a copy cut short and says so (the
+// engine's tests cut a copy at a known write).
 TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
 {
     constexpr int kFiles = 24;
@@ -246,7 +247,7 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         fs::create_directories(dir.path() / "links");
         for (int i = 0; i < kFiles; ++i) {
             dir.write("base/" + name(i), content(i, false));
-            if (i % 2)
+            if (i % 3)
                 fs::create_hard_link(dir.path() / "base" / name(i), dir.path() / "links" / name(i));
         }
         fs::create_directories(dir.path() / "work");
@@ -281,7 +282,7 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         int fresh = 0;
         for (int i = 0; i < kFiles; ++i) {
             fresh += readfile(dir.path() / "base" / name(i)) == content(i, true);
-            if (i % 2) {
+            if (i % 3) {
                 EXPECT_EQ(readfile(dir.path() / "links" / name(i)), readfile(dir.path() / "base" / name(i)));
             }
         }

@@ -273,6 +273,40 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
     }
 }
 
+// A signal that comes during the copy in place of a hard-linked file, at
+// its second write: SIGTERM and SIGHUP wait for the copy's end; after
+// SIGKILL the next start finishes the copy from the scratch file.
+TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
+{
+    const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
+    for (int sig : {SIGTERM, SIGHUP, SIGKILL}) {
+        SCOPED_TRACE(sig);
+        test::TempDir t;
+        const fs::path p = make(t, original, true);
+        std::string step;
+        const std::string died = test::runinchild([&]() -> std::string {
+            faultinject::arm({0, 0, "", 0, 0, sig});
+            replace(p, after, scratch());   // learns the steps, then runs for real
+            const auto steps = faultinject::log();
+            int second = 0;
+            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
+                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
+            t.write("f", original);
+            faultinject::arm({0, 0, "", 0, second, sig});
+            replace(p, after, scratch());
+            return "lived";
+        });
+        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(sig) + " ", 0), 0u) << died;
+        const bool cut = readfile(p) != after;
+        EXPECT_EQ(cut, sig == SIGKILL);
+        const std::string told = finishinterruptedcopy(scratch());
+        EXPECT_EQ(told.empty(), !cut) << told;
+        EXPECT_EQ(readfile(p), after);
+        EXPECT_EQ(readfile(t.path() / "twin"), after);
+        EXPECT_EQ(finishinterruptedcopy(scratch()), "") << "once only";
+    }
+}
+
 // A tiny tmpfs in a mount namespace of a child's own where that can be had,
 // else a file size limit in a child.
 TEST_F(SafeReplaceTest, FullDiskLeavesTheOriginal)

@@ -45,7 +45,7 @@ void sortlist1(std::vector<std::string>& lines);
 // The walk: lists the regular files (and links to regular files) of
 // dirpart(mask) that match filepart(mask), then, with `bIncludeSubs`, every
 // real subdirectory whose name doesn't begin with "." in full, depth first.
-// Adds lines through host.addline(). Calls host.enablecontrols(false) at the
+// Adds each file through host.addentry() by its real name. Calls host.enablecontrols(false) at the
 // start of each directory and (true) at its end, and host.yield() before
 // each file and each directory entry; a raised cancel flag ends the listing
 // of the directory in hand. FIFOs, sockets, devices and links to
