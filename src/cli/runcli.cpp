@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "cli/command.h"
+#include "engine/batch/runlog.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
 
@@ -141,9 +142,9 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
         } else if (arg == "--no-angle") {
             o.bConvertHex = false;
         } else if (arg == "--log-finds") {
-            o.nLogMode |= 1;
+            o.nLogMode |= kLogFinds;
         } else if (arg == "--log-replaces") {
-            o.nLogMode |= 2;
+            o.nLogMode |= kLogReplaces;
         } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
@@ -192,8 +193,7 @@ void CliHost::yield()
 // stdio call per line either.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
 {
-    constexpr std::size_t kNumber = 24;   // tab, 20 digits at most, LF
-    const std::size_t most = sName.size() + kNumber;
+    const std::size_t most = sName.size() + kList2Tail + 1;
     if (!hits_)
         hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
     if (kHitBuffer - hitsUsed_ < most)
@@ -205,32 +205,10 @@ void CliHost::hit(const std::string& sName, std::int64_t lPos)
     } else {
         fwrite_unlocked(sName.data(), 1, sName.size(), stdout);   // a name longer than the buffer
     }
-    char digits[kNumber];
-    char* const end = digits + sizeof digits;
-    char* p = end;
-    *--p = '\n';
-    // Two digits a step.
-    static constexpr char kPairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
-    auto v = static_cast<std::uint64_t>(lPos);
-    while (v >= 100) {
-        p -= 2;
-        std::memcpy(p, kPairs + 2 * (v % 100), 2);
-        v /= 100;
-    }
-    if (v >= 10) {
-        p -= 2;
-        std::memcpy(p, kPairs + 2 * v, 2);
-    } else {
-        *--p = static_cast<char>('0' + v);
-    }
-    while (end - p < 10)   // nine digits at least, and the LF
-        *--p = '0';
-    *--p = separator;
-    std::memcpy(out, p, static_cast<std::size_t>(end - p));
-    out += end - p;
+    char* const tail = out;
+    out = putlist2tail(out, lPos);
+    *tail = separator;   // the tab, or -0's NUL
+    *out++ = '\n';
     hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
 }
 
@@ -242,13 +220,13 @@ void CliHost::addentry(const std::string& name, std::int64_t size)
 
 void CliHost::unreadable(const std::string& path, int code)
 {
-    note(path + ": " + std::strerror(code));
+    note(reasontext(errorfromerrno(code, path)));
     trouble = true;
 }
 
 void CliHost::note(const std::string& text)
 {
-    message("brindlex-cli: " + text);
+    message("brindlex-cli: " + text, {});
 }
 
 void CliHost::flushhits()
@@ -258,11 +236,13 @@ void CliHost::flushhits()
     hitsUsed_ = 0;
 }
 
-void CliHost::message(const std::string& text)
+void CliHost::message(const std::string& text, const Error& reason)
 {
     flushhits();
     std::fflush(stdout);
-    const std::string line = oneline(text) + "\n";
+    std::string line = oneline(text) + "\n";
+    if (reason)
+        line += "brindlex-cli: " + oneline(reasontext(reason)) + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

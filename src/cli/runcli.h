@@ -37,9 +37,11 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
                                           const std::string& help, int& status);
 
 // Prints every hit as the window's hit list line (real name, tab, position
-// of 9 digits or more; with -0 a NUL instead of the tab), messages, notes
-// and directories it could not open one a line on stderr, and asks at a hit
-// on the terminal. A SIGINT raises the cancel flag at the next yield.
+// of 9 digits or more; with -0 a NUL instead of the tab), messages one a
+// line on stderr, each with its reason on a line "brindlex-cli: FILE: TEXT"
+// behind it, notes and directories it could not open as such lines too, and
+// asks at a hit on the terminal. A SIGINT raises the cancel flag at the next
+// yield.
 class CliHost : public Host {
 public:
     CliHost() = default;
@@ -54,7 +56,7 @@ public:
     void yield() override;
     void hit(const std::string& sName, std::int64_t lPos) override;
     void hitcount(std::int64_t /*nHits*/) override {}
-    void message(const std::string& text) override;
+    void message(const std::string& text, const Error& reason) override;
     Answer question(const std::string& title, const std::string& text) override;
     void addentry(const std::string& name, std::int64_t size) override;
     void unreadable(const std::string& path, int code) override;

@@ -6,6 +6,7 @@
 #include <array>
 #include <climits>
 #include <chrono>
+#include <cstring>
 #include <csignal>
 #include <fstream>
 #include <map>
@@ -15,6 +16,8 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -222,6 +225,35 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
     EXPECT_EQ(readfile(base / "writable"), "2");
 }
 
+// A full disk (a tiny tmpfs in a mount namespace of a child's own, else a
+// file size limit): the message, then the reason on a line of its own.
+TEST(CliFindReplace, FullDiskGivesTheReason)
+{
+    test::TempDir dir;
+    const fs::path mnt = dir.path() / "mnt";
+    fs::create_directories(mnt);
+    fs::create_directories(dir.path() / "work");
+    const std::string original = "a" + std::string(40000, '-');
+    const std::string seen = test::runinchild([&]() -> std::string {
+        const bool tmpfs = ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+            && ::mount("tmpfs", mnt.c_str(), "tmpfs", 0, "size=128k") == 0;
+        std::ofstream(mnt / "f", std::ios::binary) << original;
+        if (!tmpfs) {
+            ::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit {60000, 60000};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        const CliResult r = runcli({"replace", "a", std::string(100000, 'b'), "f"}, mnt, dir.path() / "work");
+        const std::string reason = tmpfs ? std::strerror(ENOSPC) : std::strerror(EFBIG);
+        const std::string file = (mnt / "f").string();
+        const std::string expected = "Cannot replace! ERROR in file lengths for " + file + "\nbrindlex-cli: " + file +
+                                     ": " + reason + "\n1 hit in 1 of 1 file, 0 files rewritten\n";
+        return r.failure + std::to_string(r.exitstatus) + (r.err == expected ? "" : " " + r.err)
+            + (readfile(mnt / "f") == original ? "" : " CHANGED");
+    });
+    EXPECT_EQ(seen, "2");
+}
+
 // A replace killed at any moment leaves every file wholly old or wholly new
 // and no file of its own among them. Two files of three are hard-linked and
 // so copied over in place: SIGTERM and SIGHUP wait for the copy's end, and
@@ -343,8 +375,8 @@ TEST(CliFindReplace, FileSizeLimitFailsOneFileOnly)
         return r.failure + "status " + std::to_string(r.exitstatus) + " signal " + std::to_string(r.termsignal) + "\n" + r.err;
     });
     EXPECT_EQ(replaceall(got, dir.path().string() + "/", "<dir>/"),
-              "status 2 signal 0\nFile too large copying <dir>/work/brindlex.tmp to <dir>/base/a\n"
-              "2 hits in 2 of 2 files, 1 file rewritten\n");
+              "status 2 signal 0\nCannot replace! ERROR in file lengths for <dir>/base/a\n"
+              "brindlex-cli: <dir>/base/a: File too large\n2 hits in 2 of 2 files, 1 file rewritten\n");
     EXPECT_EQ(readfile(dir.path() / "base/a"), big);
     EXPECT_EQ(readfile(dir.path() / "base/b"), "HOT");
 }

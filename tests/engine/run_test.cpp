@@ -45,7 +45,10 @@ public:
         record("question " + title + " | " + text);
         return next_ < answers_.size() ? answers_[next_++] : Answer::Yes;
     }
-    void message(const std::string& text) override { record("message " + text); }
+    void message(const std::string& text, const Error& reason) override
+    {
+        record("message " + text + (reason ? " | " + reasontext(reason) : ""));
+    }
     void note(const std::string& text) override { record("note " + text); }
     void lineupdated(std::size_t index, const std::string& line) override
     {
@@ -202,7 +205,8 @@ TEST(Run, OneCasePerBehaviour)
                  std::ofstream(base / "a", std::ios::app) << "more";
          },
          .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\n"
-                       "message Cannot replace! ERROR in file lengths for <dir>/base/a\n"
+                       "message Cannot replace! ERROR in file lengths for <dir>/base/a"
+                       " | <dir>/base/a: File changed by another program since it was read\n"
                        "status <dir>/base/b\nhit b 1\nstatus 1\nstatus 1\nline 1 b\\t00000001*\n"
                        "status 2\ncontrols on\n",
          .after = {{"a", "xaxmore"}, {"b", "b"}}},
@@ -219,7 +223,8 @@ TEST(Run, OneCasePerBehaviour)
          },
          .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 1 | Replace \\r\\n\\r\\n\\r\\nHIT? \n"
                        "hit a 1\nstatus 1\nstatus 1\n"
-                       "message File changed by another program since it was read copying <dir>/scratch to <dir>/base/a\n"
+                       "message Cannot replace! ERROR in file lengths for <dir>/base/a"
+                       " | <dir>/base/a: File changed by another program since it was read\n"
                        "status 1\ncontrols on\n",
          .after = {{"a", "HAT"}, {"o", ""}}},
         {.what = "real names are taken as they are; a file is rewritten once whichever name leads to it",

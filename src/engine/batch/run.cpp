@@ -1,14 +1,12 @@
 #include "engine/batch/run.h"
 
-#include <algorithm>
 #include <map>
 #include <memory>
-#include <optional>
 #include <tuple>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
+#include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
@@ -21,7 +19,8 @@ namespace {
 
 // The new content of one file. The safe replacement begins only when the
 // first byte is written, so a file without hits leaves no trace; if it can't
-// begin, every write fails and the length check refuses the file.
+// begin, every write fails and the length check refuses the file with the
+// reason kept here.
 class ReplaceSink : public ByteSink {
 public:
     // Most files of a tree have no hit: the paths are made only when the
@@ -37,41 +36,75 @@ public:
     {
         if (!tried_) {
             tried_ = true;
-            replace_ = SafeReplace::begin(target_, scratch_, error_, SafeReplace::Missing::Refuse, &original_);
+            replace_ = SafeReplace::begin(target_, scratch_, beginError_, SafeReplace::Missing::Refuse, &original_);
         }
         return replace_ != nullptr;
     }
 
     SafeReplace* replace() { return replace_.get(); }
-
-    // Why the new content could not be made: begin's error or a write's.
-    Error failure() const { return replace_ ? replace_->writeerror() : error_; }
+    const Error& beginerror() const { return beginError_; }
 
 private:
     const std::string& target_;
     const std::filesystem::path& scratch_;
-    const OpenedFile& original_;
-    Error error_;
+    const OpenedFile& original_;   // open until the commit
     std::unique_ptr<SafeReplace> replace_;
+    Error beginError_;
     bool tried_ = false;
 };
 
-std::optional<std::int64_t> lengthof(const std::string& sFile)
+// The scratch output of a replace: the buffer in front of the sink.
+struct FileOutput {
+    FileOutput(const std::string& sFile, const std::filesystem::path& scratch, const OpenedFile& original)
+        : sink(sFile, scratch, original), nOut(&sink)
+    {
+    }
+    FileOutput(const FileOutput&) = delete;
+    FileOutput& operator=(const FileOutput&) = delete;
+
+    ReplaceSink sink;
+    OutputBuffer nOut;
+};
+
+// The patterns as the whole run uses them.
+struct Patterns {
+    std::string sFind;       // decoded, upper-cased unless matched exactly
+    std::string sReplace;    // decoded, as typed
+    bool bMatchCase = false;
+};
+
+// One file in hand: what the scan found and what it wrote.
+struct FileScan {
+    std::size_t index = 0;   // its line in the list
+    std::string sName;       // the real name, relative to the base directory
+    std::string sFile;
+    OpenedFile opened;       // open until the commit, which holds the name to it
+    std::int64_t nHits = 0;
+    std::int64_t lLenChange = 0;
+    std::unique_ptr<FileOutput> output;   // a replace's new content
+};
+
+Patterns preparepatterns(const RunRequest& request)
 {
-    const FileHandle fd(openlong(sFile, O_PATH | O_CLOEXEC));
-    struct stat st {};
-    if (!fd.valid() || ::fstat(fd.get(), &st) != 0)
-        return std::nullopt;
-    return static_cast<std::int64_t>(st.st_size);
+    Patterns p;
+    p.bMatchCase = request.bMatchCase;
+    p.sFind = decodepattern(request.sFind, request.bConvertHex);
+    // A pattern that held any code is compared exactly, whatever the box says.
+    if (p.sFind != request.sFind)
+        p.bMatchCase = true;
+    if (!p.bMatchCase)
+        uppercase(p.sFind);
+    p.sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
+    return p;
 }
 
-// One line of the list in hand: the file as found and as opened.
-struct FileInHand {
-    std::size_t index = 0;
-    std::string sName {};   // the real name, relative to the base directory
-    std::string sFile {};
-    OpenedFile file {};
-};
+void writeheadlines(RunLog& log, const RunRequest& request, const Patterns& p)
+{
+    if (request.nLogMode & kLogFinds)
+        log.writelog(kLogFind, "", -1, p.sFind);
+    if (request.bReplace && (request.nLogMode & kLogReplaces))
+        log.writelog(kLogReplaceWith, "", -1, p.sReplace);
+}
 
 // The files a replace has rewritten, as their names now hold them (device,
 // inode, size and modification time), with the path that rewrote each:
@@ -92,154 +125,148 @@ private:
     std::map<Key, std::string> files_;
 };
 
-// Puts a scanned file's new content in place. It must be exactly as long
-// as the old one plus what the hits added or took away; a file that changed
-// its length since it was read fails that check, any other failure to make
-// the new content says why.
-void rewrite(const FileInHand& f, ReplaceSink& sink, OutputBuffer& nOut, std::int64_t lLenChange,
-             const RunRequest& request, Host& host, RunResult& result, Rewritten& rewritten)
+// The real name of line i: as the walk found it, or the line's first field.
+std::string realname(const RunRequest& request, std::size_t i)
 {
-    const bool written = nOut.flush() && sink.begun();
-    const std::optional<std::int64_t> lOld = lengthof(f.sFile);
-    if (!written && sink.failure() && lOld == f.file.size()) {
-        host.message(copyfailuremessage(sink.failure(), request.sScratch.string(), f.sFile));
-        result.failures = true;
-        return;
-    }
-    const std::int64_t lNew = written ? sink.replace()->writtenlength() : -1;
-    if (!written || !lOld || lNew - *lOld - lLenChange != 0) {
-        host.message("Cannot replace! ERROR in file lengths for " + f.sFile);
-        result.failures = true;
-        return;
-    }
-    const Error copied = sink.replace()->commit();
-    // In place, the file is as long as its new content; after a failure
-    // it is looked at again.
-    host.lineupdated(f.index, list1line(f.sName, copied ? lengthof(f.sFile).value_or(0) : lNew, true));
-    if (copied) {
-        host.message(copyfailuremessage(copied, request.sScratch.string(), f.sFile));
-        result.failures = true;
-        return;
-    }
-    ++result.filesRewritten;
-    rewritten.add(sink.replace()->result(), f.sFile);
+    return i < request.names.size() && !request.names[i].empty() ? request.names[i] : firstfield(request.lines[i]);
 }
 
-// The find and replace texts decoded; a find text that holds a code is
-// compared exactly, a plain one follows bMatchCase (upper-cased without it).
-struct Patterns {
-    std::string sFind, sReplace;
-    bool bMatchCase;
-};
-
-Patterns preparepatterns(const RunRequest& request)
+// The lines to run: the selected ones, or all when none is selected.
+std::vector<std::size_t> filestorun(const RunRequest& request)
 {
-    Patterns p {decodepattern(request.sFind, request.bConvertHex),
-                decodepattern(request.sReplaceText, request.bConvertHex), request.bMatchCase};
-    if (p.sFind != request.sFind)
-        p.bMatchCase = true;
-    if (!p.bMatchCase)
-        uppercase(p.sFind);
-    return p;
+    std::vector<std::size_t> chosen;
+    for (std::size_t i = 0; i < request.lines.size(); ++i) {
+        if (i < request.selected.size() && request.selected[i])
+            chosen.push_back(i);
+    }
+    if (chosen.empty()) {
+        for (std::size_t i = 0; i < request.lines.size(); ++i)
+            chosen.push_back(i);
+    }
+    return chosen;
 }
 
-}  // namespace
+class BatchRun {
+public:
+    BatchRun(const RunRequest& request, Host& host)
+        : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
+          search(patterns.sFind, patterns.bMatchCase)
+    {
+    }
 
-namespace {
+    RunResult run();
 
-// What every file of a run shares.
-struct RunState {
+private:
+    bool scanfile(FileScan& file);
+    void commitfile(FileScan& file);
+    void finish();
+
     const RunRequest& request;
     Host& host;
-    const Patterns& p;
-    const PatternSearch& search;
-    RunLog& log;
-    RunResult& result;
-    Rewritten rewritten {};
+    const Patterns patterns;
+    RunLog log;
+    const PatternSearch search;
+    RunResult result;
+    Rewritten rewritten;
 };
 
-// Opens, scans and (in a replace) rewrites the file of line i. False when
-// the user cancelled during its scan: it stays as it was.
-bool runfile(RunState& r, std::size_t i)
+RunResult BatchRun::run()
 {
-    const RunRequest& request = r.request;
-    Host& host = r.host;
-    FileInHand f {.index = i, .sName = i < request.names.size() && !request.names[i].empty()
-                                           ? request.names[i] : firstfield(request.lines[i])};
-    f.sFile = request.baseDir + f.sName;
-    host.status(f.sFile);
-    ++r.result.filesScanned;
-    if (Error error = openbinary(f.sFile, f.file)) {
-        host.message(openerrormessage(f.sFile, error));
-        r.result.failures = true;
-        return true;
+    host.enablecontrols(false);
+    writeheadlines(log, request, patterns);
+    for (const std::size_t i : filestorun(request)) {
+        FileScan file;
+        file.index = i;
+        file.sName = realname(request, i);
+        file.sFile = request.baseDir + file.sName;
+        host.status(file.sFile);
+        if (!scanfile(file))
+            continue;
+        if (host.bCancel) {
+            // The file in hand keeps its bytes, and the status its count.
+            result.cancelled = true;
+            host.enablecontrols(true);
+            return result;
+        }
+        if (request.bReplace && file.nHits > 0)
+            commitfile(file);
     }
-    const bool bReplace = request.bReplace;
-    if (const std::string* first = bReplace ? r.rewritten.find(f.file.st) : nullptr) {
-        host.note(f.sFile + ": the same file as " + *first + ", rewritten once");
-        return true;
-    }
+    finish();
+    return result;
+}
 
-    std::optional<ReplaceSink> sink;
-    std::optional<OutputBuffer> nOut;
-    if (bReplace) {
-        sink.emplace(f.sFile, request.sScratch, f.file);
-        nOut.emplace(&*sink);
-    }
-    OutputBuffer* out = nOut ? &*nOut : nullptr;
-    Scanner scanner(f.file.fd.get(), f.file.size(), r.search, out, host);
-    ScanFile scan {.scanner = scanner, .sFile = f.sFile, .sFind = r.p.sFind, .sReplace = r.p.sReplace,
-                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &r.log, .nOut = out, .host = host};
-    const std::int64_t nHits = scanloop(scan, f.sName);
-    r.result.hits += nHits;
-    r.result.filesWithHits += nHits > 0;
-    r.result.failures = r.result.failures || scanner.readfailed();
-    if (host.bCancel)
+// Opens and scans one file; in a replace its new content is streamed into
+// file.output. False when it can't be opened (reported) or a replace
+// rewrote it already (noted).
+bool BatchRun::scanfile(FileScan& file)
+{
+    OpenedFile& opened = file.opened;
+    if (Error error = openbinary(file.sFile, opened)) {
+        host.message(openerrormessage(file.sFile, error), {});
+        result.failures = true;
         return false;
-    if (bReplace && nHits > 0)
-        rewrite(f, *sink, *nOut, scan.lLenChange, request, host, r.result, r.rewritten);
+    }
+    // A file is rewritten once per run, whichever names lead to it.
+    if (const std::string* first = request.bReplace ? rewritten.find(opened.st) : nullptr) {
+        host.note(file.sFile + ": the same file as " + *first + ", rewritten once");
+        return false;
+    }
+    if (request.bReplace)
+        file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch, opened);
+    OutputBuffer* out = file.output ? &file.output->nOut : nullptr;
+    Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
+    ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
+                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
+    file.nHits = scanloop(scan, file.sName);
+    file.lLenChange = scan.lLenChange;
+    result.hits += file.nHits;
+    result.filesWithHits += file.nHits > 0;
+    result.failures = result.failures || scanner.readfailed();
     return true;
+}
+
+// The length check and the commit of a scanned file, and its new List1
+// line with the "*" unless the check refused it.
+void BatchRun::commitfile(FileScan& file)
+{
+    // A failed write is kept by the SafeReplace, a failed begin by the sink:
+    // either fails the check with its reason.
+    FileOutput& output = *file.output;
+    output.nOut.flush();
+    output.sink.begun();   // a file that becomes empty gets no write at all
+    const Rewrite rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
+    if (rewrite.failure != RewriteFailure::Length)
+        host.lineupdated(file.index, list1line(file.sName, rewrite.lLength, true));
+    if (rewrite.failure == RewriteFailure::None) {
+        ++result.filesRewritten;
+        rewritten.add(output.sink.replace()->result(), file.sFile);
+        return;
+    }
+    // The copy message holds the platform's text already.
+    host.message(rewritemessage(rewrite, file.sFile),
+                 rewrite.failure == RewriteFailure::Length ? rewrite.reason : Error{});
+    result.failures = true;
+}
+
+void BatchRun::finish()
+{
+    const std::int64_t listed = std::min(result.hits, kListLimit);
+    if (listed == kListLimit)
+        host.status("more than 1000");
+    else
+        host.hitcount(listed);
+    host.enablecontrols(true);
 }
 
 }  // namespace
 
 RunResult findinfiles(const RunRequest& request, Host& host)
 {
-    RunResult result;
     host.clearhits();
     host.status("none found");
     if (request.sFind.empty())
-        return result;
-    result.ran = true;
-    host.enablecontrols(false);
-
-    const Patterns p = preparepatterns(request);
-    RunLog log(request.sLogFile);
-    if (request.nLogMode & 1)
-        log.writelog("find   ", "", -1, p.sFind);
-    if (request.bReplace && (request.nLogMode & 2))
-        log.writelog("replace with  ", "", -1, p.sReplace);
-
-    const PatternSearch search(p.sFind, p.bMatchCase);
-    RunState state {.request = request, .host = host, .p = p, .search = search, .log = log, .result = result};
-    const bool bAll = std::find(request.selected.begin(), request.selected.end(), true) == request.selected.end();
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
-        const bool selected = i < request.selected.size() && request.selected[i];
-        if (!selected && !bAll)
-            continue;
-        if (!runfile(state, i)) {
-            result.listed = std::min(result.hits, kListLimit);
-            result.cancelled = true;
-            host.enablecontrols(true);
-            return result;
-        }
-    }
-
-    result.listed = std::min(result.hits, kListLimit);
-    const std::string caption = std::to_string(result.listed);
-    host.status(caption == "1000" ? "more than 1000" : caption);
-    host.enablecontrols(true);
-    return result;
+        return {};
+    return BatchRun(request, host).run();
 }
 
 }  // namespace brindlex

@@ -21,7 +21,8 @@
 // hit(name, position before replacing) when there was one, status(hits of
 // the file) and yield. A file that can't be opened gets its message and the
 // run goes on. After a replaced file: lineupdated(index, new List1 line with
-// "*"), and a message if the length check or the copy failed. At the end
+// "*"), and a message if the length check (with its reason) or the copy
+// failed; the check and the copy are commitrewrite (rewrite.h). At the end
 // status(lines of the hit list, "more than 1000" for 1000) and the controls
 // come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
 // the file in hand untouched, turns the controls on and ends the run at
@@ -44,7 +45,7 @@ struct RunRequest {
     bool bMatchCase = false;    // chkCase
     bool bAsk = false;          // chkAsk
     bool bConvertHex = true;
-    int nLogMode = 0;           // 1: log finds, 2: log replaces
+    int nLogMode = 0;           // kLogFinds | kLogReplaces (runlog.h)
     std::filesystem::path sLogFile;   // the run log; empty: no log can be written
     std::filesystem::path sScratch;   // the work directory's scratch file; empty: none
     std::string baseDir;        // lblDir's caption, with its trailing "/"
@@ -53,15 +54,13 @@ struct RunRequest {
     std::vector<bool> selected;       // selection of the lines; none selected: all count
 };
 
+// What the run did. The hit list holds min(hits, kListLimit) lines.
 struct RunResult {
-    bool ran = false;            // false: the pattern was empty, nothing happened
     bool cancelled = false;
-    std::int64_t hits = 0;       // all hits of the run
-    std::int64_t listed = 0;     // hits that the hit list holds (at most 1000)
-    std::int64_t filesScanned = 0;   // files the run took in hand, opened or not
+    std::int64_t hits = 0;            // all hits of the run
     std::int64_t filesWithHits = 0;
     std::int64_t filesRewritten = 0;
-    bool failures = false;       // a file could not be opened, checked or rewritten
+    bool failures = false;            // a file could not be opened, read, checked or rewritten
 };
 
 // The longest pattern found wherever it lies; a longer one only where it

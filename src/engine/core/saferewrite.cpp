@@ -265,6 +265,7 @@ struct SafeReplace::Impl {
     Route route = Route::SameDir;
     FileHandle out;      // where the new content goes
     std::string hidden;  // the new file's name while it has one of its own
+    std::string named;   // the last name it had, for messages
     Error writeError;
     bool finished = false;
     const OpenedFile* original = nullptr;   // the caller's, open until commit
@@ -321,7 +322,7 @@ Error SafeReplace::Impl::makesamedirfile()
         });
         if (fd >= 0) {
             out = FileHandle(fd);
-            hidden = candidate;
+            hidden = named = candidate;
             return {};
         }
         if (errno != EEXIST)
@@ -450,7 +451,7 @@ Error SafeReplace::Impl::swapinplace()
                 return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), candidate.c_str(), AT_SYMLINK_FOLLOW);
             });
             if (rc == 0)
-                hidden = candidate;
+                hidden = named = candidate;
             else if (errno != EEXIST)
                 return errorfromerrno(errno, target);
         }
@@ -619,11 +620,6 @@ bool SafeReplace::write(std::string_view bytes)
     return true;
 }
 
-const Error& SafeReplace::writeerror() const
-{
-    return impl_->writeError;
-}
-
 std::int64_t SafeReplace::writtenlength() const
 {
     struct stat st {};
@@ -635,6 +631,19 @@ std::int64_t SafeReplace::writtenlength() const
 std::int64_t SafeReplace::originallength() const
 {
     return static_cast<std::int64_t>(impl_->st.st_size);
+}
+
+const Error& SafeReplace::writeerror() const
+{
+    return impl_->writeError;
+}
+
+fs::path SafeReplace::copiedfrom() const
+{
+    const Impl& d = *impl_;
+    if (d.route == Impl::Route::Scratch)
+        return d.scratch;
+    return d.target.parent_path() / d.named;
 }
 
 Error SafeReplace::commit()
@@ -758,13 +767,9 @@ std::string finishinterruptedcopy(const fs::path& scratch)
                                : finishcopy(from.get(), scratch, target, expected, length);
     ::unlink(journal.c_str());
     if (error)
-        return "An interrupted copy could not be finished: " + copyfailuremessage(error, scratch.string(), target.string());
+        return "An interrupted copy could not be finished: " + error.text + " copying " + scratch.string() + " to "
+            + target.string();
     return "Finished the interrupted copy of " + scratch.string() + " to " + target.string();
-}
-
-std::string copyfailuremessage(const Error& error, const std::string& scratch, const std::string& target)
-{
-    return error.text + " copying " + scratch + " to " + target;
 }
 
 }  // namespace brindlex

@@ -72,14 +72,19 @@ public:
     // error is kept and commit() refuses).
     bool write(std::string_view bytes);
 
-    // The first failed write's error; none while every write went well.
-    const Error& writeerror() const;
-
     // Length of what has been written so far, from the file itself.
     std::int64_t writtenlength() const;
 
     // Length of the original file as it was opened.
     std::int64_t originallength() const;
+
+    // The first failed write, kept for commit(); code 0 while none failed.
+    const Error& writeerror() const;
+
+    // The file the new content is copied from when it is put in place: the
+    // scratch file on the fallback route, else the new file beside the
+    // target (by its hidden name once it has one, else the directory).
+    std::filesystem::path copiedfrom() const;
 
     // Puts the new content in place. On failure the original is unchanged
     // (the fallback copy aside, which keeps the scratch file) and the error
@@ -112,8 +117,5 @@ Error replacefilecontent(const std::filesystem::path& target, std::string_view b
 // is told; empty when there was nothing to finish or another process holds
 // the scratch file.
 std::string finishinterruptedcopy(const std::filesystem::path& scratch);
-
-// The copy failure message: text, " copying ", scratch path, " to ", target.
-std::string copyfailuremessage(const Error& error, const std::string& scratch, const std::string& target);
 
 }  // namespace brindlex

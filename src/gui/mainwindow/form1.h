@@ -30,6 +30,7 @@ class QPushButton;
 
 namespace brindlex::gui {
 
+class Designer;
 class WindowHost;
 
 // Bytes to a widget's text and back (ISO-8859-1).
@@ -70,11 +71,6 @@ public:
     // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
     // list units (4 units = one average character width of the list's font).
     void settabstops(QListWidget* lstList, const std::string& sStops);
-
-    // The number at the head of `s` (0 when there is none); `s` loses
-    // everything up to and including the first `ch`, or all of it when there
-    // is no `ch`: "180,,200" gives 180, then 0, then 200.
-    static int parsestringforinteger(std::string& s, const std::string& ch);
 
     void mnuConvertHex_Click();
     void mnuopt_Click();
@@ -155,7 +151,7 @@ public:
     std::string sEditor;
     std::filesystem::path sLogFile;   // empty when the work directory can't be used
     std::filesystem::path sScratch;   // likewise
-    int nLogMode = 0;                 // 1: log finds, 2: log replaces
+    int nLogMode = 0;                 // kLogFinds | kLogReplaces (engine/batch/runlog.h)
     bool bConvertHex = false;
     std::string sLastFind;
     double dLastFocus = 0;            // days, see selectalltext
@@ -177,6 +173,7 @@ protected:
 private:
     friend class WindowHost;
     void buildsurface();
+    void buildlists(Designer& d);
     void buildmenus();
     void Form_Unload();
     void listing();

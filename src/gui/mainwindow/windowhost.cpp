@@ -15,6 +15,7 @@
 
 #include "engine/batch/run.h"
 #include "engine/core/state.h"
+#include "engine/files/files.h"
 #include "gui/mainwindow/form1.h"
 #include "gui/seam/dialogs.h"
 
@@ -29,13 +30,6 @@ std::chrono::nanoseconds coarsenow()
 }
 
 }  // namespace
-
-std::string list2line(const std::string& sName, std::int64_t lPos)
-{
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%09lld", static_cast<long long>(lPos < 0 ? -lPos : lPos));
-    return sName + '\t' + digits;
-}
 
 void WindowHost::beginwork()
 {
@@ -105,19 +99,12 @@ void WindowHost::addentry(const std::string& name, std::int64_t size)
     if (form.List1->count() >= kList1Limit)
         return;
     const std::string line = list1line(name, size);
-    // QString order of ISO-8859-1 text is the order of its bytes.
-    const QString text = towidget(line);
-    int lo = 0;
-    int hi = form.List1->count();
-    while (lo < hi) {
-        const int mid = (lo + hi) / 2;
-        if (text < form.List1->item(mid)->text())
-            hi = mid;
-        else
-            lo = mid + 1;
-    }
-    form.List1->insertItem(lo, text);
-    form.List1->item(lo)->setData(kRealNameRole, QByteArray(name.data(), static_cast<qsizetype>(name.size())));
+    const std::size_t at = list1insertion(
+        static_cast<std::size_t>(form.List1->count()),
+        [this](std::size_t i) { return fromwidget(form.List1->item(static_cast<int>(i))->text()); }, line);
+    form.List1->insertItem(static_cast<int>(at), towidget(line));
+    form.List1->item(static_cast<int>(at))->setData(kRealNameRole,
+                                                    QByteArray(name.data(), static_cast<qsizetype>(name.size())));
 }
 
 void WindowHost::clearhits()
@@ -130,17 +117,14 @@ void WindowHost::clearhits()
 
 void WindowHost::status(const std::string& caption)
 {
-    // A hit count changes after every hit and waits for the next real
-    // yield. Anything else (a file's path, the outcome) is painted at once,
-    // unless the window was painted less than kYieldSpacing ago: then it
+    // A count comes through hitcount() and waits for the next real yield.
+    // A text (a file's path, "more than 1000") is painted at once, unless the window was painted less than kYieldSpacing ago: then it
     // waits for the next real yield too, which the run makes at the latest
     // behind that file, so the path is still seen as soon as a person could
     // see it, and a run over thousands of small files doesn't paint each.
     pendingStatus = caption;
     pendingCount.reset();
-    const bool count = !caption.empty() && std::all_of(caption.begin(), caption.end(),
-                                                       [](char c) { return c >= '0' && c <= '9'; });
-    if (count || std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)
+    if (std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)
         return;
     flush();
     form.Label5->repaint();
@@ -183,10 +167,11 @@ Answer WindowHost::question(const std::string& title, const std::string& text)
     }
 }
 
-void WindowHost::message(const std::string& text)
+void WindowHost::message(const std::string& text, const Error& reason)
 {
     flush();
-    dialogs().messagebox(&form, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+    dialogs().messagebox(&form, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)),
+                         reason ? towidget(reasontext(reason)) : QString());
 }
 
 void WindowHost::lineupdated(std::size_t index, const std::string& line)

@@ -52,7 +52,7 @@ public:
     void hitcount(std::int64_t nHits) override;
     void hit(const std::string& sName, std::int64_t lPos) override;
     Answer question(const std::string& title, const std::string& text) override;
-    void message(const std::string& text) override;
+    void message(const std::string& text, const Error& reason) override;
     void lineupdated(std::size_t index, const std::string& line) override;
 
 private:
@@ -72,8 +72,5 @@ private:
     std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
 };
-
-// A List2 line: name, tab, position as "000000000" (longer in full).
-std::string list2line(const std::string& sName, std::int64_t lPos);
 
 }  // namespace brindlex::gui

@@ -33,11 +33,13 @@ void installdialogs(Dialogs* replacement)
 }
 
 Reply QtDialogs::messagebox(QWidget* parent, const QString& text, Buttons buttons, Icon icon,
-                            const QString& title)
+                            const QString& title, const QString& detail)
 {
     QMessageBox box(icon == Icon::Question ? QMessageBox::Question : QMessageBox::NoIcon, shown(title),
                     shown(text), QMessageBox::NoButton, parent);
     box.setTextFormat(Qt::PlainText);
+    if (!detail.isEmpty())
+        box.setDetailedText(shown(detail));
     if (buttons == Buttons::YesNoCancel) {
         box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
         box.setDefaultButton(QMessageBox::Yes);
@@ -83,14 +85,14 @@ QStringList ScriptedDialogs::seen(DialogRecord::Kind kind) const
     QStringList out;
     for (const DialogRecord& r : records)
         if (r.kind == kind)
-            out << r.title + QLatin1Char('|') + r.text;
+            out << r.title + QLatin1Char('|') + r.text + (r.detail.isEmpty() ? QString() : QLatin1Char('|') + r.detail);
     return out;
 }
 
 Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons, Icon icon,
-                                  const QString& title)
+                                  const QString& title, const QString& detail)
 {
-    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon});
+    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail});
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())

@@ -27,8 +27,10 @@ class Dialogs {
 public:
     virtual ~Dialogs() = default;
 
+    // `detail`, when not empty, is the box's detailed text: the reason of
+    // the failure that `text` reports.
     virtual Reply messagebox(QWidget* parent, const QString& text, Buttons buttons, Icon icon,
-                             const QString& title) = 0;
+                             const QString& title, const QString& detail = {}) = 0;
 
     // The answer typed; Cancel gives "".
     virtual QString inputbox(QWidget* parent, const QString& prompt, const QString& title,
@@ -53,7 +55,7 @@ void installdialogs(Dialogs* replacement);
 class QtDialogs final : public Dialogs {
 public:
     Reply messagebox(QWidget* parent, const QString& text, Buttons buttons, Icon icon,
-                     const QString& title) override;
+                     const QString& title, const QString& detail = {}) override;
     QString inputbox(QWidget* parent, const QString& prompt, const QString& title,
                      const QString& defaultText) override;
     QString openfile(QWidget* parent, const QString& seed, const QString& filter,
@@ -70,6 +72,7 @@ struct DialogRecord {
     QString defaultText;  // input box
     Buttons buttons = Buttons::Ok;
     Icon icon = Icon::None;
+    QString detail {};   // message box
 };
 
 // Answers dialogs from queues, in order, and records every request. A
@@ -91,11 +94,12 @@ public:
 
     std::vector<DialogRecord> records;
 
-    // The records of one kind, as "title|text" lines.
+    // The records of one kind, as "title|text" lines, "title|text|detail"
+    // for a message box with a detailed text.
     QStringList seen(DialogRecord::Kind kind) const;
 
     Reply messagebox(QWidget* parent, const QString& text, Buttons buttons, Icon icon,
-                     const QString& title) override;
+                     const QString& title, const QString& detail = {}) override;
     QString inputbox(QWidget* parent, const QString& prompt, const QString& title,
                      const QString& defaultText) override;
     QString openfile(QWidget* parent, const QString& seed, const QString& filter,
