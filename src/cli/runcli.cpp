@@ -1,10 +1,10 @@
 #include "cli/runcli.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <algorithm>
 #include <fstream>
 #include <iostream>
 
@@ -72,8 +72,10 @@ bool readfilelist(const std::string& from, char end, CliHost& host)
     }
     std::string path;
     while (std::getline(*in, path, end)) {
-        if (!path.empty())
-            host.addentry(path, 0);
+        if (path.empty())
+            continue;
+        struct stat st {};
+        host.addentry(path, ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0);
     }
     return !in->bad();
 }
