@@ -2,6 +2,7 @@
 // single blanks as its one mask (see gui/commandline.h).
 #include <QApplication>
 
+#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -18,6 +19,9 @@ int main(int argc, char** argv)
     if (line.action == CommandLine::Action::Version)
         return std::printf("brindlex %s\n", std::string(brindlex::sVersion).c_str()) < 0 ? 1 : 0;
 
+    // A file larger than the size limit fails its write (EFBIG) and is
+    // reported, instead of ending the program.
+    std::signal(SIGXFSZ, SIG_IGN);
     int toolkitArgc = static_cast<int>(line.toolkitArgs.size()) - 1;
     QApplication app(toolkitArgc, line.toolkitArgs.data());   // takes Qt's own options out
     const std::string sCommand = joinmask(toolkitArgc, line.toolkitArgs.data(), line.maskArgs);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "engine/core/error.h"
+#include "engine/files/files.h"
 
 namespace brindlex {
 
@@ -39,6 +40,16 @@ public:
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
+    // The walk found a file: its real name relative to the base directory,
+    // as bytes, and its size. The list shows list1line(name, size); a host
+    // that keeps the name beside the line, to find the file again by it,
+    // overrides this.
+    virtual void addentry(const std::string& name, std::int64_t size) { addline(list1line(name, size)); }
+
+    // The walk could not open the directory at `path` (errno `code`): the
+    // mask's own directory, or a subdirectory it passes over.
+    virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
+
     // Whether the lines need the files' true sizes. A host that never shows
     // them says no, and the walk takes a regular file as its directory
     // entry gives it, without a stat of its own (the size reads 0).
@@ -66,6 +77,10 @@ public:
     // The question at a hit of a replace with asking on: a Yes/No/Cancel box
     // with a question mark icon.
     virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }
+
+    // A remark that stops nothing and needs no answer: the command line
+    // prints it, the window shows nothing.
+    virtual void note(const std::string& /*text*/) {}
 
     // A message for the user (an OK box titled "brindlex"), with the reason
     // of the failure it reports when the text doesn't hold it already

@@ -88,7 +88,7 @@ std::int64_t leadingnumber(std::string_view text)
     }
     std::int64_t n = 0;
     for (std::size_t i = 0; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
-        n = n < kCeiling ? n * 10 + (text[i] - '0') : n;
+        n = n < kCeiling / 10 ? std::min(n * 10 + (text[i] - '0'), kCeiling) : kCeiling;
     return negative ? -n : n;
 }
 

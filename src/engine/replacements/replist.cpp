@@ -99,7 +99,8 @@ std::string nameprompt(const std::string& pair)
 }
 
 std::optional<std::string> saverep(std::string sName, const std::string& sText2, const std::string& sText3,
-                                   const std::filesystem::path& sIniFile, int nRepCount, const NameQuestion& ask)
+                                   const std::filesystem::path& sIniFile, int nRepCount, const NameQuestion& ask,
+                                   Error* failed)
 {
     if (!isdefaultfile(sIniFile.string()) && sName.empty())
         return std::nullopt;
@@ -116,8 +117,15 @@ std::optional<std::string> saverep(std::string sName, const std::string& sText2,
     }
     replaceall(pair, " ", "%20");
     replaceall(key, "=", "-");
-    profilestring(2, kSectionPrefix + key + "=" + pair, sIniFile);
+    const Error error = writeprofilestring(sIniFile, kRepSection, key, pair);
+    if (failed)
+        *failed = error;
     return key;
+}
+
+std::string notsavedmessage(const std::string& key, const std::string& sIniFile)
+{
+    return "The set " + key + " could not be saved in " + sIniFile;
 }
 
 }  // namespace brindlex

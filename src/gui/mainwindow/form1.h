@@ -31,6 +31,7 @@ class QPushButton;
 
 namespace brindlex::gui {
 
+class Designer;
 class WindowHost;
 
 // Bytes to a widget's text and back (ISO-8859-1).
@@ -188,6 +189,7 @@ protected:
 private:
     friend class WindowHost;
     void buildsurface();
+    void buildlists(Designer& d);
     void buildmenus();
     void Form_Unload();
     void listing();

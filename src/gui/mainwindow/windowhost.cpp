@@ -45,8 +45,12 @@ void WindowHost::flush()
     if (form.cmd[3]->isEnabled())
         showprogress();
     if (!pendingHits.isEmpty()) {
+        const int first = form.List2->count();
         form.List2->addItems(pendingHits);
+        for (int k = 0; k < pendingNames.size(); ++k)
+            form.List2->item(first + k)->setData(kRealNameRole, pendingNames[k]);
         pendingHits.clear();
+        pendingNames.clear();
     }
     if (pendingCount) {
         setstatus(std::to_string(*pendingCount));
@@ -132,14 +136,17 @@ void WindowHost::yield()
     lastPaint = std::chrono::steady_clock::now();
 }
 
-void WindowHost::addline(const std::string& line)
+void WindowHost::addentry(const std::string& name, std::int64_t size)
 {
     if (form.List1->count() >= kList1Limit)
         return;
+    const std::string line = list1line(name, size);
     const std::size_t at = list1insertion(
         static_cast<std::size_t>(form.List1->count()),
         [this](std::size_t i) { return fromwidget(form.List1->item(static_cast<int>(i))->text()); }, line);
     form.List1->insertItem(static_cast<int>(at), towidget(line));
+    form.List1->item(static_cast<int>(at))->setData(kRealNameRole,
+                                                    QByteArray(name.data(), static_cast<qsizetype>(name.size())));
 }
 
 void WindowHost::clearhits()
@@ -150,6 +157,7 @@ void WindowHost::clearhits()
     nBegun = 0;
     lFileDone = lFileLen = 0;
     pendingHits.clear();
+    pendingNames.clear();
     form.List2->clear();
     listed = 0;
 }
@@ -188,6 +196,7 @@ void WindowHost::hit(const std::string& sName, std::int64_t lPos)
     if (listed < kListLimit) {
         ++listed;
         pendingHits << towidget(list2line(sName, lPos));
+        pendingNames << QByteArray(sName.data(), static_cast<qsizetype>(sName.size()));
     }
 }
 
