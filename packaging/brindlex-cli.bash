@@ -29,7 +29,7 @@ _brindlex_cli()
     fi
 
     case $prev in
-        --log | --files-from | --files0-from | -o | --output)
+        --log | --files-from | --files0-from | -o | --output | --save)
             _filedir
             return
             ;;
@@ -53,7 +53,7 @@ _brindlex_cli()
             replace) opts="$runopts --dry-run" ;;
             sets) opts="$runopts --find --replace" ;;
             decode) opts="--no-angle --help" ;;
-            page) opts="--mode --width --format --pos --block --help" ;;
+            page) opts="--mode --width --format --pos --block --save --help" ;;
             dump) opts="--size --cols -o --output --help" ;;
         esac
         COMPREPLY=($(compgen -W "$opts" -- "$cur"))

@@ -23,7 +23,7 @@ class QWidget;
 
 namespace brindlex::gui {
 
-enum class Buttons { Ok, YesNoCancel };
+enum class Buttons { Ok, YesNo, YesNoCancel };
 enum class Icon { None, Question };
 enum class Reply { Ok, Yes, No, Cancel };
 
@@ -82,7 +82,7 @@ struct DialogRecord {
     Buttons buttons = Buttons::Ok;
     Icon icon = Icon::None;
     QString detail {};   // message box
-    std::vector<std::string> args;  // Start: the arguments as bytes
+    std::vector<std::string> args {};  // Start: the arguments as bytes
 };
 
 // Answers dialogs from queues, in order, and records every request. A
