@@ -33,18 +33,19 @@ std::string bytes(double n)
     return text;
 }
 
-void writeall(int fd, const std::string& text)
+}  // namespace
+
+bool writeall(int fd, const std::string& text)
 {
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t r = ::write(fd, text.data() + done, text.size() - done);
         if (r <= 0)
-            return;
+            return false;
         done += static_cast<std::size_t>(r);
     }
+    return true;
 }
-
-}  // namespace
 
 ProgressMeter::ProgressMeter(bool wanted, int fd) : on_(wanted && ::isatty(fd) == 1), fd_(fd) {}
 

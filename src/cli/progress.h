@@ -14,6 +14,10 @@
 
 namespace brindlex::cli {
 
+// Writes all of `text` to `fd`, however the writes split it; false when a
+// write fails.
+bool writeall(int fd, const std::string& text);
+
 class ProgressMeter {
 public:
     // Off for good unless `wanted` and stderr (fd `fd`) is a terminal.

@@ -287,7 +287,7 @@ Answer CliHost::question(const std::string& title, const std::string& text)
     std::fflush(stdout);
     const std::string shown = title + "\n" + text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {
-        if (gInterrupted || !writeall(shown))
+        if (gInterrupted || !writeall(tty_, shown))
             return Answer::Cancel;
         std::string answer;
         char c = 0;
@@ -306,18 +306,6 @@ Answer CliHost::question(const std::string& title, const std::string& text)
         if (answer == "c" || answer == "C" || answer == "cancel")
             return Answer::Cancel;
     }
-}
-
-bool CliHost::writeall(const std::string& text)
-{
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t r = ::write(tty_, text.data() + done, text.size() - done);
-        if (r <= 0)
-            return false;
-        done += static_cast<std::size_t>(r);
-    }
-    return true;
 }
 
 int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,

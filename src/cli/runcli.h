@@ -81,7 +81,6 @@ public:
     std::vector<std::string> wouldRewrite;
 
 private:
-    bool writeall(const std::string& text);
     // Hit lines gather here and go to stdout in large pieces: before any
     // message or question, and when the run ends (the controls come on).
     void flushhits();
