@@ -1,10 +1,14 @@
 // brindlex-cli: the engine for scripts and build steps.
+#include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "cli/command.h"
+#include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
+#include "engine/core/workdir.h"
 
 namespace brindlex::cli {
 namespace {
@@ -21,7 +25,13 @@ void printhelp(std::FILE* out)
                       "Finds and replaces bytes in files, as the Brindlex window does.\n\ncommands:\n");
     for (const Command& c : commands())
         std::fprintf(out, "  %s\n", c.synopsis);
-    std::fprintf(out, "\n'brindlex-cli COMMAND --help' tells more of a command.\n"
+    std::fprintf(out, "\nExamples:\n"
+                      "  brindlex-cli find -s '%%0D%%0A' 'texts/*.txt'        every CR LF in a tree\n"
+                      "  brindlex-cli replace -s '%%0D' '%%0D%%0A' 'texts/*.txt'   CR line ends to CR LF\n"
+                      "  brindlex-cli replace --dry-run -c OLD NEW '*.cfg'     what a replace would do\n"
+                      "  brindlex-cli sets --find sets.ini '*.*'              every set of a file of sets\n"
+                      "  brindlex-cli decode '<0D> <0A>' | od -An -tx1        the bytes of a pattern\n"
+                      "\n'brindlex-cli COMMAND --help' tells more of a command, with examples.\n"
                       "Exit status: 0 hits, 1 no hit, 2 trouble or bad usage, 130 interrupted.\n");
 }
 
@@ -40,6 +50,15 @@ int usageerror(const std::string& text)
 int main(int argc, char** argv)
 {
     using namespace brindlex::cli;
+    // A file larger than the size limit fails its write (EFBIG) and is
+    // reported, instead of ending the program.
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::error_code ec;
+    if (std::filesystem::exists(brindlex::workdirpath(), ec) && brindlex::preparedworkdir()) {
+        const std::string finished = brindlex::finishinterruptedcopy(brindlex::scratchfilepath());
+        if (!finished.empty())
+            std::fprintf(stderr, "brindlex-cli: %s\n", finished.c_str());
+    }
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty())
         return printhelp(stderr), kExitTrouble;

@@ -1,6 +1,7 @@
 #include "cli/runcli.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,7 @@ namespace brindlex::cli {
 const char* const kRunOptionsHelp =
     "  -s, --subdirs        take the files of every subdirectory too\n"
     "  -c, --match-case     compare bytes exactly\n"
+    "  -i, --ignore-case    letters of a plain pattern in either case (the default)\n"
     "  -a, --ask            ask on the terminal before each replacement: y, n or c\n"
     "      --no-angle       the <nn> notation is off\n"
     "      --log-finds      log the pattern and every hit\n"
@@ -28,10 +30,14 @@ const char* const kRunOptionsHelp =
     "      --log FILE       the log to append to (default: the work directory's\n"
     "                       brindlex.log.txt)\n"
     "      --files-from FILE  the files to take, one path a line ('-': stdin)\n"
-    "      --help           this text\n"
+    "      --files0-from FILE the files to take, each path ended by a NUL\n"
+    "  -0, --null           a NUL instead of the tab behind a hit's name\n"
+    "      --no-progress    no progress line on a terminal's stderr\n"
+    "      --help           this text\n";
+const char* const kRunExitHelp =
     "\n"
-    "Exit status: 0 hits, 1 no hit, 2 a file could not be opened, checked or\n"
-    "rewritten, or bad usage; 130 interrupted or cancelled.\n";
+    "Exit status: 0 hits, 1 no hit, 2 a file or directory could not be\n"
+    "searched, checked or rewritten, or bad usage; 130 interrupted or cancelled.\n";
 
 namespace {
 
@@ -54,9 +60,10 @@ std::string oneline(std::string text)
     return out;
 }
 
-// The list from --files-from: one path a line, each a List1 line of its own
-// with an empty base directory.
-bool readfilelist(const std::string& from, std::vector<std::string>& lines)
+// The list from --files-from (one path a line) or --files0-from (each path
+// ended by a NUL): each a file of its own, by its real name, with an empty
+// base directory.
+bool readfilelist(const std::string& from, char end, CliHost& host)
 {
     std::ifstream file;
     std::istream* in = &std::cin;
@@ -67,14 +74,50 @@ bool readfilelist(const std::string& from, std::vector<std::string>& lines)
         in = &file;
     }
     std::string path;
-    while (std::getline(*in, path)) {
+    while (std::getline(*in, path, end)) {
         if (path.empty())
             continue;
         struct stat st {};
-        const std::int64_t size = ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0;
-        lines.push_back(list1line(path, size));
+        host.addentry(path, ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0);
     }
     return !in->bad();
+}
+
+// The lines in List1 order, each real name staying with its line.
+void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names)
+{
+    std::vector<std::size_t> order(lines.size());
+    for (std::size_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return lines[a] < lines[b]; });
+    std::vector<std::string> sortedLines, sortedNames;
+    for (std::size_t i : order) {
+        sortedLines.push_back(std::move(lines[i]));
+        sortedNames.push_back(std::move(names[i]));
+    }
+    lines = std::move(sortedLines);
+    names = std::move(sortedNames);
+}
+
+// -s, -c, -a, -0 (also bundled): false for any other letter.
+bool shortoption(char c, RunOptions& o)
+{
+    if (c == 'i') {   // the default, given explicitly: the last of -c and -i holds
+        o.bMatchCase = false;
+        return true;
+    }
+    bool* flag = c == 's' ? &o.bIncludeSubs : c == 'c' ? &o.bMatchCase : c == 'a' ? &o.bAsk
+        : c == '0' ? &o.nullAfterName : nullptr;
+    if (flag)
+        *flag = true;
+    return flag != nullptr;
+}
+
+// The letter of a long flag: --subdirs is -s; 0 for no such flag.
+char longletter(const std::string& arg)
+{
+    return arg == "--subdirs" ? 's' : arg == "--match-case" ? 'c' : arg == "--ignore-case" ? 'i' : arg == "--ask" ? 'a'
+        : arg == "--null" ? '0' : 0;
 }
 
 }  // namespace
@@ -104,33 +147,28 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             std::fputs(help.c_str(), stdout);
             status = 0;
             return std::nullopt;
-        } else if (arg == "-s" || arg == "--subdirs") {
-            o.bIncludeSubs = true;
-        } else if (arg == "-c" || arg == "--match-case") {
-            o.bMatchCase = true;
-        } else if (arg == "-a" || arg == "--ask") {
-            o.bAsk = true;
+        } else if (const char letter = longletter(arg)) {
+            shortoption(letter, o);
+        } else if (arg == "--no-progress") {
+            o.bProgress = false;
+        } else if (arg == "--dry-run" && name == "replace") {
+            o.bDryRun = true;
         } else if (arg == "--no-angle") {
             o.bConvertHex = false;
         } else if (arg == "--log-finds") {
             o.nLogMode |= kLogFinds;
         } else if (arg == "--log-replaces") {
             o.nLogMode |= kLogReplaces;
-        } else if (arg == "--log" || arg == "--files-from") {
+        } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
                 return std::nullopt;
             }
-        } else if (arg.size() > 2 && arg[1] != '-') {
+            o.filesNul = o.filesNul || arg == "--files0-from";
+        } else if (arg[1] != '-') {
             // Short options may be bundled: -sc.
             for (char c : arg.substr(1)) {
-                if (c == 's')
-                    o.bIncludeSubs = true;
-                else if (c == 'c')
-                    o.bMatchCase = true;
-                else if (c == 'a')
-                    o.bAsk = true;
-                else
+                if (!shortoption(c, o))
                     return unknown(std::string("-") + c);
             }
         } else {
@@ -155,8 +193,26 @@ bool CliHost::openterminal()
 
 void CliHost::showcontrols(bool bOn)
 {
-    if (bOn)
+    if (bOn) {
         flushhits();
+        meter.erase();
+    } else {
+        meter.begin(nFiles);
+    }
+}
+
+void CliHost::status(const std::string& caption)
+{
+    if (meter.on())
+        sInHand_ = caption;
+}
+
+void CliHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+{
+    if (bBegins)
+        meter.filebegins(sInHand_, lLen);
+    else
+        meter.filepart(lDone);
 }
 
 void CliHost::yield()
@@ -169,6 +225,8 @@ void CliHost::yield()
 // stdio call per line either.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
 {
+    if (bDryRun && (wouldRewrite.empty() || wouldRewrite.back() != sName)) [[unlikely]]
+        wouldRewrite.push_back(sName);
     const std::size_t most = sName.size() + kList2Tail + 1;
     if (!hits_)
         hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
@@ -181,13 +239,33 @@ void CliHost::hit(const std::string& sName, std::int64_t lPos)
     } else {
         fwrite_unlocked(sName.data(), 1, sName.size(), stdout);   // a name longer than the buffer
     }
+    char* const tail = out;
     out = putlist2tail(out, lPos);
+    *tail = separator;   // the tab, or -0's NUL
     *out++ = '\n';
     hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
 }
 
+void CliHost::addentry(const std::string& name, std::int64_t size)
+{
+    lines.push_back(list1line(name, size));
+    names.push_back(name);
+}
+
+void CliHost::unreadable(const std::string& path, int code)
+{
+    note(reasontext(errorfromerrno(code, path)));
+    trouble = true;
+}
+
+void CliHost::note(const std::string& text)
+{
+    message("brindlex-cli: " + text, {});
+}
+
 void CliHost::flushhits()
 {
+    meter.erase();
     if (hitsUsed_ != 0)
         fwrite_unlocked(hits_.get(), 1, hitsUsed_, stdout);
     hitsUsed_ = 0;
@@ -209,7 +287,7 @@ Answer CliHost::question(const std::string& title, const std::string& text)
     std::fflush(stdout);
     const std::string shown = title + "\n" + text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {
-        if (gInterrupted || !writeall(shown))
+        if (gInterrupted || !writeall(tty_, shown))
             return Answer::Cancel;
         std::string answer;
         char c = 0;
@@ -230,28 +308,19 @@ Answer CliHost::question(const std::string& title, const std::string& text)
     }
 }
 
-bool CliHost::writeall(const std::string& text)
-{
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t r = ::write(tty_, text.data() + done, text.size() - done);
-        if (r <= 0)
-            return false;
-        done += static_cast<std::size_t>(r);
-    }
-    return true;
-}
-
 int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,
                CliHost& host, RunRequest& request)
 {
     if (o.bAsk && bReplace && !host.openterminal())
         return usageerror(name + ": --ask needs a terminal (/dev/tty: " + std::strerror(errno) + ")");
 
+    host.meter = ProgressMeter(o.bProgress);
+    host.bDryRun = request.bDryRun = bReplace && o.bDryRun;
     request.bMatchCase = o.bMatchCase;
     request.bAsk = o.bAsk;
     request.bConvertHex = o.bConvertHex;
-    request.nLogMode = o.nLogMode;
+    // A dry run replaces nothing, so it logs no replacement either.
+    request.nLogMode = request.bDryRun ? (o.nLogMode & 1) : o.nLogMode;
 
     const std::optional<std::filesystem::path> workdir =
         (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;
@@ -271,7 +340,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     ::sigaction(SIGINT, &sa, nullptr);
 
     if (o.filesFrom) {
-        if (!readfilelist(*o.filesFrom, request.lines))
+        if (!readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host))
             return usageerror(name + ": cannot read " + *o.filesFrom);
     } else {
         std::error_code ec;
@@ -279,9 +348,18 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::string expanded = expandmask(mask, cwd);
         request.baseDir = basedirfor(expanded);
         listfiles(expanded, o.bIncludeSubs, request.baseDir, host);
-        request.lines = std::move(host.lines);
+        // One file named without a wildcard that isn't there: as grep says it.
+        struct stat st {};
+        if (host.lines.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
+            && ::lstat(expanded.c_str(), &st) != 0)
+            host.unreadable(mask, errno);
     }
-    sortlist1(request.lines);
+    if (o.nullAfterName)
+        host.separator = '\0';
+    sortbyline(host.lines, host.names);
+    request.lines = std::move(host.lines);
+    request.names = std::move(host.names);
+    host.nFiles = request.lines.size();
     return 0;
 }
 
@@ -295,16 +373,30 @@ void bufferstdout()
 
 void printsummary(const RunResult& result, std::size_t files, const std::string& prefix)
 {
-    std::fprintf(stderr, "%s%lld hits in %lld of %lld files, %lld files rewritten\n", prefix.c_str(),
-                 static_cast<long long>(result.hits), static_cast<long long>(result.filesWithHits),
-                 static_cast<long long>(files), static_cast<long long>(result.filesRewritten));
+    auto counted = [](long long n, const char* one, const char* more) { return std::to_string(n) + (n == 1 ? one : more); };
+    const std::string line = prefix + counted(result.hits, " hit", " hits") + " in "
+        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files") + ", "
+        + counted(result.filesRewritten, " file rewritten", " files rewritten") + (interrupted() ? ", interrupted" : "")
+        + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-int exitstatus(bool cancelled, bool failures, bool wrote, bool hits)
+bool flushstdout()
+{
+    static bool told = false;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    if (!told)
+        std::fprintf(stderr, "brindlex-cli: write error on stdout: %s\n", std::strerror(errno));
+    told = true;
+    return false;
+}
+
+int exitstatus(const CliHost& host, bool cancelled, bool failures, bool wrote, bool hits)
 {
     if (cancelled || gInterrupted)
         return kExitInterrupted;
-    if (failures || !wrote)
+    if (failures || !wrote || host.trouble)
         return kExitTrouble;
     return hits ? kExitHits : kExitNoHits;
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "engine/core/error.h"
+#include "engine/files/files.h"
 
 namespace brindlex {
 
@@ -39,6 +40,16 @@ public:
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
+    // The walk found a file: its real name relative to the base directory,
+    // as bytes, and its size. The list shows list1line(name, size); a host
+    // that keeps the name beside the line, to find the file again by it,
+    // overrides this.
+    virtual void addentry(const std::string& name, std::int64_t size) { addline(list1line(name, size)); }
+
+    // The walk could not open the directory at `path` (errno `code`): the
+    // mask's own directory, or a subdirectory it passes over.
+    virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
+
     // Whether the lines need the files' true sizes. A host that never shows
     // them says no, and the walk takes a regular file as its directory
     // entry gives it, without a stat of its own (the size reads 0).
@@ -67,12 +78,23 @@ public:
     // with a question mark icon.
     virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }
 
+    // A remark that stops nothing and needs no answer: the command line
+    // prints it, the window shows nothing.
+    virtual void note(const std::string& /*text*/) {}
+
     // A message for the user (an OK box titled "brindlex"), with the reason
     // of the failure it reports when the text doesn't hold it already
     // (code 0: none). The window shows the reason as the box's detailed
     // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
     virtual void message(const std::string& /*text*/, const Error& /*reason*/) {}
     void message(const std::string& text) { message(text, Error{}); }
+
+    // How far a run is, for a host that shows it: once for each file of the
+    // list as the run takes it in hand (bBegins, lDone 0, lLen its length,
+    // or 0 when it can't be opened), and about once a megabyte of a long
+    // scan (lDone bytes of the file's lLen read). Rare, so it costs nothing
+    // against the scan.
+    virtual void progress(bool /*bBegins*/, std::int64_t /*lDone*/, std::int64_t /*lLen*/) {}
 
     // Line `index` of the file list was rewritten by a run: its new text.
     virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}

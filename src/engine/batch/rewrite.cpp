@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 
 namespace brindlex {
@@ -13,8 +15,10 @@ namespace {
 // The file's length now, or -1 with the reason in `error`.
 std::int64_t lengthof(const std::string& sFile, Error& error)
 {
+    // By descriptor: a path longer than PATH_MAX is opened a piece at a time.
+    const FileHandle fd(openlong(sFile, O_PATH | O_CLOEXEC));
     struct stat st {};
-    if (::stat(sFile.c_str(), &st) != 0) {
+    if (!fd.valid() || ::fstat(fd.get(), &st) != 0) {
         error = errorfromerrno(errno, sFile);
         return -1;
     }

@@ -1,6 +1,11 @@
 #include "engine/batch/run.h"
 
+#include <map>
 #include <memory>
+#include <optional>
+#include <tuple>
+
+#include <sys/stat.h>
 
 #include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
@@ -21,7 +26,8 @@ class ReplaceSink : public ByteSink {
 public:
     // Most files of a tree have no hit: the paths are made only when the
     // first byte comes.
-    ReplaceSink(const std::string& target, const std::filesystem::path& scratch) : target_(target), scratch_(scratch)
+    ReplaceSink(const std::string& target, const std::filesystem::path& scratch, const OpenedFile& original)
+        : target_(target), scratch_(scratch), original_(original)
     {
     }
 
@@ -31,7 +37,7 @@ public:
     {
         if (!tried_) {
             tried_ = true;
-            replace_ = SafeReplace::begin(target_, scratch_, beginError_);
+            replace_ = SafeReplace::begin(target_, scratch_, beginError_, SafeReplace::Missing::Refuse, &original_);
         }
         return replace_ != nullptr;
     }
@@ -42,14 +48,24 @@ public:
 private:
     const std::string& target_;
     const std::filesystem::path& scratch_;
+    const OpenedFile& original_;   // open until the commit
     std::unique_ptr<SafeReplace> replace_;
     Error beginError_;
     bool tried_ = false;
 };
 
+// The new content of a dry run: the replace's steps without a file.
+class DiscardSink : public ByteSink {
+public:
+    bool write(std::string_view /*bytes*/) override { return true; }
+};
+
 // The scratch output of a replace: the buffer in front of the sink.
 struct FileOutput {
-    FileOutput(const std::string& sFile, const std::filesystem::path& scratch) : sink(sFile, scratch), nOut(&sink) {}
+    FileOutput(const std::string& sFile, const std::filesystem::path& scratch, const OpenedFile& original)
+        : sink(sFile, scratch, original), nOut(&sink)
+    {
+    }
     FileOutput(const FileOutput&) = delete;
     FileOutput& operator=(const FileOutput&) = delete;
 
@@ -67,8 +83,9 @@ struct Patterns {
 // One file in hand: what the scan found and what it wrote.
 struct FileScan {
     std::size_t index = 0;   // its line in the list
-    std::string sName;
+    std::string sName;       // the real name, relative to the base directory
     std::string sFile;
+    OpenedFile opened;       // open until the commit, which holds the name to it
     std::int64_t nHits = 0;
     std::int64_t lLenChange = 0;
     std::unique_ptr<FileOutput> output;   // a replace's new content
@@ -94,6 +111,31 @@ void writeheadlines(RunLog& log, const RunRequest& request, const Patterns& p)
         log.writelog(kLogFind, "", -1, p.sFind);
     if (request.bReplace && (request.nLogMode & kLogReplaces))
         log.writelog(kLogReplaceWith, "", -1, p.sReplace);
+}
+
+// The files a replace has rewritten, as their names now hold them (device,
+// inode, size and modification time), with the path that rewrote each:
+// whichever of its names a later line takes, it is the same file. The
+// inode a file had before its swap is free and may be any new file's.
+class Rewritten {
+public:
+    void add(const struct stat& st, const std::string& sFile) { files_.emplace(key(st), sFile); }
+    const std::string* find(const struct stat& st) const
+    {
+        const auto it = files_.find(key(st));
+        return it == files_.end() ? nullptr : &it->second;
+    }
+
+private:
+    using Key = std::tuple<dev_t, ino_t, off_t, time_t, long>;
+    static Key key(const struct stat& st) { return {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec}; }
+    std::map<Key, std::string> files_;
+};
+
+// The real name of line i: as the walk found it, or the line's first field.
+std::string realname(const RunRequest& request, std::size_t i)
+{
+    return i < request.names.size() && !request.names[i].empty() ? request.names[i] : firstfield(request.lines[i]);
 }
 
 // The lines to run: the selected ones, or all when none is selected.
@@ -132,6 +174,7 @@ private:
     RunLog log;
     const PatternSearch search;
     RunResult result;
+    Rewritten rewritten;
 };
 
 RunResult BatchRun::run()
@@ -141,7 +184,7 @@ RunResult BatchRun::run()
     for (const std::size_t i : filestorun(request)) {
         FileScan file;
         file.index = i;
-        file.sName = firstfield(request.lines[i]);
+        file.sName = realname(request, i);
         file.sFile = request.baseDir + file.sName;
         host.status(file.sFile);
         if (!scanfile(file))
@@ -152,7 +195,7 @@ RunResult BatchRun::run()
             host.enablecontrols(true);
             return result;
         }
-        if (request.bReplace && file.nHits > 0)
+        if (file.output && file.nHits > 0)
             commitfile(file);
     }
     finish();
@@ -160,18 +203,30 @@ RunResult BatchRun::run()
 }
 
 // Opens and scans one file; in a replace its new content is streamed into
-// file.output. False when it can't be opened (reported).
+// file.output. False when it can't be opened (reported) or a replace
+// rewrote it already (noted).
 bool BatchRun::scanfile(FileScan& file)
 {
-    OpenedFile opened;
-    if (Error error = openbinary(file.sFile, opened)) {
+    OpenedFile& opened = file.opened;
+    const Error error = openbinary(file.sFile, opened);
+    host.progress(true, 0, error ? 0 : opened.size());
+    if (error) {
         host.message(openerrormessage(file.sFile, error), {});
         result.failures = true;
         return false;
     }
-    if (request.bReplace)
-        file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch);
-    OutputBuffer* out = file.output ? &file.output->nOut : nullptr;
+    // A file is rewritten once per run, whichever names lead to it.
+    if (const std::string* first = request.bReplace ? rewritten.find(opened.st) : nullptr) {
+        host.note(file.sFile + ": the same file as " + *first + ", rewritten once");
+        return false;
+    }
+    DiscardSink discard;
+    std::optional<OutputBuffer> dry;
+    if (request.bReplace && request.bDryRun)
+        dry.emplace(&discard);
+    else if (request.bReplace)
+        file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch, opened);
+    OutputBuffer* out = dry ? &*dry : file.output ? &file.output->nOut : nullptr;
     Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
     ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
                    .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
@@ -197,6 +252,7 @@ void BatchRun::commitfile(FileScan& file)
         host.lineupdated(file.index, list1line(file.sName, rewrite.lLength, true));
     if (rewrite.failure == RewriteFailure::None) {
         ++result.filesRewritten;
+        rewritten.add(output.sink.replace()->result(), file.sFile);
         return;
     }
     // The copy message holds the platform's text already.

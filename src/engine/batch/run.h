@@ -1,18 +1,24 @@
 // One run: a find or a replace over the files of the list.
 //
 // For each selected line of the list (all lines when none is selected) the
-// file at baseDir + first field is opened and scanned in blocks of 1000 bytes
+// file at baseDir + its real name (the line's first field only for a line
+// without one) is opened and scanned in blocks of 1000 bytes
 // that advance by 800 when they hold no hit, so a pattern of up to 201 bytes
 // is found wherever it lies, one of 202..1000 bytes only where it fits in a
 // block as the scan reads them, and a longer one never. A find restarts one
 // byte behind a hit, so "AA" in "AAAA" is found at 1, 2 and 3; a replace
 // restarts behind the matched bytes: 1 and 3. A replace streams the file into
 // a scratch file with the replacement at each accepted hit, checks its length
-// and puts it in place through SafeReplace.
+// and puts it in place through SafeReplace, which refuses a file that is no
+// longer the one opened and read. A replace rewrites each file (device and
+// inode) once: a later line that leads to a file rewritten by this run, the
+// same through a link or a second hard link, is passed over with a note; a
+// find searches every line.
 //
 // What the host sees, in order: clearhits, status "none found"; for an empty
 // find text nothing more. Otherwise the controls go off, the head log lines
 // are written, and for each file status(path), then per return of the scan
+// progress(true, 0, length) once the file is opened (or has failed to be),
 // hit(name, position before replacing) when there was one, status(hits of
 // the file) and yield. A file that can't be opened gets its message and the
 // run goes on. After a replaced file: lineupdated(index, new List1 line with
@@ -21,7 +27,9 @@
 // status(lines of the hit list, "more than 1000" for 1000) and the controls
 // come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
 // the file in hand untouched, turns the controls on and ends the run at
-// once, with the last hit count as status. The caller keeps sLastFind.
+// once, with the last hit count as status. The caller keeps sLastFind. A
+// dry run (bDryRun) goes through a replace's steps, questions and restarts
+// included, and writes no file.
 #pragma once
 
 #include <cstdint>
@@ -37,6 +45,7 @@ struct RunRequest {
     std::string sFind;          // the find text as typed (Text2)
     std::string sReplaceText;   // the replace text as typed (Text3)
     bool bReplace = false;
+    bool bDryRun = false;       // a replace that lists its hits and writes no file
     bool bMatchCase = false;    // chkCase
     bool bAsk = false;          // chkAsk
     bool bConvertHex = true;
@@ -45,6 +54,7 @@ struct RunRequest {
     std::filesystem::path sScratch;   // the work directory's scratch file; empty: none
     std::string baseDir;        // lblDir's caption, with its trailing "/"
     std::vector<std::string> lines;   // the file list (List1)
+    std::vector<std::string> names;   // the real name of each line, as the walk found it ("" for none)
     std::vector<bool> selected;       // selection of the lines; none selected: all count
 };
 
@@ -56,6 +66,10 @@ struct RunResult {
     std::int64_t filesRewritten = 0;
     bool failures = false;            // a file could not be opened, read, checked or rewritten
 };
+
+// The longest pattern found wherever it lies; a longer one only where it
+// fits one 1000-byte block of the scan.
+inline constexpr std::size_t kLongestEverywhere = 201;
 
 // The hit list holds at most this many lines.
 inline constexpr std::int64_t kListLimit = 1000;

@@ -78,11 +78,13 @@ List2Hit readlist2line(const std::string& line);
 // The walk: lists the regular files (and links to regular files) of
 // dirpart(mask) that match filepart(mask), then, with `bIncludeSubs`, every
 // real subdirectory whose name doesn't begin with "." in full, depth first.
-// Adds lines through host.addline(). Calls host.enablecontrols(false) at the
+// Adds each file through host.addentry() by its real name. Calls host.enablecontrols(false) at the
 // start of each directory and (true) at its end, and host.yield() before
 // each file and each directory entry; a raised cancel flag ends the listing
-// of the directory in hand. FIFOs, sockets, devices, links to directories
-// and unreadable directories are passed over silently.
+// of the directory in hand. FIFOs, sockets, devices and links to
+// directories are passed over silently; a directory that can't be opened is
+// passed over and told to host.unreadable(). Directories are entered one
+// from another (openat), so the depth of a tree has no limit.
 void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host);
 
 }  // namespace brindlex

@@ -13,7 +13,9 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMouseEvent>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QStatusBar>
 #include <QShortcut>
 
 #include <optional>
@@ -21,6 +23,7 @@
 
 #include "engine/batch/run.h"
 #include "engine/batch/runlog.h"
+#include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
 #include "engine/dump/dump.h"
@@ -148,6 +151,11 @@ Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique
     exeDir = QFile::encodeName(QCoreApplication::applicationDirPath()).toStdString();
     buildsurface();
     buildmenus();
+    prgWork = new QProgressBar;
+    prgWork->setObjectName(QStringLiteral("prgWork"));
+    prgWork->hide();
+    statusBar()->setSizeGripEnabled(false);
+    statusBar()->addWidget(prgWork, 1);
 }
 
 Form1::~Form1() = default;
@@ -294,6 +302,8 @@ void Form1::Form_Load(const std::string& sCommand)
         sScratch = scratchfilepath();
         std::error_code ignored;
         std::filesystem::remove(sLogFile, ignored);
+        if (const std::string finished = finishinterruptedcopy(sScratch); !finished.empty())
+            dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
     settabstops(List2, kTabStops);
@@ -397,6 +407,7 @@ void Form1::findinfiles(const std::string& sFind, bool bReplace)
     for (int i = 0; i < count; ++i) {
         const QListWidgetItem* line = List1->item(i);
         request.lines.push_back(fromwidget(line->text()));
+        request.names.push_back(line->data(kRealNameRole).toByteArray().toStdString());
         request.selected.push_back(line->isSelected());
     }
     if (!sFind.empty())

@@ -30,6 +30,7 @@ class QLineEdit;
 class QListWidget;
 class QListWidgetItem;
 class QMenu;
+class QProgressBar;
 class QPushButton;
 
 namespace brindlex::gui {
@@ -135,6 +136,9 @@ public:
     QLabel* Label5 = nullptr;
     QLabel* Label6 = nullptr;
     QLabel* lblDir = nullptr;
+    // How far a long walk or run is, in the status bar below the client
+    // area, so that no control of the surface moves; shown only while busy.
+    QProgressBar* prgWork = nullptr;
     QLineEdit* Text1 = nullptr;
     QLineEdit* Text2 = nullptr;
     QLineEdit* Text3 = nullptr;

@@ -4,11 +4,14 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QTimer>
 #include <QCheckBox>
 #include <QLineEdit>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 
 #include <time.h>
@@ -39,9 +42,15 @@ void WindowHost::beginwork()
 
 void WindowHost::flush()
 {
+    if (form.cmd[3]->isEnabled())
+        showprogress();
     if (!pendingHits.isEmpty()) {
+        const int first = form.List2->count();
         form.List2->addItems(pendingHits);
+        for (int k = 0; k < pendingNames.size(); ++k)
+            form.List2->item(first + k)->setData(kRealNameRole, pendingNames[k]);
         pendingHits.clear();
+        pendingNames.clear();
     }
     if (pendingCount) {
         setstatus(std::to_string(*pendingCount));
@@ -52,8 +61,45 @@ void WindowHost::flush()
     }
 }
 
+void WindowHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+{
+    nBegun += bBegins;
+    lFileDone = lDone;
+    lFileLen = lLen;
+}
+
+void WindowHost::showprogress()
+{
+    QProgressBar* bar = form.prgWork;
+    if (nBegun == 0) {
+        // A walk: the number of files is known only at its end.
+        bar->setRange(0, 0);
+        bar->setFormat(QStringLiteral("%1 files listed").arg(form.List1->count()));
+    } else {
+        constexpr int kSteps = 1000;   // of one file
+        constexpr std::int64_t kBigFile = std::int64_t{1} << 24;
+        const auto inFile = lFileLen > 0 ? static_cast<int>(lFileDone * kSteps / lFileLen) : 0;
+        bar->setRange(0, static_cast<int>(std::min<std::size_t>(nRunFiles, INT_MAX / kSteps)) * kSteps);
+        bar->setValue(static_cast<int>(std::min<std::size_t>(nBegun - 1, INT_MAX / kSteps)) * kSteps + inFile);
+        QString text = QStringLiteral("file %1 of %2").arg(nBegun).arg(nRunFiles);
+        if (lFileLen >= kBigFile)
+            text += QStringLiteral(", %1 of %2 MiB").arg(lFileDone >> 20).arg(lFileLen >> 20);
+        bar->setFormat(text);
+    }
+    bar->show();
+}
+
 void WindowHost::showcontrols(bool bOn)
 {
+    // A walk switches the controls at every directory: the bar goes only
+    // when the window is still idle once events come in again.
+    if (bOn) {
+        nBegun = 0;
+        QTimer::singleShot(0, form.prgWork, [this] {
+            if (!form.cmd[3]->isEnabled())
+                form.prgWork->hide();
+        });
+    }
     // While the controls are off the focus rests on Cancel, so that Esc and
     // the space bar reach it; afterwards it goes back where it was.
     QWidget* focus = QApplication::focusWidget();
@@ -90,19 +136,28 @@ void WindowHost::yield()
     lastPaint = std::chrono::steady_clock::now();
 }
 
-void WindowHost::addline(const std::string& line)
+void WindowHost::addentry(const std::string& name, std::int64_t size)
 {
     if (form.List1->count() >= kList1Limit)
         return;
+    const std::string line = list1line(name, size);
     const std::size_t at = list1insertion(
         static_cast<std::size_t>(form.List1->count()),
         [this](std::size_t i) { return fromwidget(form.List1->item(static_cast<int>(i))->text()); }, line);
     form.List1->insertItem(static_cast<int>(at), towidget(line));
+    form.List1->item(static_cast<int>(at))->setData(kRealNameRole,
+                                                    QByteArray(name.data(), static_cast<qsizetype>(name.size())));
 }
 
 void WindowHost::clearhits()
 {
+    // A run begins: it goes over the selected lines, or all of them.
+    const auto selected = static_cast<std::size_t>(form.List1->selectedItems().size());
+    nRunFiles = selected > 0 ? selected : static_cast<std::size_t>(form.List1->count());
+    nBegun = 0;
+    lFileDone = lFileLen = 0;
     pendingHits.clear();
+    pendingNames.clear();
     form.List2->clear();
     listed = 0;
 }
@@ -142,6 +197,7 @@ void WindowHost::hit(const std::string& sName, std::int64_t lPos)
     if (listed < kListLimit) {
         ++listed;
         pendingHits << towidget(list2line(sName, lPos));
+        pendingNames << QByteArray(sName.data(), static_cast<qsizetype>(sName.size()));
     }
 }
 

@@ -27,6 +27,10 @@ namespace brindlex::gui {
 
 class Form1;
 
+// List1 and List2 items keep the file's real name (bytes) in this role: the
+// line shows it, the name finds the file again.
+inline constexpr int kRealNameRole = Qt::UserRole;
+
 class WindowHost final : public Host {
 public:
     static constexpr std::chrono::milliseconds kYieldSpacing{30};
@@ -42,7 +46,7 @@ public:
 
     void showcontrols(bool bOn) override;
     void yield() override;
-    void addline(const std::string& line) override;
+    void addentry(const std::string& name, std::int64_t size) override;
     void clearhits() override;
     void status(const std::string& caption) override;
     void hitcount(std::int64_t nHits) override;
@@ -50,12 +54,21 @@ public:
     Answer question(const std::string& title, const std::string& text) override;
     void message(const std::string& text, const Error& reason) override;
     void lineupdated(std::size_t index, const std::string& line) override;
+    void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
 
 private:
     void setstatus(const std::string& caption);
+    // The progress bar: the files of a run (and the bytes of a big file in
+    // hand), or the files a walk has listed; painted with the rest at a yield.
+    void showprogress();
+
+    std::size_t nRunFiles = 0;    // the files the run goes over
+    std::size_t nBegun = 0;       // of them taken in hand; 0 in a walk
+    std::int64_t lFileDone = 0, lFileLen = 0;
 
     Form1& form;
     QStringList pendingHits;
+    QList<QByteArray> pendingNames;   // the real name of each pending hit
     std::optional<std::string> pendingStatus;
     // A hit count waiting to be painted; formatted only then.
     std::optional<std::int64_t> pendingCount;
