@@ -86,7 +86,7 @@ public:
     // of the failure it reports when the text doesn't hold it already
     // (code 0: none). The window shows the reason as the box's detailed
     // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
-    virtual void message(const std::string& /*text*/, const Error& /*reason*/) {}
+    virtual void message(const std::string& /*text*/, const Error& /*reason*/ = {}) {}
 
     // Line `index` of the file list was rewritten by a run: its new text.
     virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}

@@ -16,6 +16,7 @@
 #include <QPushButton>
 #include <QShortcut>
 
+#include <charconv>
 #include <optional>
 #include <system_error>
 
@@ -24,6 +25,7 @@
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
+#include "engine/dump/dump.h"
 #include "engine/files/files.h"
 #include "engine/pattern/stringtools.h"
 #include "gui/mainwindow/tabstopdelegate.h"
@@ -32,6 +34,7 @@
 #include "engine/replacements/replist.h"
 #include "gui/replacements/repmenu.h"
 #include "gui/seam/dialogs.h"
+#include "gui/seam/launch.h"
 
 namespace brindlex::gui {
 
@@ -154,6 +157,7 @@ Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique
     QFont bold = QApplication::font();
     bold.setBold(true);
     setFont(bold);
+    exeDir = QFile::encodeName(QCoreApplication::applicationDirPath()).toStdString();
     buildsurface();
     buildmenus();
 }
@@ -291,7 +295,7 @@ void Form1::Form_Load(const std::string& sCommand)
 {
     setWindowTitle(towidget(std::string(sCaption) + " Version " + std::string(sVersion)));
     sIniFile = defaultinifile();
-    const QFileInfo editor(QCoreApplication::applicationDirPath() + QStringLiteral("/vellumix"));
+    const QFileInfo editor(QFile::decodeName(QByteArray::fromStdString((exeDir / "vellumix").string())));
     sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
     nViewMode = 4;
     mnuRepl->setProperty("Tag", QStringLiteral("user0"));
@@ -630,13 +634,89 @@ void Form1::mnuOpenRepFile_Click()
     loadreplist(true);
 }
 
-// The outside editors (the File menu's captions and its two Edit items) and
-// the integer dump come with their own work; their items stand with the
-// design captions until then.
-void Form1::mnuFile_Click() {}
-void Form1::mnuEdit_Click() {}
-void Form1::mnuEdit2_Click() {}
-void Form1::mnuDumpInt4_Click() {}
+std::string Form1::currentline(const QListWidget* list) const
+{
+    const QListWidgetItem* item = list->currentRow() < 0 ? nullptr : list->currentItem();
+    return item ? fromwidget(item->text()) : std::string();
+}
+
+void Form1::mnuFile_Click()
+{
+    const std::string s = sEditor == "vellumix" ? "vellumix -p" : sEditor;
+    const std::string line1 = currentline(List1);
+    const std::string line2 = currentline(List2);
+    mnuEdit->setText(towidget("&Edit " + firstfield(line1) + " using " + sEditor));
+    mnuEdit2->setText(towidget("E&dit " + firstfield(line2) + " using " + s));
+    mnuEdit->setEnabled(!line1.empty());
+    mnuEdit2->setEnabled(!line2.empty());
+    mnuDumpInt4->setEnabled(mnuEdit->isEnabled());
+}
+
+void Form1::mnuEdit_Click()
+{
+    const std::string line = currentline(List1);
+    if (!line.empty())
+        startedit(fromwidget(lblDir->text()) + firstfield(line), std::string());
+}
+
+void Form1::mnuEdit2_Click()
+{
+    const std::string line = currentline(List2);
+    if (line.empty())
+        return;
+    // The position behind the last tab, in plain digits.
+    std::int64_t lPos = 0;
+    const std::size_t tab = line.rfind('\t');
+    const char* digits = line.data() + (tab == std::string::npos ? 0 : tab + 1);
+    std::from_chars(digits, line.data() + line.size(), lPos);
+    startedit(fromwidget(lblDir->text()) + firstfield(line), std::to_string(lPos));
+}
+
+// The command line is built as one string for the message; the program gets
+// the path as one argument, whatever bytes it holds.
+void Form1::startedit(const std::string& sPath, const std::string& sPosition)
+{
+    std::string commandline = sEditor + " " + sPath;
+    std::vector<std::string> args{sPath};
+    if (sEditor == "vellumix" && !sPosition.empty()) {
+        commandline += " -p " + sPosition;
+        args.insert(args.end(), {"-p", sPosition});
+    }
+    const Error error = dialogs().startprogram(editorprogram(sEditor, exeDir), args);
+    if (error)
+        dialogs().messagebox(this, towidget("Error starting " + commandline + ":" + std::string(sCRLF) + error.text),
+                             Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+}
+
+void Form1::mnuDumpInt4_Click()
+{
+    const std::string line = currentline(List1);
+    if (busy() || line.empty())
+        return;
+    const std::string sIn = fromwidget(lblDir->text()) + firstfield(line);
+    ++nDumpCount;
+    const std::filesystem::path sOut = workdirpath() / sheetname(nDumpCount);
+    const QString title = towidget(std::string(sTitle));
+    const int nSize = dumpanswer(fromwidget(dialogs().inputbox(this, QStringLiteral("Integer size (2 or 4)?"), title,
+                                                                 QStringLiteral("4"))));
+    if (nSize == 0)
+        return;
+    const int nCols = dumpanswer(fromwidget(dialogs().inputbox(this, QStringLiteral("How many columns of integers?"),
+                                                                 title, QStringLiteral("1"))));
+    if (nCols == 0)
+        return;
+    {
+        // A long dump yields like a run, and Cancel ends it with the sheet
+        // cut short.
+        BusyScope scope(nBusy);
+        windowHost->beginwork();
+        windowHost->enablecontrols(false);
+        std::int64_t lPos = 1;
+        dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
+        windowHost->enablecontrols(true);
+    }
+    dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
+}
 
 // The viewer comes with its own work: these will set the viewer's state from
 // the current line and show it.
