@@ -46,6 +46,10 @@ Reply QtDialogs::messagebox(QWidget* parent, const QString& text, Buttons button
         box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
         box.setDefaultButton(QMessageBox::Yes);
         box.setEscapeButton(QMessageBox::Cancel);
+    } else if (buttons == Buttons::YesNo) {
+        box.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+        box.setDefaultButton(QMessageBox::Yes);
+        box.setEscapeButton(QMessageBox::No);
     } else {
         box.setStandardButtons(QMessageBox::Ok);
     }
@@ -53,7 +57,7 @@ Reply QtDialogs::messagebox(QWidget* parent, const QString& text, Buttons button
     case QMessageBox::Yes: return Reply::Yes;
     case QMessageBox::No: return Reply::No;
     case QMessageBox::Cancel: return Reply::Cancel;
-    default: return buttons == Buttons::YesNoCancel ? Reply::Cancel : Reply::Ok;
+    default: return buttons == Buttons::Ok ? Reply::Ok : buttons == Buttons::YesNo ? Reply::No : Reply::Cancel;
     }
 }
 
@@ -103,7 +107,7 @@ Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())
-        return buttons == Buttons::YesNoCancel ? Reply::Yes : Reply::Ok;
+        return buttons == Buttons::Ok ? Reply::Ok : Reply::Yes;
     const Reply reply = replies.front();
     replies.pop_front();
     return reply;
