@@ -103,7 +103,7 @@ QStringList ScriptedDialogs::seen(DialogRecord::Kind kind) const
 Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons, Icon icon,
                                   const QString& title, const QString& detail)
 {
-    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail});
+    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail, {}});
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())
@@ -116,7 +116,7 @@ Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons
 QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString& title,
                                   const QString& defaultText)
 {
-    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}});
+    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}, {}});
     if (inputs.empty())
         return defaultText;
     const QString answer = inputs.front();
@@ -126,7 +126,7 @@ QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString
 
 QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& filter, const QString&)
 {
-    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}});
+    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}, {}});
     if (files.empty())
         return seed;
     const QString answer = files.front();
@@ -136,7 +136,7 @@ QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& 
 
 void ScriptedDialogs::shellopen(const QString& path)
 {
-    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}});
+    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}, {}});
 }
 
 Error ScriptedDialogs::startprogram(const std::string& program, const std::vector<std::string>& args)
