@@ -640,11 +640,10 @@ List2Hit Form1::currententry(const QListWidget* list) const
     const QListWidgetItem* line = list->currentRow() < 0 ? nullptr : list->currentItem();
     if (!line)
         return {};
-    const std::string text = fromwidget(line->text());
-    const std::size_t tab = std::min(text.rfind('\t'), text.size());
-    List2Hit entry = readlist2line(text.substr(tab));
+    List2Hit entry = readlist2line(fromwidget(line->text()));
     const QVariant real = line->data(kRealNameRole);
-    entry.sName = real.isValid() ? real.toByteArray().toStdString() : text.substr(0, tab);
+    if (real.isValid())
+        entry.sName = real.toByteArray().toStdString();
     return entry;
 }
 

@@ -198,10 +198,8 @@ private:
     void listing();
     // The file of the current line of List1 or List2 and, for a hit, its
     // position; an empty name when no line is current. The name is the real
-    // one the run kept with the line (kRealNameRole); a line without it gives
-    // the text before its last tab. The position is read from the last tab
-    // on, as a name may hold tabs itself:
-    //   "x\ty\t000000480" -> {"x\ty", 480}, where readlist2line alone gives {"x", 0}.
+    // one the run kept with the line (kRealNameRole); a line without it is
+    // read back by readlist2line.
     List2Hit currententry(const QListWidget* list) const;
     // lblDir's caption and `sName`.
     std::string fullname(const std::string& sName) const;
