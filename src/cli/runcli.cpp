@@ -210,6 +210,15 @@ void CliHost::hit(const std::string& sName, std::int64_t lPos)
     hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
 }
 
+std::size_t CliHost::hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
+                          std::int64_t /*nHitsBefore*/)
+{
+    for (std::size_t k = 0; k < count; ++k)
+        CliHost::hit(sName, lPos[k]);
+    CliHost::yield();
+    return count;
+}
+
 void CliHost::flushhits()
 {
     if (hitsUsed_ != 0)

@@ -50,6 +50,9 @@ public:
     void showcontrols(bool bOn) override;
     void yield() override;
     void hit(const std::string& sName, std::int64_t lPos) override;
+    // The lines of a batch one behind the other, and one look for SIGINT.
+    std::size_t hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
+                     std::int64_t nHitsBefore) override;
     void hitcount(std::int64_t /*nHits*/) override {}
     void message(const std::string& text) override;
     Answer question(const std::string& title, const std::string& text) override;

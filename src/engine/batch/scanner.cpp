@@ -321,6 +321,50 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
     }
 }
 
+std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max)
+{
+    const auto n = static_cast<std::int64_t>(search_.size());
+    std::int64_t pos = s - 1;   // 0-based: the next place an occurrence may start
+    if (n == 0 || pos + n > lLen_) {
+        s = 0;
+        return 0;
+    }
+    if (pos < wS_ || pos + n > wE_) {
+        if (emitting_ && outPos_ < pos)
+            emitrange(outPos_, pos);
+        if (!yieldcheck() || !load(pos)) {
+            s = 0;
+            return 0;
+        }
+    }
+    const unsigned char* const buf = buf_.get();
+    const auto size = static_cast<std::size_t>(wE_ - wS_);
+    auto at = static_cast<std::size_t>(pos - wS_);
+    std::size_t count = 0;
+    while (count < max) {
+        const std::size_t p = search_.find(buf, size, at);
+        if (p == PatternSearch::npos) {
+            // An occurrence may still begin in the last n - 1 bytes, unless
+            // a replaced hit covers them.
+            const std::size_t tail = std::max(at, size - static_cast<std::size_t>(n) + 1);
+            s = wE_ >= lLen_ ? 0 : wS_ + static_cast<std::int64_t>(tail) + 1;
+            return count;
+        }
+        const std::int64_t lHit = wS_ + static_cast<std::int64_t>(p) + 1;
+        lPos[count++] = lHit;
+        if (sReplace) {
+            emitupto(lHit);
+            out_->write(*sReplace);
+            skipto(lHit + n);
+            at = p + static_cast<std::size_t>(n);
+        } else {
+            at = p + 1;
+        }
+    }
+    s = wS_ + static_cast<std::int64_t>(at) + 1;
+    return count;
+}
+
 void Scanner::emitupto(std::int64_t lTo)
 {
     if (!out_)
@@ -416,11 +460,47 @@ void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
     findnextinline(f, lPos, nHits);
 }
 
+namespace {
+
+// A file loop without questions or log lines, for a pattern whose hits are
+// its leftmost occurrences: the scanner hands over the hits of a window in
+// one go and the host takes them in one call. The host sees what the loop
+// of single hits shows it.
+std::int64_t scanbatches(ScanFile& f, const std::string& sName)
+{
+    constexpr std::size_t kBatch = 4096;
+    std::int64_t lPos[kBatch];
+    std::int64_t nHits = 0;
+    const std::string_view* sReplace = f.nOut ? &f.sReplace : nullptr;
+    const auto grow = static_cast<std::int64_t>(f.sReplace.size()) - static_cast<std::int64_t>(f.sFind.size());
+    std::int64_t s = 1;
+    while (s != 0) {
+        const std::size_t count = f.scanner.collect(s, sReplace, lPos, kBatch);
+        if (count == 0)
+            continue;
+        nHits += static_cast<std::int64_t>(f.host.hits(sName, lPos, count, nHits));
+        if (f.host.bCancel)
+            return nHits;
+        if (sReplace)
+            f.lLenChange += grow * static_cast<std::int64_t>(count);
+    }
+    if (f.nOut && !f.host.bCancel && !f.scanner.readfailed())
+        f.scanner.emitrest();
+    f.host.hitcount(nHits);
+    f.host.yield();
+    return nHits;
+}
+
+}  // namespace
+
 std::int64_t scanloop(ScanFile& f, const std::string& sName)
 {
     std::int64_t lPos = 0;
     std::int64_t nHits = 0;
     f.lLenChange = 0;
+    const bool logging = f.log && (f.nLogMode & 3);
+    if (!f.bAsk && !logging && !f.sFind.empty() && f.sFind.size() <= Scanner::kLeftmostFound)
+        return scanbatches(f, sName);
     do {
         findnextinline(f, lPos, nHits);
         if (lPos != 0)

@@ -143,6 +143,20 @@ public:
     // the scan passes are emitted as it goes.
     bool next(std::int64_t s, ScanHit& hit);
 
+    // Patterns up to this long are always found at their leftmost
+    // occurrence from a restart: 1000 - 800 + 1.
+    static constexpr std::size_t kLeftmostFound = 201;
+
+    // The hits from restart position `s` that lie in the window in hand (one
+    // is loaded when the scan has left it), up to `max` of them, into
+    // `lPos`: a bulk next() for patterns of at most kLeftmostFound bytes,
+    // which needs no block. A find restarts one byte behind each hit; a
+    // replace (`sReplace` not null) writes the replacement at each hit and
+    // restarts behind the matched bytes. Returns the count; `s` becomes the
+    // next restart, or 0 when the file is done, the host cancelled or a
+    // read failed. With "AA" in "AAAA" a find gives 1, 2, 3, a replace 1, 3.
+    std::size_t collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max);
+
     // Emits the bytes up to position `lTo` - 1; the output begins with the
     // first call, at the first hit, so a file without hits writes nothing.
     void emitupto(std::int64_t lTo);
