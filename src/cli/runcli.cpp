@@ -283,6 +283,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     request.bAsk = o.bAsk;
     request.bConvertHex = o.bConvertHex;
     request.nLogMode = o.nLogMode;
+    request.bReadAhead = true;
 
     const std::optional<std::filesystem::path> workdir =
         (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;

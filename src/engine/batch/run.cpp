@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 
+#include "engine/batch/readahead.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
@@ -55,6 +56,21 @@ std::optional<std::int64_t> lengthof(const std::string& sFile)
     return static_cast<std::int64_t>(st.st_size);
 }
 
+// The lines a run takes: the selected ones, or all when none is selected.
+std::vector<std::size_t> linestaken(const RunRequest& request)
+{
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < request.lines.size(); ++i) {
+        if (i < request.selected.size() && request.selected[i])
+            order.push_back(i);
+    }
+    if (order.empty()) {
+        for (std::size_t i = 0; i < request.lines.size(); ++i)
+            order.push_back(i);
+    }
+    return order;
+}
+
 }  // namespace
 
 RunResult findinfiles(const RunRequest& request, Host& host)
@@ -84,20 +100,41 @@ RunResult findinfiles(const RunRequest& request, Host& host)
 
     const PatternSearch search(sFind, bMatchCase);
     const bool bAsk = request.bAsk;
-    bool bAll = true;
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
-        if (i < request.selected.size() && request.selected[i])
-            bAll = false;
+    const std::vector<std::size_t> order = linestaken(request);
+    std::optional<ReadAhead> ahead;
+    if (request.bReadAhead &&
+        ReadAhead::fits(sFind.size(), bReplace && bAsk, request.nLogMode != 0, order.size())) {
+        std::vector<std::string> files;
+        files.reserve(order.size());
+        for (std::size_t i : order)
+            files.push_back(request.baseDir + firstfield(request.lines[i]));
+        ahead.emplace(std::move(files), search, bReplace);
     }
 
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
-        const bool selected = i < request.selected.size() && request.selected[i];
-        if (!selected && !bAll)
-            continue;
+    for (std::size_t taken = 0; taken < order.size(); ++taken) {
+        const std::size_t i = order[taken];
         const std::string sName = firstfield(request.lines[i]);
         const std::string sFile = request.baseDir + sName;
         host.status(sFile);
         ++result.filesScanned;
+        auto cancelled = [&](std::int64_t nHits) {
+            result.hits += nHits;
+            result.filesWithHits += nHits > 0;
+            if (!host.bCancel)
+                return false;
+            result.listed = std::min(result.hits, kListLimit);
+            result.cancelled = true;
+            host.enablecontrols(true);
+            return true;
+        };
+        if (ahead) {
+            const ReadAhead::Outcome outcome = ahead->take(taken);
+            if (outcome.done) {
+                if (cancelled(tellhits(host, sName, outcome.lPos)))
+                    return result;
+                continue;
+            }
+        }
 
         OpenedFile file;
         if (Error error = openbinary(sFile, file)) {
@@ -119,16 +156,10 @@ RunResult findinfiles(const RunRequest& request, Host& host)
         const std::int64_t nHits = scanloop(scan, sName);
         file.fd.close();
 
-        result.hits += nHits;
-        result.filesWithHits += nHits > 0;
         if (scanner.readfailed())
             result.failures = true;
-        if (host.bCancel) {
-            result.listed = std::min(result.hits, kListLimit);
-            result.cancelled = true;
-            host.enablecontrols(true);
+        if (cancelled(nHits))
             return result;
-        }
         if (!bReplace || nHits == 0)
             continue;
 

@@ -45,6 +45,9 @@ struct RunRequest {
     std::string baseDir;        // lblDir's caption, with its trailing "/"
     std::vector<std::string> lines;   // the file list (List1)
     std::vector<bool> selected;       // selection of the lines; none selected: all count
+    // Files may be opened and scanned ahead on worker threads (ReadAhead);
+    // the host sees the same events in the same order either way.
+    bool bReadAhead = false;
 };
 
 struct RunResult {
