@@ -37,7 +37,8 @@ bool ReadAhead::fits(std::size_t nFindLen, bool bAskAtHits, bool bLogHits, std::
 ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace)
     : files_(std::move(files)), search_(search), bReplace_(bReplace), slots_(kAhead)
 {
-    const unsigned threads = std::min<std::size_t>(std::thread::hardware_concurrency(), files_.size());
+    // The run's own thread scans too, whenever it is ahead of the workers.
+    const auto threads = std::min<std::size_t>(std::thread::hardware_concurrency() - 1, files_.size());
     // SIGINT is the run's Cancel: it goes to the thread that yields to the
     // host, never interrupts a worker.
     sigset_t block, old;
@@ -55,7 +56,7 @@ ReadAhead::~ReadAhead()
         std::lock_guard lock(mutex_);
         stopping_ = true;
     }
-    changed_.notify_all();
+    room_.notify_all();
     for (std::thread& worker : workers_)
         worker.join();
 }
@@ -63,13 +64,25 @@ ReadAhead::~ReadAhead()
 ReadAhead::Outcome ReadAhead::take(std::size_t index)
 {
     std::unique_lock lock(mutex_);
+    if (index >= claimed_) {
+        // No worker has come this far: the run scans the file itself
+        // rather than wait.
+        claimed_ = index + 1;
+        taken_ = index + 1;
+        lock.unlock();
+        room_.notify_one();
+        return {};
+    }
     Slot& slot = slots_[index % kAhead];
-    changed_.wait(lock, [&] { return slot.ready; });
+    ++waiting_;
+    ready_.wait(lock, [&] { return slot.ready; });
+    --waiting_;
     Outcome outcome = std::move(slot.outcome);
     slot = Slot {};
+    // Only now may a worker fill the slot again.
     taken_ = index + 1;
     lock.unlock();
-    changed_.notify_all();
+    room_.notify_one();
     return outcome;
 }
 
@@ -79,19 +92,21 @@ void ReadAhead::work()
         std::size_t index = 0;
         {
             std::unique_lock lock(mutex_);
-            changed_.wait(lock, [&] { return stopping_ || claimed_ >= files_.size() || claimed_ < taken_ + kAhead; });
+            room_.wait(lock, [&] { return stopping_ || claimed_ >= files_.size() || claimed_ < taken_ + kAhead; });
             if (stopping_ || claimed_ >= files_.size())
                 return;
             index = claimed_++;
         }
         Outcome outcome = scan(files_[index]);
-        {
-            std::lock_guard lock(mutex_);
-            Slot& slot = slots_[index % kAhead];
-            slot.outcome = std::move(outcome);
-            slot.ready = true;
-        }
-        changed_.notify_all();
+        std::unique_lock lock(mutex_);
+        Slot& slot = slots_[index % kAhead];
+        slot.outcome = std::move(outcome);
+        slot.ready = true;
+        // Only the run ever waits for an outcome, and mostly it doesn't.
+        const bool wake = waiting_ != 0;
+        lock.unlock();
+        if (wake)
+            ready_.notify_one();
     }
 }
 

@@ -4,7 +4,8 @@
 // only ever reads: a file whose hits it can hand over whole (a find with a
 // bounded number of hits, a replace without any) is done; anything else (a
 // replace with hits, a file that can't be opened or read, a big file, very
-// many hits) is left to the run, which scans it as if nobody had looked.
+// many hits, a file the run comes to before any worker) is left to the
+// run, which scans it as if nobody had looked.
 //
 // Example: files a, b, c with hits in b only. In a find the workers report
 // a: none, b: 7 and 19, c: none, and the run lists b's hits when it comes
@@ -55,6 +56,7 @@ public:
     ReadAhead& operator=(const ReadAhead&) = delete;
 
     // The outcome for files[index]; indexes are taken once each, in order.
+    // A file no worker has taken up yet is left to the run at once.
     Outcome take(std::size_t index);
 
 private:
@@ -69,10 +71,12 @@ private:
     const PatternSearch& search_;
     const bool bReplace_;
     std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable ready_;   // an outcome came
+    std::condition_variable room_;    // the run took one: a worker may go on
     std::vector<Slot> slots_;      // files[i] in slots_[i % kAhead]
     std::size_t claimed_ = 0;      // the next file a worker takes up
     std::size_t taken_ = 0;        // the next file the run takes
+    int waiting_ = 0;              // the run waits for an outcome
     std::atomic<bool> stopping_ {false};
     std::vector<std::thread> workers_;
 };
