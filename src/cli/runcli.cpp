@@ -164,33 +164,25 @@ void CliHost::yield()
         bCancel = true;
 }
 
-// A file with millions of hits prints millions of lines: no printf, and no
-// stdio call per line either.
-void CliHost::hit(const std::string& sName, std::int64_t lPos)
+namespace {
+
+// Writes lPos as the hit list shows it, in nine digits or more, and LF at
+// `out`, which has room for kPositionBytes; returns the end.
+constexpr std::size_t kPositionBytes = 24;
+char* writeposition(char* out, std::int64_t lPos)
 {
-    constexpr std::size_t kNumber = 24;   // tab, 20 digits at most, LF
-    const std::size_t most = sName.size() + kNumber;
-    if (!hits_)
-        hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
-    if (kHitBuffer - hitsUsed_ < most)
-        flushhits();
-    char* out = hits_.get() + hitsUsed_;
-    if (most <= kHitBuffer) {
-        std::memcpy(out, sName.data(), sName.size());
-        out += sName.size();
-    } else {
-        fwrite_unlocked(sName.data(), 1, sName.size(), stdout);   // a name longer than the buffer
-    }
-    char digits[kNumber];
-    char* const end = digits + sizeof digits;
-    char* p = end;
-    *--p = '\n';
-    // Two digits a step.
     static constexpr char kPairs[] =
         "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
         "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
         "8081828384858687888990919293949596979899";
     auto v = static_cast<std::uint64_t>(lPos);
+    std::size_t len = 9;
+    for (std::uint64_t t = v / 1000000000; t != 0; t /= 10)
+        ++len;
+    std::memcpy(out, "0000000000000000", 16);
+    char* const end = out + len;
+    char* p = end;
+    // Two digits a step.
     while (v >= 100) {
         p -= 2;
         std::memcpy(p, kPairs + 2 * (v % 100), 2);
@@ -202,21 +194,55 @@ void CliHost::hit(const std::string& sName, std::int64_t lPos)
     } else {
         *--p = static_cast<char>('0' + v);
     }
-    while (end - p < 10)   // nine digits at least, and the LF
-        *--p = '0';
-    *--p = '\t';
-    std::memcpy(out, p, static_cast<std::size_t>(end - p));
-    out += end - p;
-    hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
+    *end = '\n';
+    return end + 1;
+}
+
+}  // namespace
+
+// A file with millions of hits prints millions of lines: no printf, and no
+// stdio call or copy of unknown length per line either.
+void CliHost::hit(const std::string& sName, std::int64_t lPos)
+{
+    putlines(sName, &lPos, 1);
 }
 
 std::size_t CliHost::hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
                           std::int64_t /*nHitsBefore*/)
 {
-    for (std::size_t k = 0; k < count; ++k)
-        CliHost::hit(sName, lPos[k]);
+    putlines(sName, lPos, count);
     CliHost::yield();
     return count;
+}
+
+void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count)
+{
+    // The name and the tab go in as one copy of fixed length.
+    constexpr std::size_t kPrefix = 64;
+    char prefix[kPrefix] = {};
+    const std::size_t nPrefix = sName.size() + 1;
+    if (nPrefix <= kPrefix) {
+        std::memcpy(prefix, sName.data(), sName.size());
+        prefix[sName.size()] = '\t';
+    }
+    if (!hits_)
+        hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
+    for (std::size_t k = 0; k < count; ++k) {
+        if (kHitBuffer - hitsUsed_ < kPrefix + kPositionBytes)
+            flushhits();
+        char* out = hits_.get() + hitsUsed_;
+        if (nPrefix <= kPrefix) {
+            std::memcpy(out, prefix, kPrefix);
+            out += nPrefix;
+        } else {
+            flushhits();   // a long name goes straight out
+            fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
+            out = hits_.get();
+            *out++ = '\t';
+        }
+        out = writeposition(out, lPos[k]);
+        hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
+    }
 }
 
 void CliHost::flushhits()

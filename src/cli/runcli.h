@@ -67,6 +67,7 @@ private:
     // Hit lines gather here and go to stdout in large pieces: before any
     // message or question, and when the run ends (the controls come on).
     void flushhits();
+    void putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count);
 
     int tty_ = -1;
     static constexpr std::size_t kHitBuffer = 1 << 16;
