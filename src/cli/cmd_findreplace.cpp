@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engine/batch/run.h"
+#include "engine/pattern/notation.h"
 #include "cli/command.h"
 #include "cli/runcli.h"
 
@@ -27,9 +28,10 @@ constexpr const char* kOptions =
     "found in either case, unless the pattern holds a code.\n"
     "\n"
     "stdout: one line per hit, the name relative to the mask's directory, a\n"
-    "tab and the 1-based position (9 digits or more) in the file as it was.\n"
+    "tab (a NUL with -0) and the 1-based position (9 digits or more) in the\n"
+    "file as it was.\n"
     "stderr: messages, one a line (a message's own line break becomes a\n"
-    "blank), and a summary.\n"
+    "blank), what could not be searched, and a summary.\n"
     "\n";
 
 int runfindreplace(const std::vector<std::string>& args, bool bReplace)
@@ -49,6 +51,8 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
         return kExitTrouble;
     }
 
+    if (o->operands[0].empty())
+        return usageerror(std::string(name) + ": PATTERN is empty");
     CliHost host;
     RunRequest request;
     request.sFind = o->operands[0];
@@ -58,11 +62,14 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
     if (int s = preparerun(*o, bReplace, o->operands.back(), name, host, request))
         return s;
 
+    if (decodepattern(request.sFind, request.bConvertHex).size() > kLongestEverywhere)
+        host.note("note: a pattern longer than " + std::to_string(kLongestEverywhere)
+                  + " bytes is found only where it fits one 1000-byte block");
     bufferstdout();
     const RunResult result = findinfiles(request, host);
-    const bool wrote = std::fflush(stdout) == 0;
+    const bool wrote = flushstdout();
     printsummary(result, request.lines.size());
-    return exitstatus(result.cancelled, result.failures, wrote, result.hits > 0);
+    return exitstatus(host, result.cancelled, result.failures, wrote, result.hits > 0);
 }
 
 int runfind(const std::vector<std::string>& args) { return runfindreplace(args, false); }

@@ -36,18 +36,17 @@ constexpr const char* kAbout =
     "      --find           find the sets' patterns\n"
     "      --replace        replace them\n";
 
-int runsets(const std::vector<std::string>& args)
+// Takes --find and --replace, this command's own, out of `args` into
+// `bReplace`; the rest are shared with find and replace. False after a
+// usage error (reported).
+bool takemode(const std::vector<std::string>& args, std::optional<bool>& bReplace, std::vector<std::string>& rest)
 {
-    // --find and --replace are this command's own; everything else is
-    // shared with find and replace.
-    std::optional<bool> bReplace;
-    std::vector<std::string> rest;
     bool options = true;
     for (const std::string& arg : args) {
         if (options && (arg == "--find" || arg == "--replace")) {
             bool replace = arg == "--replace";
             if (bReplace && *bReplace != replace)
-                return usageerror("sets: --find and --replace exclude each other");
+                return usageerror("sets: --find and --replace exclude each other"), false;
             bReplace = replace;
             continue;
         }
@@ -55,6 +54,15 @@ int runsets(const std::vector<std::string>& args)
             options = false;
         rest.push_back(arg);
     }
+    return true;
+}
+
+int runsets(const std::vector<std::string>& args)
+{
+    std::optional<bool> bReplace;
+    std::vector<std::string> rest;
+    if (!takemode(args, bReplace, rest))
+        return kExitTrouble;
     int status = 0;
     const std::optional<RunOptions> o =
         parserunoptions(rest, "sets", std::string(kUsage) + kAbout + kRunOptionsHelp, status);
@@ -92,13 +100,13 @@ int runsets(const std::vector<std::string>& args)
             request.sFind = pair.find;
             request.sReplaceText = pair.replace;
             const RunResult result = findinfiles(request, host);
-            wrote = std::fflush(stdout) == 0 && wrote;
+            wrote = flushstdout() && wrote;
             printsummary(result, request.lines.size(), item.caption + ": ");
             failures = failures || result.failures;
             cancelled = result.cancelled;
             hits = hits || result.hits > 0;
         });
-    return exitstatus(cancelled, failures, wrote, hits);
+    return exitstatus(host, cancelled, failures, wrote, hits);
 }
 
 const RegisterCommand registered(

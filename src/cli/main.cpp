@@ -1,10 +1,14 @@
 // brindlex-cli: the engine for scripts and build steps.
+#include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "cli/command.h"
+#include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
+#include "engine/core/workdir.h"
 
 namespace brindlex::cli {
 namespace {
@@ -40,6 +44,15 @@ int usageerror(const std::string& text)
 int main(int argc, char** argv)
 {
     using namespace brindlex::cli;
+    // A file larger than the size limit fails its write (EFBIG) and is
+    // reported, instead of ending the program.
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::error_code ec;
+    if (std::filesystem::exists(brindlex::workdirpath(), ec) && brindlex::preparedworkdir()) {
+        const std::string finished = brindlex::finishinterruptedcopy(brindlex::scratchfilepath());
+        if (!finished.empty())
+            std::fprintf(stderr, "brindlex-cli: %s\n", finished.c_str());
+    }
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty())
         return printhelp(stderr), kExitTrouble;

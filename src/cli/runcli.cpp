@@ -1,6 +1,7 @@
 #include "cli/runcli.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include "cli/command.h"
+#include "engine/batch/runlog.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
 
@@ -27,10 +29,12 @@ const char* const kRunOptionsHelp =
     "      --log FILE       the log to append to (default: the work directory's\n"
     "                       brindlex.log.txt)\n"
     "      --files-from FILE  the files to take, one path a line ('-': stdin)\n"
+    "      --files0-from FILE the files to take, each path ended by a NUL\n"
+    "  -0, --null           a NUL instead of the tab behind a hit's name\n"
     "      --help           this text\n"
     "\n"
-    "Exit status: 0 hits, 1 no hit, 2 a file could not be opened, checked or\n"
-    "rewritten, or bad usage; 130 interrupted or cancelled.\n";
+    "Exit status: 0 hits, 1 no hit, 2 a file or directory could not be\n"
+    "searched, checked or rewritten, or bad usage; 130 interrupted or cancelled.\n";
 
 namespace {
 
@@ -53,9 +57,10 @@ std::string oneline(std::string text)
     return out;
 }
 
-// The list from --files-from: one path a line, each a List1 line of its own
-// with an empty base directory.
-bool readfilelist(const std::string& from, std::vector<std::string>& lines)
+// The list from --files-from (one path a line) or --files0-from (each path
+// ended by a NUL): each a file of its own, by its real name, with an empty
+// base directory.
+bool readfilelist(const std::string& from, char end, CliHost& host)
 {
     std::ifstream file;
     std::istream* in = &std::cin;
@@ -66,14 +71,45 @@ bool readfilelist(const std::string& from, std::vector<std::string>& lines)
         in = &file;
     }
     std::string path;
-    while (std::getline(*in, path)) {
+    while (std::getline(*in, path, end)) {
         if (path.empty())
             continue;
         struct stat st {};
-        const std::int64_t size = ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0;
-        lines.push_back(list1line(path, size));
+        host.addentry(path, ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0);
     }
     return !in->bad();
+}
+
+// The lines in List1 order, each real name staying with its line.
+void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names)
+{
+    std::vector<std::size_t> order(lines.size());
+    for (std::size_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return lines[a] < lines[b]; });
+    std::vector<std::string> sortedLines, sortedNames;
+    for (std::size_t i : order) {
+        sortedLines.push_back(std::move(lines[i]));
+        sortedNames.push_back(std::move(names[i]));
+    }
+    lines = std::move(sortedLines);
+    names = std::move(sortedNames);
+}
+
+// -s, -c, -a, -0 (also bundled): false for any other letter.
+bool shortoption(char c, RunOptions& o)
+{
+    bool* flag = c == 's' ? &o.bIncludeSubs : c == 'c' ? &o.bMatchCase : c == 'a' ? &o.bAsk
+        : c == '0' ? &o.nullAfterName : nullptr;
+    if (flag)
+        *flag = true;
+    return flag != nullptr;
+}
+
+// The letter of a long flag: --subdirs is -s; 0 for no such flag.
+char longletter(const std::string& arg)
+{
+    return arg == "--subdirs" ? 's' : arg == "--match-case" ? 'c' : arg == "--ask" ? 'a' : arg == "--null" ? '0' : 0;
 }
 
 }  // namespace
@@ -103,33 +139,24 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             std::fputs(help.c_str(), stdout);
             status = 0;
             return std::nullopt;
-        } else if (arg == "-s" || arg == "--subdirs") {
-            o.bIncludeSubs = true;
-        } else if (arg == "-c" || arg == "--match-case") {
-            o.bMatchCase = true;
-        } else if (arg == "-a" || arg == "--ask") {
-            o.bAsk = true;
+        } else if (const char letter = longletter(arg)) {
+            shortoption(letter, o);
         } else if (arg == "--no-angle") {
             o.bConvertHex = false;
         } else if (arg == "--log-finds") {
-            o.nLogMode |= 1;
+            o.nLogMode |= kLogFinds;
         } else if (arg == "--log-replaces") {
-            o.nLogMode |= 2;
-        } else if (arg == "--log" || arg == "--files-from") {
+            o.nLogMode |= kLogReplaces;
+        } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
                 return std::nullopt;
             }
-        } else if (arg.size() > 2 && arg[1] != '-') {
+            o.filesNul = o.filesNul || arg == "--files0-from";
+        } else if (arg[1] != '-') {
             // Short options may be bundled: -sc.
             for (char c : arg.substr(1)) {
-                if (c == 's')
-                    o.bIncludeSubs = true;
-                else if (c == 'c')
-                    o.bMatchCase = true;
-                else if (c == 'a')
-                    o.bAsk = true;
-                else
+                if (!shortoption(c, o))
                     return unknown(std::string("-") + c);
             }
         } else {
@@ -164,42 +191,6 @@ void CliHost::yield()
         bCancel = true;
 }
 
-namespace {
-
-// Writes lPos as the hit list shows it, in nine digits or more, and LF at
-// `out`, which has room for kPositionBytes; returns the end.
-constexpr std::size_t kPositionBytes = 24;
-char* writeposition(char* out, std::int64_t lPos)
-{
-    static constexpr char kPairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
-    auto v = static_cast<std::uint64_t>(lPos);
-    std::size_t len = 9;
-    for (std::uint64_t t = v / 1000000000; t != 0; t /= 10)
-        ++len;
-    std::memcpy(out, "0000000000000000", 16);
-    char* const end = out + len;
-    char* p = end;
-    // Two digits a step.
-    while (v >= 100) {
-        p -= 2;
-        std::memcpy(p, kPairs + 2 * (v % 100), 2);
-        v /= 100;
-    }
-    if (v >= 10) {
-        p -= 2;
-        std::memcpy(p, kPairs + 2 * v, 2);
-    } else {
-        *--p = static_cast<char>('0' + v);
-    }
-    *end = '\n';
-    return end + 1;
-}
-
-}  // namespace
-
 // A file with millions of hits prints millions of lines: no printf, and no
 // stdio call or copy of unknown length per line either.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
@@ -217,32 +208,50 @@ std::size_t CliHost::hits(const std::string& sName, const std::int64_t* lPos, st
 
 void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count)
 {
-    // The name and the tab go in as one copy of fixed length.
+    // The name goes in as one copy of fixed length.
     constexpr std::size_t kPrefix = 64;
     char prefix[kPrefix] = {};
-    const std::size_t nPrefix = sName.size() + 1;
-    if (nPrefix <= kPrefix) {
+    const bool shortname = sName.size() <= kPrefix;
+    if (shortname)
         std::memcpy(prefix, sName.data(), sName.size());
-        prefix[sName.size()] = '\t';
-    }
     if (!hits_)
         hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
     for (std::size_t k = 0; k < count; ++k) {
-        if (kHitBuffer - hitsUsed_ < kPrefix + kPositionBytes)
+        if (kHitBuffer - hitsUsed_ < kPrefix + kList2Tail + 1)
             flushhits();
         char* out = hits_.get() + hitsUsed_;
-        if (nPrefix <= kPrefix) {
+        if (shortname) {
             std::memcpy(out, prefix, kPrefix);
-            out += nPrefix;
+            out += sName.size();
         } else {
             flushhits();   // a long name goes straight out
             fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
             out = hits_.get();
-            *out++ = '\t';
         }
-        out = writeposition(out, lPos[k]);
+        char* const tail = out;
+        out = putlist2tail(out, lPos[k]);
+        *tail = separator;   // the tab, or -0's NUL
+        *out++ = '\n';
         hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
     }
+}
+
+
+void CliHost::addentry(const std::string& name, std::int64_t size)
+{
+    lines.push_back(list1line(name, size));
+    names.push_back(name);
+}
+
+void CliHost::unreadable(const std::string& path, int code)
+{
+    note(reasontext(errorfromerrno(code, path)));
+    trouble = true;
+}
+
+void CliHost::note(const std::string& text)
+{
+    message("brindlex-cli: " + text, {});
 }
 
 void CliHost::flushhits()
@@ -252,11 +261,13 @@ void CliHost::flushhits()
     hitsUsed_ = 0;
 }
 
-void CliHost::message(const std::string& text)
+void CliHost::message(const std::string& text, const Error& reason)
 {
     flushhits();
     std::fflush(stdout);
-    const std::string line = oneline(text) + "\n";
+    std::string line = oneline(text) + "\n";
+    if (reason)
+        line += "brindlex-cli: " + oneline(reasontext(reason)) + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
@@ -329,7 +340,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     ::sigaction(SIGINT, &sa, nullptr);
 
     if (o.filesFrom) {
-        if (!readfilelist(*o.filesFrom, request.lines))
+        if (!readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host))
             return usageerror(name + ": cannot read " + *o.filesFrom);
     } else {
         std::error_code ec;
@@ -337,9 +348,17 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::string expanded = expandmask(mask, cwd);
         request.baseDir = basedirfor(expanded);
         listfiles(expanded, o.bIncludeSubs, request.baseDir, host);
-        request.lines = std::move(host.lines);
+        // One file named without a wildcard that isn't there: as grep says it.
+        struct stat st {};
+        if (host.lines.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
+            && ::lstat(expanded.c_str(), &st) != 0)
+            host.unreadable(mask, errno);
     }
-    sortlist1(request.lines);
+    if (o.nullAfterName)
+        host.separator = '\0';
+    sortbyline(host.lines, host.names);
+    request.lines = std::move(host.lines);
+    request.names = std::move(host.names);
     return 0;
 }
 
@@ -353,16 +372,30 @@ void bufferstdout()
 
 void printsummary(const RunResult& result, std::size_t files, const std::string& prefix)
 {
-    std::fprintf(stderr, "%s%lld hits in %lld of %lld files, %lld files rewritten\n", prefix.c_str(),
-                 static_cast<long long>(result.hits), static_cast<long long>(result.filesWithHits),
-                 static_cast<long long>(files), static_cast<long long>(result.filesRewritten));
+    auto counted = [](long long n, const char* one, const char* more) { return std::to_string(n) + (n == 1 ? one : more); };
+    const std::string line = prefix + counted(result.hits, " hit", " hits") + " in "
+        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files") + ", "
+        + counted(result.filesRewritten, " file rewritten", " files rewritten") + (interrupted() ? ", interrupted" : "")
+        + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-int exitstatus(bool cancelled, bool failures, bool wrote, bool hits)
+bool flushstdout()
+{
+    static bool told = false;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    if (!told)
+        std::fprintf(stderr, "brindlex-cli: write error on stdout: %s\n", std::strerror(errno));
+    told = true;
+    return false;
+}
+
+int exitstatus(const CliHost& host, bool cancelled, bool failures, bool wrote, bool hits)
 {
     if (cancelled || gInterrupted)
         return kExitInterrupted;
-    if (failures || !wrote)
+    if (failures || !wrote || host.trouble)
         return kExitTrouble;
     return hits ? kExitHits : kExitNoHits;
 }

@@ -25,6 +25,8 @@ struct RunOptions {
     int nLogMode = 0;
     std::optional<std::string> log;
     std::optional<std::string> filesFrom;
+    bool filesNul = false;    // --files0-from: the list's names end with NUL
+    bool nullAfterName = false;   // -0: NUL between name and position
     std::vector<std::string> operands;
 };
 
@@ -34,9 +36,12 @@ struct RunOptions {
 std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, const std::string& name,
                                           const std::string& help, int& status);
 
-// Prints every hit as the window's hit list line (name, tab, position of 9
-// digits or more), messages one a line on stderr, and asks at a hit on the
-// terminal. A SIGINT raises the cancel flag at the next yield.
+// Prints every hit as the window's hit list line (real name, tab, position
+// of 9 digits or more; with -0 a NUL instead of the tab), messages one a
+// line on stderr, each with its reason on a line "brindlex-cli: FILE: TEXT"
+// behind it, notes and directories it could not open as such lines too, and
+// asks at a hit on the terminal. A SIGINT raises the cancel flag at the next
+// yield.
 class CliHost : public Host {
 public:
     CliHost() = default;
@@ -54,13 +59,17 @@ public:
     std::size_t hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
                      std::int64_t nHitsBefore) override;
     void hitcount(std::int64_t /*nHits*/) override {}
-    void message(const std::string& text) override;
+    void message(const std::string& text, const Error& reason) override;
     Answer question(const std::string& title, const std::string& text) override;
-    void addline(const std::string& line) override { lines.push_back(line); }
+    void addentry(const std::string& name, std::int64_t size) override;
+    void unreadable(const std::string& path, int code) override;
+    void note(const std::string& text) override;
     // The command line never shows a List1 size.
     bool wantsizes() const override { return false; }
 
-    std::vector<std::string> lines;
+    std::vector<std::string> lines, names;   // what the walk found
+    bool trouble = false;   // something could not be searched
+    char separator = '\t';  // between a hit's name and position
 
 private:
     bool writeall(const std::string& text);
@@ -77,8 +86,11 @@ private:
 
 // Fills `request` from the options and the work directory (flags, log,
 // scratch file), opens the terminal for --ask in a replace, makes SIGINT the
-// Cancel, and lists the files: from --files-from, else by walking `mask`,
-// sorted as the window's file list. Returns 0, or the status of a usage error.
+// Cancel, and lists the files with their real names: from --files-from or
+// --files0-from, else by walking `mask`, sorted as the window's file list.
+// A mask that leads nowhere (its directory, or the one file it names
+// without a wildcard, doesn't exist) is told on stderr and is trouble.
+// Returns 0, or the status of a usage error.
 int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,
                CliHost& host, RunRequest& request);
 
@@ -88,11 +100,15 @@ bool interrupted();
 // Block-buffers stdout for the hit lines of the runs that follow.
 void bufferstdout();
 
-// "12 hits in 3 of 40 files, 3 files rewritten" and LF, on stderr.
+// "12 hits in 3 of 40 files, 3 files rewritten" and LF, on stderr; "1 hit",
+// "1 file", and ", interrupted" at the end after a SIGINT.
 void printsummary(const RunResult& result, std::size_t files, const std::string& prefix = {});
 
-// The exit status of one or more runs: 130 interrupted, 2 a failure or a
-// failed stdout, 0 any hit, else 1.
-int exitstatus(bool cancelled, bool failures, bool wrote, bool hits);
+// Flushes stdout; a failed write is told on stderr (once) and gives false.
+bool flushstdout();
+
+// The exit status of one or more runs: 130 interrupted, 2 a failure, a
+// failed stdout or what the host could not search, 0 any hit, else 1.
+int exitstatus(const CliHost& host, bool cancelled, bool failures, bool wrote, bool hits);
 
 }  // namespace brindlex::cli

@@ -1,9 +1,11 @@
 #include "cli/clirun.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,9 +25,32 @@ unsigned long long procstatus(pid_t pid, const std::string& field, int base)
     return 0;
 }
 
+const std::string& clipath()
+{
+    static const std::string path = [] {
+        if (::geteuid() != 0)
+            return std::string(BRINDLEX_CLI);
+        // Kept for the life of the test process; the next one replaces it.
+        const fs::path dir = fs::temp_directory_path() / ("brindlex-cli-" + std::to_string(::getpid()));
+        fs::create_directories(dir);
+        ::chmod(dir.c_str(), 0755);
+        fs::copy_file(BRINDLEX_CLI, dir / "brindlex-cli", fs::copy_options::overwrite_existing);
+        ::chmod((dir / "brindlex-cli").c_str(), 0755);
+        std::atexit([] { fs::remove_all(fs::temp_directory_path() / ("brindlex-cli-" + std::to_string(::getpid()))); });
+        return (dir / "brindlex-cli").string();
+    }();
+    return path;
+}
+
+namespace {
+// Made before any test forks a child that drops to nobody.
+[[maybe_unused]] const std::string& gCliPath = clipath();
+}  // namespace
+
 pid_t startcli(const std::vector<std::string>& args, const fs::path& cwd, const fs::path& work, int input)
 {
-    std::vector<const char*> argv = {BRINDLEX_CLI};
+    const std::string& cli = clipath();
+    std::vector<const char*> argv = {cli.c_str()};
     for (const std::string& arg : args)
         argv.push_back(arg.c_str());
     argv.push_back(nullptr);
@@ -37,7 +62,7 @@ pid_t startcli(const std::vector<std::string>& args, const fs::path& cwd, const 
         if (o < 0 || e < 0 || ::dup2(input, 0) < 0 || ::dup2(o, 1) < 0 || ::dup2(e, 2) < 0 ||
             ::chdir(cwd.c_str()) != 0 || ::setenv("BRINDLEX_TEMP", work.c_str(), 1) != 0)
             ::_exit(127);
-        ::execv(BRINDLEX_CLI, const_cast<char* const*>(argv.data()));
+        ::execv(cli.c_str(), const_cast<char* const*>(argv.data()));
         ::_exit(127);
     }
     return pid;

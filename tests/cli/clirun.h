@@ -19,6 +19,11 @@ struct CliResult {
     bool exited(int status) const { return failure.empty() && termsignal == 0 && exitstatus == status; }
 };
 
+// The brindlex-cli that the tests run. Under root it is a copy in a
+// directory of its own that every user may enter, so that a case that drops
+// to nobody can run it wherever the build lies (a checkout in root's home).
+const std::string& clipath();
+
 // A line of /proc/PID/status as a number: "SigCgt" in hexadecimal, "VmHWM" in KiB.
 unsigned long long procstatus(pid_t pid, const std::string& field, int base);
 

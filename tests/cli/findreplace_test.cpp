@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <chrono>
+#include <cstring>
 #include <csignal>
 #include <fstream>
 #include <map>
@@ -13,6 +16,9 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -70,14 +76,15 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
         {"no hit is 1", {"find", "--match-case", "TWO", "*.txt"}, "", "", "0 hits in 0 of 5 files, 0 files rewritten\n", 1},
         {"a link's target is replaced once, and the link stays", {"replace", "two", "2<0D>", "*.txt"}, "",
          ".dot.txt\t000000001\nB.txt\t000000001\na.txt\t000000005\nsub-d.txt\t000000001\n",
+         "brindlex-cli: <dir>/base/link.txt: the same file as <dir>/base/a.txt, rewritten once\n"
          "4 hits in 4 of 5 files, 4 files rewritten\n", 0,
          {{"B.txt", "2\r"}, {"a.txt", "one 2\r"}, {"link.txt", "one 2\r"}, {"a.txt2", "xtwo"}, {"sub/c.txt", "two two"}}},
         {"the log: head lines and hits, appended", {"replace", "--log-finds", "--log-replaces", "w", "W", "B.txt"}, "",
-         "B.txt\t000000002\n", "1 hits in 1 of 1 files, 1 files rewritten\n", 0, {{"B.txt", "tWo"}},
+         "B.txt\t000000002\n", "1 hit in 1 of 1 file, 1 file rewritten\n", 0, {{"B.txt", "tWo"}},
          "old\r\nfind      W  \r\nreplace with     W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
         // As the window's Cancel: the hits of the file scanned are listed, and it is not rewritten.
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
-         "B.txt\t000000001\n", "1 hits in 1 of 1 files, 0 files rewritten\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
+         "B.txt\t000000001\n", "1 hit in 1 of 1 file, 0 files rewritten, interrupted\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -98,33 +105,160 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
     }
 }
 
-// As an ordinary user (nobody under root): a file that may not be read is
-// reported and passed over; one that may not be written keeps its content
-// and gets the copy failure message.
+// A file is found again by the name the walk gave, as bytes, whatever
+// blanks, tabs or line breaks it holds, and a replace rewrites each file
+// once however many listed names lead to it; a find searches every name.
+TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
+{
+    test::TempDir dir;
+    const fs::path base = dir.path() / "base";
+    for (const char* name : {" lead", "trail ", "x\ty", "x", "new\nline", "u"})
+        dir.write(std::string("base/") + name, "HIT");
+    dir.write("base/t", "xHITx");
+    fs::create_symlink("t", base / "l1");
+    fs::create_symlink("t", base / "l2");
+    fs::create_hard_link(base / "u", base / "h");
+    dir.write("list0", std::string("x\ty\0 lead\0", 10));
+    fs::create_directories(dir.path() / "work");
+    const struct {
+        std::vector<std::string> args;
+        std::string out, err;
+    } steps[] = {
+        {{"replace", "-c", "HIT", "HITX", "*"},
+         " lead\t000000001\nh\t000000001\nl1\t000000002\nnew\nline\t000000001\ntrail \t000000001\n"
+         "x\t000000001\nx\ty\t000000001\n",
+         "brindlex-cli: <dir>/base/l2: the same file as <dir>/base/l1, rewritten once\n"
+         "brindlex-cli: <dir>/base/t: the same file as <dir>/base/l1, rewritten once\n"
+         "brindlex-cli: <dir>/base/u: the same file as <dir>/base/h, rewritten once\n"
+         "7 hits in 7 of 10 files, 7 files rewritten\n"},
+        {{"find", "-0", "-c", "HITX", "*"},
+         [] {
+             std::string out;
+             for (const char* hit : {" lead 1", "h 1", "l1 2", "l2 2", "new\nline 1", "t 2", "trail  1", "u 1", "x 1", "x\ty 1"}) {
+                 const std::string line = hit;
+                 out += line.substr(0, line.rfind(' ')) + '\0' + "00000000" + line.back() + "\n";
+             }
+             return out;
+         }(),
+         "10 hits in 10 of 10 files, 0 files rewritten\n"},
+        {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n",
+         "2 hits in 2 of 2 files, 0 files rewritten\n"},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.args[0] + " " + step.args[1]);
+        const CliResult r = runcli(step.args, base, dir.path() / "work");
+        EXPECT_EQ(r.exitstatus, 0);
+        EXPECT_EQ(r.out, step.out);
+        EXPECT_EQ(replaceall(r.err, dir.path().string() + "/", "<dir>/"), step.err);
+    }
+    EXPECT_EQ(readfile(base / "t"), "xHITXx");
+    EXPECT_EQ(readfile(base / "x"), "HITX");
+    EXPECT_EQ(readfile(base / "u"), "HITX");
+}
+
+// What could not be searched is told as grep -r tells it, and changes the
+// exit status; what matches nothing is no trouble.
+TEST(CliFindReplace, SaysWhatItCouldNotSearch)
+{
+    const struct {
+        const char* what;
+        std::vector<std::string> args;
+        std::string err;
+        int status;
+    } rows[] = {
+        {"a missing directory", {"find", "HIT", "nodir/*.txt"},
+         "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+        {"a missing file", {"find", "HIT", "missing.txt"},
+         "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+        {"a wildcard that matches nothing", {"find", "HIT", "*.none"}, "0 hits in 0 of 0 files, 0 files rewritten\n", 1},
+        {"an empty pattern", {"replace", "", "x", "*"}, "brindlex-cli: replace: PATTERN is empty\n", 2},
+        {"a pattern too long to be found everywhere", {"find", std::string(202, 'H'), "*"},
+         "brindlex-cli: note: a pattern longer than 201 bytes is found only where it fits one 1000-byte block\n"
+         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test::TempDir dir;
+        dir.write("base/a.txt", "HIT");
+        fs::create_directories(dir.path() / "work");
+        const CliResult r = runcli(row.args, dir.path() / "base", dir.path() / "work");
+        EXPECT_EQ(r.exitstatus, row.status);
+        EXPECT_EQ(r.err, row.err);
+    }
+    // stdout on a full device: the hits are lost, and that is said.
+    test::TempDir dir;
+    dir.write("a.txt", "HIT");
+    fs::create_symlink("/dev/full", dir.path() / "cli.out");
+    const pid_t pid = startcli({"find", "HIT", "*.txt"}, dir.path(), dir.path(), 0);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
+    EXPECT_EQ(readfile(dir.path() / "cli.err"),
+              "brindlex-cli: write error on stdout: No space left on device\n1 hit in 1 of 1 file, 0 files rewritten\n");
+}
+
+// As an ordinary user (nobody under root): a directory or file that may not
+// be read is reported and passed over; one that may not be written keeps
+// its content and gets the copy failure message.
 TEST(CliFindReplace, FilesTheUserMayNotTouch)
 {
     test::TempDir dir;
     const fs::path base = dir.path() / "base";
     const fs::path locked = dir.write("base/locked", "two"), readonly = dir.write("base/readonly", "two");
     ASSERT_EQ(::chown(dir.write("base/writable", "two").c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
+    const fs::path lockeddir = dir.write("base/lockeddir/inside", "two").parent_path();
     // The work directory is the ordinary user's own, as it would make it.
     const fs::path work = dir.path() / "shared/work";
     fs::create_directories(work);
     ASSERT_EQ(::chown(work.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
-    for (const auto& [path, mode] : {std::pair{work, 0700}, {base, 0777}, {locked, 0}, {readonly, 0444}})
+    for (const auto& [path, mode] : {std::pair{work, 0700}, {base, 0777}, {locked, 0}, {readonly, 0444}, {lockeddir, 0}})
         ::chmod(path.c_str(), static_cast<mode_t>(mode));
     const std::string got = test::rununprivileged([&] {
-        const CliResult r = runcli({"replace", "two", "2", "*"}, base, work);
+        const CliResult r = runcli({"replace", "-s", "two", "2", "*"}, base, work);
         return r.failure + "status " + std::to_string(r.exitstatus) + "\n" + r.out + r.err;
     });
-    EXPECT_EQ(got, "status 2\nreadonly\t000000001\nwritable\t000000001\nError opening " + locked.string() +
+    EXPECT_EQ(got, "status 2\nreadonly\t000000001\nwritable\t000000001\nbrindlex-cli: " + lockeddir.string()
+                       + ": Permission denied\nError opening " + locked.string() +
                        ": Permission denied\nPermission denied copying " + dir.path().string() +
-                       "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 files rewritten\n");
+                       "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 file rewritten\n");
     EXPECT_EQ(readfile(readonly), "two");
     EXPECT_EQ(readfile(base / "writable"), "2");
 }
 
-// A replace killed at any moment leaves every file wholly old or wholly new.
+// A full disk (a tiny tmpfs in a mount namespace of a child's own, else a
+// file size limit): the message, then the reason on a line of its own.
+TEST(CliFindReplace, FullDiskGivesTheReason)
+{
+    test::TempDir dir;
+    const fs::path mnt = dir.path() / "mnt";
+    fs::create_directories(mnt);
+    fs::create_directories(dir.path() / "work");
+    const std::string original = "a" + std::string(40000, '-');
+    const std::string seen = test::runinchild([&]() -> std::string {
+        const bool tmpfs = ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+            && ::mount("tmpfs", mnt.c_str(), "tmpfs", 0, "size=128k") == 0;
+        std::ofstream(mnt / "f", std::ios::binary) << original;
+        if (!tmpfs) {
+            ::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit {60000, 60000};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        const CliResult r = runcli({"replace", "a", std::string(100000, 'b'), "f"}, mnt, dir.path() / "work");
+        const std::string reason = tmpfs ? std::strerror(ENOSPC) : std::strerror(EFBIG);
+        const std::string file = (mnt / "f").string();
+        const std::string expected = "Cannot replace! ERROR in file lengths for " + file + "\nbrindlex-cli: " + file +
+                                     ": " + reason + "\n1 hit in 1 of 1 file, 0 files rewritten\n";
+        return r.failure + std::to_string(r.exitstatus) + (r.err == expected ? "" : " " + r.err)
+            + (readfile(mnt / "f") == original ? "" : " CHANGED");
+    });
+    EXPECT_EQ(seen, "2");
+}
+
+// A replace killed at any moment leaves every file wholly old or wholly new
+// and no file of its own among them. Two files of three are hard-linked and
+// so copied over in place: SIGTERM and SIGHUP wait for the copy's end, and
+// after SIGKILL the next command finishes a copy cut short and says so (the
+// engine's tests cut a copy at a known write).
 TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
 {
     constexpr int kFiles = 24;
@@ -134,14 +268,20 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
             s += "line " + std::to_string(line) + " of file " + std::to_string(i) + (replaced ? ": NEW!!\n" : ": OLD\n");
         return s;
     };
+    auto name = [](int i) { return "f" + std::to_string(100 + i); };
     std::chrono::steady_clock::duration full {};   // an uninterrupted run, to spread the kills over
     std::mt19937_64 rng(7);
     int partly = 0;
-    for (int round = -1; round < 12; ++round) {
-        SCOPED_TRACE(round);
+    for (int round = -1; round < 24; ++round) {
+        const int sig = std::array{SIGKILL, SIGTERM, SIGHUP}[static_cast<std::size_t>(round + 3) % 3];
+        SCOPED_TRACE(std::to_string(round) + " signal " + std::to_string(sig));
         test::TempDir dir;
-        for (int i = 0; i < kFiles; ++i)
-            dir.write("base/f" + std::to_string(100 + i), content(i, false));
+        fs::create_directories(dir.path() / "links");
+        for (int i = 0; i < kFiles; ++i) {
+            dir.write("base/" + name(i), content(i, false));
+            if (i % 3)
+                fs::create_hard_link(dir.path() / "base" / name(i), dir.path() / "links" / name(i));
+        }
         fs::create_directories(dir.path() / "work");
         const auto start = std::chrono::steady_clock::now();
         const pid_t pid = startcli({"replace", "-c", "OLD", "NEW!!", "*"}, dir.path() / "base", dir.path() / "work", 0);
@@ -149,24 +289,122 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         if (round >= 0) {
             std::this_thread::sleep_for(std::chrono::nanoseconds(rng() % static_cast<std::uint64_t>(std::max<std::int64_t>(
                 1, std::chrono::duration_cast<std::chrono::nanoseconds>(full).count()))));
-            ::kill(pid, SIGKILL);
+            ::kill(pid, sig);
         }
         int status = 0;
         ::waitpid(pid, &status, 0);
         if (round < 0)
             full = std::chrono::steady_clock::now() - start;
         ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0));
+        auto torn = [&] {
+            int n = 0;
+            for (int i = 0; i < kFiles; ++i) {
+                const std::string now = readfile(dir.path() / "base" / name(i));
+                n += now != content(i, false) && now != content(i, true);
+            }
+            return n;
+        };
+        const int cut = torn();
+        EXPECT_TRUE(cut == 0 || sig == SIGKILL) << cut << " files torn";
+        const CliResult next = runcli({"decode", "x"}, dir.path(), dir.path() / "work");
+        // A kill just before the first byte or just after the last also
+        // leaves a copy to finish: the file's content stays whole either way.
+        EXPECT_TRUE(cut == 0 || next.err.find("Finished the interrupted copy") != std::string::npos) << next.err;
+        EXPECT_EQ(torn(), 0);
         int fresh = 0;
         for (int i = 0; i < kFiles; ++i) {
-            const std::string now = readfile(dir.path() / ("base/f" + std::to_string(100 + i)));
-            EXPECT_TRUE(now == content(i, false) || now == content(i, true)) << "f" << 100 + i << ": " << now.size() << " bytes";
-            fresh += now == content(i, true);
+            fresh += readfile(dir.path() / "base" / name(i)) == content(i, true);
+            if (i % 3) {
+                EXPECT_EQ(readfile(dir.path() / "links" / name(i)), readfile(dir.path() / "base" / name(i)));
+            }
         }
         ASSERT_TRUE(round >= 0 || fresh == kFiles);
         partly += fresh > 0 && fresh < kFiles;
-        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() / "base"), fs::directory_iterator()), kFiles);
+        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() / "base"), fs::directory_iterator()), kFiles)
+            << "no stray file";
     }
-    EXPECT_GT(partly, 0) << "no kill came in the middle of a run";
+    EXPECT_GT(partly, 0) << "no signal came in the middle of a run";
+}
+
+// Two replaces over one tree at once: each file gets one "X" per replace
+// that reports it rewritten, never fewer (a lost update).
+TEST(CliFindReplace, TwoReplacesAtOnceLoseNoUpdate)
+{
+    constexpr int kFiles = 30;
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        test::TempDir dir;
+        for (int i = 0; i < kFiles; ++i)
+            dir.write("base/f" + std::to_string(i), std::string(300000, '.') + "HIT");
+        pid_t pids[2];
+        for (int k = 0; k < 2; ++k) {
+            fs::create_directories(dir.path() / ("work" + std::to_string(k)));
+            pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base",
+                               dir.path() / ("work" + std::to_string(k)), 0);
+        }
+        long reported = 0;
+        for (int k = 0; k < 2; ++k) {
+            int status = 0;
+            ::waitpid(pids[k], &status, 0);
+            const std::string err = readfile(dir.path() / ("work" + std::to_string(k)) / "cli.err");
+            const std::size_t at = err.rfind(", ");
+            reported += at == std::string::npos ? -1000 : std::stol(err.substr(at + 2));
+        }
+        long xs = 0;
+        for (int i = 0; i < kFiles; ++i) {
+            const std::string now = readfile(dir.path() / ("base/f" + std::to_string(i)));
+            xs += static_cast<long>(now.size()) - 300003;
+        }
+        EXPECT_EQ(xs, reported);
+    }
+}
+
+// Under a file size limit (ulimit -f) a file that would outgrow it is
+// reported and kept; the run goes on with the next file.
+TEST(CliFindReplace, FileSizeLimitFailsOneFileOnly)
+{
+    test::TempDir dir;
+    const std::string big = "HIT" + std::string(100000, '.');
+    dir.write("base/a", big);
+    dir.write("base/b", "HIT");
+    fs::create_directories(dir.path() / "work");
+    const std::string got = test::runinchild([&] {
+        const rlimit limit {60000, 60000};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        const CliResult r = runcli({"replace", "-c", "HIT", "HOT", "*"}, dir.path() / "base", dir.path() / "work");
+        return r.failure + "status " + std::to_string(r.exitstatus) + " signal " + std::to_string(r.termsignal) + "\n" + r.err;
+    });
+    EXPECT_EQ(replaceall(got, dir.path().string() + "/", "<dir>/"),
+              "status 2 signal 0\nCannot replace! ERROR in file lengths for <dir>/base/a\n"
+              "brindlex-cli: <dir>/base/a: File too large\n2 hits in 2 of 2 files, 1 file rewritten\n");
+    EXPECT_EQ(readfile(dir.path() / "base/a"), big);
+    EXPECT_EQ(readfile(dir.path() / "base/b"), "HOT");
+}
+
+// A file below a path longer than PATH_MAX is found: the walk and the run
+// open each level from the one above.
+TEST(CliFindReplace, TreeDeeperThanPathMax)
+{
+    test::TempDir dir;
+    const std::string level(200, 'd');
+    int fd = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    std::string relative;
+    for (int depth = 0; depth < 24; ++depth) {
+        ASSERT_EQ(::mkdirat(fd, level.c_str(), 0755), 0);
+        const int sub = ::openat(fd, level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(fd);
+        fd = sub;
+        relative += level + "/";
+    }
+    const int file = ::openat(fd, "deep.txt", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    ASSERT_EQ(::write(file, "a HIT", 5), 5);
+    ::close(file);
+    ::close(fd);
+    ASSERT_GT(relative.size(), static_cast<std::size_t>(PATH_MAX));
+    const CliResult r = runcli({"find", "-s", "hit", "*.txt"}, dir.path(), dir.path());
+    EXPECT_EQ(r.exitstatus, 0);
+    EXPECT_EQ(r.out, relative + "deep.txt\t000000003\n");
+    EXPECT_EQ(r.err, "1 hit in 1 of 1 file, 0 files rewritten\n");
 }
 
 // Memory stays bounded whatever the file's size; the sanitizers carry their own.

@@ -73,8 +73,29 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     EXPECT_EQ(list1line("huge", 5368709120LL, true), "huge\t5368709120*");
     EXPECT_EQ(firstfield(" sub/b c.txt \t00000001*"), "sub/b c.txt");
     std::vector<std::string> lines = {"b\t1", "\xe4\t1", "B\t1", "a/z\t1", "a\t2", "a.txt\t1", "a\t1"};
+    // Inserted one by one, the lines come out as a sort of the whole list.
+    std::vector<std::string> inserted;
+    for (const std::string& line : lines)
+        inserted.insert(inserted.begin() + static_cast<std::ptrdiff_t>(list1insertion(
+                            inserted.size(), [&](std::size_t i) { return inserted[i]; }, line)),
+                        line);
     sortlist1(lines);
     EXPECT_EQ(lines, (std::vector<std::string>{"B\t1", "a\t1", "a\t2", "a.txt\t1", "a/z\t1", "b\t1", "\xe4\t1"}));
+    EXPECT_EQ(inserted, lines);
+
+    // A hit line and what the viewer's opener reads back from it.
+    const struct {
+        std::string name;
+        std::int64_t lPos;
+        std::string line;
+    } hits[] = {{"sub/a b.txt", 480, "sub/a b.txt\t000000480"},
+                {"big", 98765432109876LL, "big\t98765432109876"},
+                {"nine", 123456789, "nine\t123456789"}};
+    for (const auto& hit : hits) {
+        EXPECT_EQ(list2line(hit.name, hit.lPos), hit.line);
+        const List2Hit back = readlist2line(hit.line);
+        EXPECT_EQ(back.sName + "@" + std::to_string(back.lPos), hit.name + "@" + std::to_string(hit.lPos));
+    }
 }
 
 }  // namespace

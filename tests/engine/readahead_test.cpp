@@ -33,7 +33,7 @@ public:
         if (hits_ == cancelAtHit_)
             bCancel = true;
     }
-    void message(const std::string& text) override { transcript += "message " + text + "\n"; }
+    void message(const std::string& text, const Error& /*reason*/) override { transcript += "message " + text + "\n"; }
     void lineupdated(std::size_t index, const std::string& line) override
     {
         transcript += "line " + std::to_string(index) + " " + line + "\n";

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "engine/batch/run.h"
+#include "engine/files/files.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
@@ -44,7 +45,11 @@ public:
         record("question " + title + " | " + text);
         return next_ < answers_.size() ? answers_[next_++] : Answer::Yes;
     }
-    void message(const std::string& text) override { record("message " + text); }
+    void message(const std::string& text, const Error& reason) override
+    {
+        record("message " + text + (reason ? " | " + reasontext(reason) : ""));
+    }
+    void note(const std::string& text) override { record("note " + text); }
     void lineupdated(std::size_t index, const std::string& line) override
     {
         record("line " + std::to_string(index) + " " + line);
@@ -68,7 +73,8 @@ private:
 struct RunCase {
     const char* what {};
     std::map<std::string, std::string> files {};    // name below the base dir -> content
-    std::vector<std::string> names {};              // the list, in its order
+    std::vector<std::string> names {};              // the list, in its order: real names
+    std::map<std::string, std::string> links {};    // symbolic link -> its target, below the base dir
     std::vector<bool> selected {};
     std::string sFind {};
     std::string sReplace {};
@@ -93,6 +99,8 @@ void checkcase(const RunCase& c)
     std::filesystem::create_directories(dir.path() / "base");
     for (const auto& [name, content] : c.files)
         dir.write("base/" + name, content);
+    for (const auto& [name, target] : c.links)
+        std::filesystem::create_symlink(target, dir.path() / "base" / name);
     RunRequest r;
     r.sFind = c.sFind;
     r.sReplaceText = c.sReplace;
@@ -105,7 +113,8 @@ void checkcase(const RunCase& c)
     r.baseDir = dirs + "base/";
     r.selected = c.selected;
     for (const std::string& name : c.names)
-        r.lines.push_back(name + "\t00000003");
+        r.lines.push_back(list1line(name, 3));
+    r.names = c.names;
     RecordingHost host(dirs, c.answers, c.onEvent);
     findinfiles(r, host);
     EXPECT_EQ(host.transcript, c.sFind.empty() ? "clearhits\nstatus none found\n" : kStart + c.transcript);
@@ -196,10 +205,43 @@ TEST(Run, OneCasePerBehaviour)
                  std::ofstream(base / "a", std::ios::app) << "more";
          },
          .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\n"
-                       "message Cannot replace! ERROR in file lengths for <dir>/base/a\n"
+                       "message Cannot replace! ERROR in file lengths for <dir>/base/a"
+                       " | <dir>/base/a: File changed by another program since it was read\n"
                        "status <dir>/base/b\nhit b 1\nstatus 1\nstatus 1\nline 1 b\\t00000001*\n"
                        "status 2\ncontrols on\n",
          .after = {{"a", "xaxmore"}, {"b", "b"}}},
+        {.what = "a file renamed over the one read before the first byte is written keeps its content",
+         .files = {{"a", "HIT"}, {"o", "HAT"}},
+         .names = {"a"},
+         .sFind = "hit",
+         .sReplace = "HOT",
+         .bReplace = true,
+         .bAsk = true,
+         .onEvent = [](const std::string& line, const std::filesystem::path& base) {
+             if (line.starts_with("question"))
+                 std::filesystem::rename(base / "o", base / "a");
+         },
+         .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 1 | Replace \\r\\n\\r\\n\\r\\nHIT? \n"
+                       "hit a 1\nstatus 1\nstatus 1\n"
+                       "message Cannot replace! ERROR in file lengths for <dir>/base/a"
+                       " | <dir>/base/a: File changed by another program since it was read\n"
+                       "status 1\ncontrols on\n",
+         .after = {{"a", "HAT"}, {"o", ""}}},
+        {.what = "real names are taken as they are; a file is rewritten once whichever name leads to it",
+         .files = {{" lead", "hit"}, {"x\ty", "hit"}, {"x", "-"}, {"t", "xhitx"}},
+         .names = {" lead", "l1", "l2", "t", "x", "x\ty"},
+         .links = {{"l1", "t"}, {"l2", "t"}},
+         .sFind = "hit",
+         .sReplace = "hitx",
+         .bReplace = true,
+         .transcript = "status <dir>/base/ lead\nhit  lead 1\nstatus 1\nstatus 1\nline 0  lead\\t00000004*\n"
+                       "status <dir>/base/l1\nhit l1 2\nstatus 1\nstatus 1\nline 1 l1\\t00000006*\n"
+                       "status <dir>/base/l2\nnote <dir>/base/l2: the same file as <dir>/base/l1, rewritten once\n"
+                       "status <dir>/base/t\nnote <dir>/base/t: the same file as <dir>/base/l1, rewritten once\n"
+                       "status <dir>/base/x\nstatus 0\n"
+                       "status <dir>/base/x\\ty\nhit x\\ty 1\nstatus 1\nstatus 1\nline 5 x\\ty\\t00000004*\n"
+                       "status 3\ncontrols on\n",
+         .after = {{" lead", "hitx"}, {"x\ty", "hitx"}, {"t", "xhitxx"}}},
     };
     for (const RunCase& c : cases)
         checkcase(c);

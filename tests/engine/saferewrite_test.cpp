@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -110,28 +112,104 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
     }
 }
 
-TEST_F(SafeReplaceTest, FileChangedMeanwhileIsNotReplaced)
+TEST_F(SafeReplaceTest, FileChangedSinceTheReaderOpenedItIsNotReplaced)
 {
-    // Of what the check compares, a rewrite to the same size changes only the
-    // times, a rename over the file only the inode.
+    // What another program does: a rewrite to the same size changes only the
+    // times, a rename over the file only the inode, a replace of ours that
+    // came first both. When: after the reader's open and before begin, or
+    // between begin and commit.
+    enum What { SameSize, RenamedOver, OursFirst };
     for (bool hardlinked : {false, true}) {
-        for (bool renamed : {false, true}) {
-            SCOPED_TRACE(std::string(renamed ? "renamed over" : "same size") + (hardlinked ? ", hard-linked" : ""));
-            test::TempDir t;
-            const fs::path p = make(t, "original", hardlinked);
-            Error error;
-            auto r = SafeReplace::begin(p, scratch(), error);
-            ASSERT_TRUE(r) << error.text;
-            r->write("replacement");
-            renamed ? fs::rename(t.write("o", "theirs"), p) : void(t.write("f", "Original"));
-            const std::string theirs = readfile(p);
-            const Names names = entries(t.path());
-            const Error e = r->commit();
-            EXPECT_EQ(errtext(e.code, e.text), errtext(ESTALE, "File changed by another program since it was read"));
-            EXPECT_EQ(readfile(p), theirs);
-            EXPECT_EQ(entries(t.path()), names);
+        for (bool beforebegin : {false, true}) {
+            for (What what : {SameSize, RenamedOver, OursFirst}) {
+                SCOPED_TRACE(std::to_string(what) + (beforebegin ? " before begin" : " before commit")
+                             + (hardlinked ? ", hard-linked" : ""));
+                test::TempDir t;
+                const fs::path p = make(t, "original", hardlinked);
+                OpenedFile opened;
+                ASSERT_FALSE(openbinary(p, opened));
+                auto act = [&] {
+                    if (what == SameSize)
+                        t.write("f", "Original");
+                    else if (what == RenamedOver)
+                        fs::rename(t.write("o", "theirs"), p);
+                    else
+                        EXPECT_EQ(replace(p, "ours", work.path() / "other.tmp"), "ok");
+                };
+                if (beforebegin)
+                    act();
+                Error e;
+                auto r = SafeReplace::begin(p, scratch(), e, SafeReplace::Missing::Refuse, &opened);
+                if (r) {
+                    r->write("replacement");
+                    if (!beforebegin)
+                        act();
+                }
+                const std::string theirs = readfile(p);
+                const Names names = entries(t.path());
+                if (r)
+                    e = r->commit();
+                EXPECT_EQ(errtext(e.code, e.text), errtext(ESTALE, "File changed by another program since it was read"));
+                EXPECT_EQ(readfile(p), theirs);
+                EXPECT_EQ(entries(t.path()), names);
+            }
         }
     }
+}
+
+// An ordinary user's write clears the set-id bits of the file written; by
+// either route the file gets its mode back.
+TEST_F(SafeReplaceTest, SetIdBitsAreKept)
+{
+    ASSERT_EQ(::chmod(work.path().c_str(), 01777), 0);
+    for (bool hardlinked : {false, true}) {
+        SCOPED_TRACE(hardlinked ? "hard-linked" : "one name");
+        test::TempDir t;
+        ASSERT_EQ(::chown(t.path().c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
+        const fs::path p = make(t, "old", hardlinked);
+        ASSERT_EQ(::chown(p.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
+        ASSERT_EQ(::chmod(p.c_str(), 06755), 0);
+        EXPECT_EQ(test::rununprivileged([&] {
+            const std::string outcome = replace(p, "new content", scratch());
+            struct stat st {};
+            ::stat(p.c_str(), &st);
+            char mode[16];
+            std::snprintf(mode, sizeof mode, " %o", static_cast<unsigned>(st.st_mode & 07777));
+            return outcome + mode;
+        }),
+                  "ok 6755");
+        EXPECT_EQ(readfile(p), "new content");
+    }
+}
+
+// A process that dies between making its new file and the swap leaves it
+// under a hidden name (without O_TMPFILE, or in the instant between naming
+// and renaming); the next replace in that directory removes it, never the
+// new file of a process still at work.
+TEST_F(SafeReplaceTest, HiddenFilesOfDeadProcessesAreRemoved)
+{
+    test::TempDir t;
+    make(t, "old", false);
+    t.write("g", "old g");
+    const faultinject::Plan nameless {0, 0, "open-tmpfile", EOPNOTSUPP};
+    test::runinchild([&]() -> std::string {
+        faultinject::arm(nameless);
+        Error error;
+        auto r = SafeReplace::begin(t.path() / "f", scratch(), error);
+        if (r)
+            r->write("half");
+        std::_Exit(0);
+    });
+    ASSERT_EQ(entries(t.path()).size(), 3u) << "the dead process's file";
+    faultinject::arm(nameless);
+    Error error;
+    auto working = SafeReplace::begin(t.path() / "f", scratch(), error);
+    ASSERT_TRUE(working) << error.text;
+    working->write("new f");
+    EXPECT_EQ(replace(t.path() / "g", "new g", scratch()), "ok");
+    EXPECT_FALSE(working->commit());
+    EXPECT_EQ(entries(t.path()), (Names{"f", "g"}));
+    EXPECT_EQ(readfile(t.path() / "f"), "new f");
 }
 
 // As an ordinary user, since root may write anything: under root the child
@@ -192,6 +270,40 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
             else
                 EXPECT_EQ(readfile(t.path() / "f"), original);
         }
+    }
+}
+
+// A signal that comes during the copy in place of a hard-linked file, at
+// its second write: SIGTERM and SIGHUP wait for the copy's end; after
+// SIGKILL the next start finishes the copy from the scratch file.
+TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
+{
+    const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
+    for (int sig : {SIGTERM, SIGHUP, SIGKILL}) {
+        SCOPED_TRACE(sig);
+        test::TempDir t;
+        const fs::path p = make(t, original, true);
+        std::string step;
+        const std::string died = test::runinchild([&]() -> std::string {
+            faultinject::arm({0, 0, "", 0, 0, sig});
+            replace(p, after, scratch());   // learns the steps, then runs for real
+            const auto steps = faultinject::log();
+            int second = 0;
+            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
+                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
+            t.write("f", original);
+            faultinject::arm({0, 0, "", 0, second, sig});
+            replace(p, after, scratch());
+            return "lived";
+        });
+        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(sig) + " ", 0), 0u) << died;
+        const bool cut = readfile(p) != after;
+        EXPECT_EQ(cut, sig == SIGKILL);
+        const std::string told = finishinterruptedcopy(scratch());
+        EXPECT_EQ(told.empty(), !cut) << told;
+        EXPECT_EQ(readfile(p), after);
+        EXPECT_EQ(readfile(t.path() / "twin"), after);
+        EXPECT_EQ(finishinterruptedcopy(scratch()), "") << "once only";
     }
 }
 

@@ -39,6 +39,34 @@ TEST(NextToken, TakesTheSourceApart)
     }
 }
 
+// The number at a text's head, as an Integer takes it from a list of stops.
+TEST(LeadingNumber, ReadsTheHeadAndCutsAtTheDelimiter)
+{
+    const struct {
+        std::string text;
+        std::vector<int> numbers;   // parsestringforinteger at "," until the text is empty
+        std::int64_t head;          // leadingnumber of the whole text
+    } rows[] = {
+        {"180,,200", {180, 0, 200}, 180},
+        {" \t-12ab,+7", {-12, 7}, -12},
+        {"x1", {0}, 0},
+        {"99999,-99999", {32767, -32768}, 99999},
+        {"99999999999999999999999", {32767}, 1'000'000'000'000'000'000},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(leadingnumber(row.text), row.head);
+        std::string s = row.text;
+        std::vector<int> numbers;
+        while (!s.empty() && numbers.size() < 10)
+            numbers.push_back(parsestringforinteger(s, ","));
+        EXPECT_EQ(numbers, row.numbers);
+    }
+    EXPECT_EQ(trimblanks(" \ta b \t "), "\ta b \t");
+    EXPECT_EQ(trimblanks(" \ta b \t ", " \t"), "a b");
+    EXPECT_EQ(zeropadded(12, 7) + " " + zeropadded(12345678, 7), "0000012 12345678");
+}
+
 TEST(ReplaceAll, RepeatsTheSearchAndTakesTwoStepsWhenTheReplacementHoldsTheTarget)
 {
     const struct {

@@ -4,8 +4,11 @@
 #include <QtTest>
 #include <QtWidgets>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 
+#include "engine/core/faultinject.h"
 #include "gui/mainwindow/form1.h"
 #include "gui/mainwindow/windowhost.h"
 #include "gui/seam/dialogs.h"
@@ -316,6 +319,30 @@ private slots:
         QCOMPARE(asked[1], one + " byte 4|Replace \r\n2\r\n\r\nA? 3A");
         for (const DialogRecord& record : world.dialogs.records)
             QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
+    }
+
+    // A full disk: the pair saved before the run and the file's new content
+    // both fail to be written, and each box says why in its detailed text.
+    void failureReasons()
+    {
+        World world({{"a.txt", "abc"}});
+        auto form = world.start();
+        const QByteArray ini = readfile(world.defaultini());
+        const QStringList menu = shown(*form);
+        setrun(*form, "b", "XY");
+        brindlex::faultinject::arm({.alwaysStep = "write", .alwaysCode = ENOSPC});
+        form->cmd_Click(1);
+        brindlex::faultinject::disarm();
+        const QString full = QString::fromLatin1(std::strerror(ENOSPC));
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
+                 QStringList({"brindlex|The set Previous could not be saved in " + world.defaultini() + '|'
+                                  + world.defaultini() + ": " + full,
+                              "brindlex|Cannot replace! ERROR in file lengths for " + world.file("a.txt") + '|'
+                                  + world.file("a.txt") + ": " + full}));
+        QCOMPARE(readfile(world.defaultini()), ini);
+        QCOMPARE(shown(*form), menu);
+        QCOMPARE(readfile(world.file("a.txt")), QByteArray("abc"));
+        QCOMPARE(lines(form->List1), QStringList({sized("a.txt", 3)}));
     }
 
     void hitListLimit_data()

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "engine/batch/runlog.h"
 #include "engine/pattern/notation.h"
 
 namespace brindlex::test {
@@ -48,7 +49,7 @@ struct Model {
             if (nAt != 0) {
                 ++r.nHits;
                 sBefore = sBuf.substr(0, at);
-                if (scan.nLogMode & 1)
+                if (scan.nLogMode & kLogFinds)
                     r.log += reflogline("found   ", scan.sFile, lPos + nAt - 1, sBuf.substr(at));
             } else if (lPos + 800 < lLen) {
                 sBefore = sBuf.substr(0, 800);
@@ -80,7 +81,7 @@ struct Model {
             }
             const std::string& text = answer == Answer::No ? sMatch : scan.sReplace;
             r.output += text;
-            if ((scan.nLogMode & 2) && answer != Answer::No && scan.sReplace != sFind)
+            if ((scan.nLogMode & kLogReplaces) && answer != Answer::No && scan.sReplace != sFind)
                 r.log += reflogline("replaced", scan.sFile, lPos, scan.sReplace + sAfter);
             r.lLenChange += static_cast<std::int64_t>(text.size()) - nFindLen;
             lPos = -lPos;

@@ -5,7 +5,10 @@
 #include <iterator>
 #include <stdexcept>
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace brindlex::test {
 
@@ -19,16 +22,46 @@ TempDir::TempDir()
     ::chmod(path_.c_str(), 0755);
 }
 
+namespace {
+
+// Empties the directory open as `dirfd`, each level relative to the one
+// above, so that a tree deeper than PATH_MAX goes too; a directory a test
+// made read-only is made removable first.
+void removebelow(int dirfd)
+{
+    const int own = ::dup(dirfd);
+    DIR* dir = own < 0 ? nullptr : ::fdopendir(own);
+    if (!dir)
+        return;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        struct stat st {};
+        if (name == "." || name == ".." || ::fstatat(dirfd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        if (S_ISDIR(st.st_mode)) {
+            ::fchmodat(dirfd, name.c_str(), 0755, 0);
+            const int sub = ::openat(dirfd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (sub >= 0) {
+                removebelow(sub);
+                ::close(sub);
+            }
+        }
+        ::unlinkat(dirfd, name.c_str(), S_ISDIR(st.st_mode) ? AT_REMOVEDIR : 0);
+    }
+    ::closedir(dir);
+}
+
+}  // namespace
+
 TempDir::~TempDir()
 {
-    std::error_code ec;
-    // Make everything removable again, also what a test made read-only.
-    for (auto it = std::filesystem::recursive_directory_iterator(path_, ec);
-         !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
-        if (it->is_directory(ec) && !it->is_symlink(ec))
-            ::chmod(it->path().c_str(), 0755);
+    ::chmod(path_.c_str(), 0755);
+    const int fd = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd >= 0) {
+        removebelow(fd);
+        ::close(fd);
     }
-    std::filesystem::remove_all(path_, ec);
+    ::rmdir(path_.c_str());
 }
 
 std::filesystem::path TempDir::write(const std::string& relative, std::string_view bytes) const

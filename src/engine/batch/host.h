@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/core/error.h"
+#include "engine/files/files.h"
+
 namespace brindlex {
 
 enum class Answer { Yes, No, Cancel };
@@ -37,6 +40,16 @@ public:
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
+    // The walk found a file: its real name relative to the base directory,
+    // as bytes, and its size. The list shows list1line(name, size); a host
+    // that keeps the name beside the line, to find the file again by it,
+    // overrides this.
+    virtual void addentry(const std::string& name, std::int64_t size) { addline(list1line(name, size)); }
+
+    // The walk could not open the directory at `path` (errno `code`): the
+    // mask's own directory, or a subdirectory it passes over.
+    virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
+
     // Whether the lines need the files' true sizes. A host that never shows
     // them says no, and the walk takes a regular file as its directory
     // entry gives it, without a stat of its own (the size reads 0).
@@ -45,12 +58,13 @@ public:
     // The run clears the hit list at its start.
     virtual void clearhits() {}
 
-    // The run's status line: "none found", a file's path, a hit count, the
-    // final count or "more than 1000".
+    // The run's status line as a text: "none found", a file's path or
+    // "more than 1000" (counts come through hitcount).
     virtual void status(const std::string& /*caption*/) {}
 
-    // The hit count of the file in hand as the status line, after every
-    // return of the scan: the same as status() with the number in digits.
+    // A count as the status line: the hit count of the file in hand after
+    // every return of the scan, and at the end the lines of the hit list.
+    // The same as status() with the number in digits.
     // A host that doesn't show it, or shows it only now and then, overrides
     // this so that a run with millions of hits formats no number per hit.
     virtual void hitcount(std::int64_t nHits) { status(std::to_string(nHits)); }
@@ -83,8 +97,15 @@ public:
     // with a question mark icon.
     virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }
 
-    // A message for the user (an OK box titled "brindlex").
-    virtual void message(const std::string& /*text*/) {}
+    // A remark that stops nothing and needs no answer: the command line
+    // prints it, the window shows nothing.
+    virtual void note(const std::string& /*text*/) {}
+
+    // A message for the user (an OK box titled "brindlex"), with the reason
+    // of the failure it reports when the text doesn't hold it already
+    // (code 0: none). The window shows the reason as the box's detailed
+    // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
+    virtual void message(const std::string& /*text*/, const Error& /*reason*/ = {}) {}
 
     // Line `index` of the file list was rewritten by a run: its new text.
     virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}

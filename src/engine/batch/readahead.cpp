@@ -116,6 +116,7 @@ ReadAhead::Outcome ReadAhead::scan(const std::string& sFile) const
     OpenedFile file;
     if (openbinary(sFile, file) || file.size() > kAheadBytes)
         return outcome;
+    outcome.st = file.st;
     WorkerHost host(stopping_);
     Scanner scanner(file.fd.get(), file.size(), search_, nullptr, host);
     std::int64_t batch[256];

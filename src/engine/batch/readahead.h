@@ -23,6 +23,8 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+
 #include "engine/batch/host.h"
 
 namespace brindlex {
@@ -35,6 +37,7 @@ public:
     struct Outcome {
         bool done = false;               // false: the run scans the file itself
         std::vector<std::int64_t> lPos;  // the hits, when done
+        struct stat st {};               // of the file as the worker opened it
     };
 
     static constexpr std::size_t kAhead = 64;           // outcomes waiting at most

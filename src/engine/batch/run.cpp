@@ -1,11 +1,14 @@
 #include "engine/batch/run.h"
 
+#include <map>
 #include <memory>
 #include <optional>
+#include <tuple>
 
 #include <sys/stat.h>
 
 #include "engine/batch/readahead.h"
+#include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
@@ -18,12 +21,14 @@ namespace {
 
 // The new content of one file. The safe replacement begins only when the
 // first byte is written, so a file without hits leaves no trace; if it can't
-// begin, every write fails and the length check refuses the file.
+// begin, every write fails and the length check refuses the file with the
+// reason kept here.
 class ReplaceSink : public ByteSink {
 public:
     // Most files of a tree have no hit: the paths are made only when the
     // first byte comes.
-    ReplaceSink(const std::string& target, const std::filesystem::path& scratch) : target_(target), scratch_(scratch)
+    ReplaceSink(const std::string& target, const std::filesystem::path& scratch, const OpenedFile& original)
+        : target_(target), scratch_(scratch), original_(original)
     {
     }
 
@@ -33,163 +38,273 @@ public:
     {
         if (!tried_) {
             tried_ = true;
-            Error error;
-            replace_ = SafeReplace::begin(target_, scratch_, error);
+            replace_ = SafeReplace::begin(target_, scratch_, beginError_, SafeReplace::Missing::Refuse, &original_);
         }
         return replace_ != nullptr;
     }
 
     SafeReplace* replace() { return replace_.get(); }
+    const Error& beginerror() const { return beginError_; }
 
 private:
     const std::string& target_;
     const std::filesystem::path& scratch_;
+    const OpenedFile& original_;   // open until the commit
     std::unique_ptr<SafeReplace> replace_;
+    Error beginError_;
     bool tried_ = false;
 };
 
-std::optional<std::int64_t> lengthof(const std::string& sFile)
+// The scratch output of a replace: the buffer in front of the sink.
+struct FileOutput {
+    FileOutput(const std::string& sFile, const std::filesystem::path& scratch, const OpenedFile& original)
+        : sink(sFile, scratch, original), nOut(&sink)
+    {
+    }
+    FileOutput(const FileOutput&) = delete;
+    FileOutput& operator=(const FileOutput&) = delete;
+
+    ReplaceSink sink;
+    OutputBuffer nOut;
+};
+
+// The patterns as the whole run uses them.
+struct Patterns {
+    std::string sFind;       // decoded, upper-cased unless matched exactly
+    std::string sReplace;    // decoded, as typed
+    bool bMatchCase = false;
+};
+
+// One file in hand: what the scan found and what it wrote.
+struct FileScan {
+    std::size_t index = 0;   // its line in the list
+    std::string sName;       // the real name, relative to the base directory
+    std::string sFile;
+    OpenedFile opened;       // open until the commit, which holds the name to it
+    std::int64_t nHits = 0;
+    std::int64_t lLenChange = 0;
+    std::unique_ptr<FileOutput> output;   // a replace's new content
+};
+
+Patterns preparepatterns(const RunRequest& request)
 {
-    struct stat st {};
-    if (::stat(sFile.c_str(), &st) != 0)
-        return std::nullopt;
-    return static_cast<std::int64_t>(st.st_size);
+    Patterns p;
+    p.bMatchCase = request.bMatchCase;
+    p.sFind = decodepattern(request.sFind, request.bConvertHex);
+    // A pattern that held any code is compared exactly, whatever the box says.
+    if (p.sFind != request.sFind)
+        p.bMatchCase = true;
+    if (!p.bMatchCase)
+        uppercase(p.sFind);
+    p.sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
+    return p;
 }
 
-// The lines a run takes: the selected ones, or all when none is selected.
-std::vector<std::size_t> linestaken(const RunRequest& request)
+void writeheadlines(RunLog& log, const RunRequest& request, const Patterns& p)
 {
-    std::vector<std::size_t> order;
+    if (request.nLogMode & kLogFinds)
+        log.writelog(kLogFind, "", -1, p.sFind);
+    if (request.bReplace && (request.nLogMode & kLogReplaces))
+        log.writelog(kLogReplaceWith, "", -1, p.sReplace);
+}
+
+// The files a replace has rewritten, as their names now hold them (device,
+// inode, size and modification time), with the path that rewrote each:
+// whichever of its names a later line takes, it is the same file. The
+// inode a file had before its swap is free and may be any new file's.
+class Rewritten {
+public:
+    void add(const struct stat& st, const std::string& sFile) { files_.emplace(key(st), sFile); }
+    const std::string* find(const struct stat& st) const
+    {
+        const auto it = files_.find(key(st));
+        return it == files_.end() ? nullptr : &it->second;
+    }
+
+private:
+    using Key = std::tuple<dev_t, ino_t, off_t, time_t, long>;
+    static Key key(const struct stat& st) { return {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec}; }
+    std::map<Key, std::string> files_;
+};
+
+// The real name of line i: as the walk found it, or the line's first field.
+std::string realname(const RunRequest& request, std::size_t i)
+{
+    return i < request.names.size() && !request.names[i].empty() ? request.names[i] : firstfield(request.lines[i]);
+}
+
+// The lines to run: the selected ones, or all when none is selected.
+std::vector<std::size_t> filestorun(const RunRequest& request)
+{
+    std::vector<std::size_t> chosen;
     for (std::size_t i = 0; i < request.lines.size(); ++i) {
         if (i < request.selected.size() && request.selected[i])
-            order.push_back(i);
+            chosen.push_back(i);
     }
-    if (order.empty()) {
+    if (chosen.empty()) {
         for (std::size_t i = 0; i < request.lines.size(); ++i)
-            order.push_back(i);
+            chosen.push_back(i);
     }
-    return order;
+    return chosen;
+}
+
+class BatchRun {
+public:
+    BatchRun(const RunRequest& request, Host& host)
+        : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
+          search(patterns.sFind, patterns.bMatchCase)
+    {
+    }
+
+    RunResult run();
+
+private:
+    void startreadahead(const std::vector<std::size_t>& order);
+    bool takeahead(FileScan& file, std::size_t taken);
+    bool scanfile(FileScan& file);
+    void commitfile(FileScan& file);
+    void finish();
+
+    const RunRequest& request;
+    Host& host;
+    const Patterns patterns;
+    RunLog log;
+    const PatternSearch search;
+    RunResult result;
+    Rewritten rewritten;
+    std::optional<ReadAhead> ahead;   // declared behind search, stopped before it goes
+};
+
+RunResult BatchRun::run()
+{
+    host.enablecontrols(false);
+    writeheadlines(log, request, patterns);
+    const std::vector<std::size_t> order = filestorun(request);
+    startreadahead(order);
+    for (std::size_t taken = 0; taken < order.size(); ++taken) {
+        FileScan file;
+        file.index = order[taken];
+        file.sName = realname(request, file.index);
+        file.sFile = request.baseDir + file.sName;
+        host.status(file.sFile);
+        const bool done = takeahead(file, taken);
+        if (!done && !scanfile(file))
+            continue;
+        if (host.bCancel) {
+            // The file in hand keeps its bytes, and the status its count.
+            result.cancelled = true;
+            host.enablecontrols(true);
+            return result;
+        }
+        if (!done && request.bReplace && file.nHits > 0)
+            commitfile(file);
+    }
+    finish();
+    return result;
+}
+
+// Files may be opened and scanned ahead when the host allows it and no
+// hit needs a question or a log line.
+void BatchRun::startreadahead(const std::vector<std::size_t>& order)
+{
+    if (!request.bReadAhead ||
+        !ReadAhead::fits(patterns.sFind.size(), request.bReplace && request.bAsk, request.nLogMode != 0, order.size()))
+        return;
+    std::vector<std::string> files;
+    files.reserve(order.size());
+    for (const std::size_t i : order)
+        files.push_back(request.baseDir + realname(request, i));
+    ahead.emplace(std::move(files), search, request.bReplace);
+}
+
+// The file as a worker found it, told to the host as the file loop tells
+// it. False when it is left to scanfile. A replace's file whose name leads
+// to one rewritten already was never hit: scanfile notes it.
+bool BatchRun::takeahead(FileScan& file, std::size_t taken)
+{
+    if (!ahead)
+        return false;
+    const ReadAhead::Outcome outcome = ahead->take(taken);
+    if (!outcome.done || (request.bReplace && rewritten.find(outcome.st)))
+        return false;
+    file.nHits = tellhits(host, file.sName, outcome.lPos);
+    result.hits += file.nHits;
+    result.filesWithHits += file.nHits > 0;
+    return true;
+}
+
+// Opens and scans one file; in a replace its new content is streamed into
+// file.output. False when it can't be opened (reported) or a replace
+// rewrote it already (noted).
+bool BatchRun::scanfile(FileScan& file)
+{
+    OpenedFile& opened = file.opened;
+    if (Error error = openbinary(file.sFile, opened)) {
+        host.message(openerrormessage(file.sFile, error), {});
+        result.failures = true;
+        return false;
+    }
+    // A file is rewritten once per run, whichever names lead to it.
+    if (const std::string* first = request.bReplace ? rewritten.find(opened.st) : nullptr) {
+        host.note(file.sFile + ": the same file as " + *first + ", rewritten once");
+        return false;
+    }
+    if (request.bReplace)
+        file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch, opened);
+    OutputBuffer* out = file.output ? &file.output->nOut : nullptr;
+    Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
+    ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
+                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
+    file.nHits = scanloop(scan, file.sName);
+    file.lLenChange = scan.lLenChange;
+    result.hits += file.nHits;
+    result.filesWithHits += file.nHits > 0;
+    result.failures = result.failures || scanner.readfailed();
+    return true;
+}
+
+// The length check and the commit of a scanned file, and its new List1
+// line with the "*" unless the check refused it.
+void BatchRun::commitfile(FileScan& file)
+{
+    // A failed write is kept by the SafeReplace, a failed begin by the sink:
+    // either fails the check with its reason.
+    FileOutput& output = *file.output;
+    output.nOut.flush();
+    output.sink.begun();   // a file that becomes empty gets no write at all
+    const Rewrite rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
+    if (rewrite.failure != RewriteFailure::Length)
+        host.lineupdated(file.index, list1line(file.sName, rewrite.lLength, true));
+    if (rewrite.failure == RewriteFailure::None) {
+        ++result.filesRewritten;
+        rewritten.add(output.sink.replace()->result(), file.sFile);
+        return;
+    }
+    // The copy message holds the platform's text already.
+    host.message(rewritemessage(rewrite, file.sFile),
+                 rewrite.failure == RewriteFailure::Length ? rewrite.reason : Error{});
+    result.failures = true;
+}
+
+void BatchRun::finish()
+{
+    const std::int64_t listed = std::min(result.hits, kListLimit);
+    if (listed == kListLimit)
+        host.status("more than 1000");
+    else
+        host.hitcount(listed);
+    host.enablecontrols(true);
 }
 
 }  // namespace
 
 RunResult findinfiles(const RunRequest& request, Host& host)
 {
-    RunResult result;
     host.clearhits();
     host.status("none found");
     if (request.sFind.empty())
-        return result;
-    result.ran = true;
-    host.enablecontrols(false);
-
-    bool bMatchCase = request.bMatchCase;
-    std::string sFind = decodepattern(request.sFind, request.bConvertHex);
-    if (sFind != request.sFind)
-        bMatchCase = true;
-    if (!bMatchCase)
-        uppercase(sFind);
-    const std::string sReplace = decodepattern(request.sReplaceText, request.bConvertHex);
-    const bool bReplace = request.bReplace;
-
-    RunLog log(request.sLogFile);
-    if (request.nLogMode & 1)
-        log.writelog("find   ", "", -1, sFind);
-    if (bReplace && (request.nLogMode & 2))
-        log.writelog("replace with  ", "", -1, sReplace);
-
-    const PatternSearch search(sFind, bMatchCase);
-    const bool bAsk = request.bAsk;
-    const std::vector<std::size_t> order = linestaken(request);
-    std::optional<ReadAhead> ahead;
-    if (request.bReadAhead &&
-        ReadAhead::fits(sFind.size(), bReplace && bAsk, request.nLogMode != 0, order.size())) {
-        std::vector<std::string> files;
-        files.reserve(order.size());
-        for (std::size_t i : order)
-            files.push_back(request.baseDir + firstfield(request.lines[i]));
-        ahead.emplace(std::move(files), search, bReplace);
-    }
-
-    for (std::size_t taken = 0; taken < order.size(); ++taken) {
-        const std::size_t i = order[taken];
-        const std::string sName = firstfield(request.lines[i]);
-        const std::string sFile = request.baseDir + sName;
-        host.status(sFile);
-        ++result.filesScanned;
-        auto cancelled = [&](std::int64_t nHits) {
-            result.hits += nHits;
-            result.filesWithHits += nHits > 0;
-            if (!host.bCancel)
-                return false;
-            result.listed = std::min(result.hits, kListLimit);
-            result.cancelled = true;
-            host.enablecontrols(true);
-            return true;
-        };
-        if (ahead) {
-            const ReadAhead::Outcome outcome = ahead->take(taken);
-            if (outcome.done) {
-                if (cancelled(tellhits(host, sName, outcome.lPos)))
-                    return result;
-                continue;
-            }
-        }
-
-        OpenedFile file;
-        if (Error error = openbinary(sFile, file)) {
-            host.message(openerrormessage(sFile, error));
-            result.failures = true;
-            continue;
-        }
-
-        std::optional<ReplaceSink> sink;
-        std::optional<OutputBuffer> nOut;
-        if (bReplace) {
-            sink.emplace(sFile, request.sScratch);
-            nOut.emplace(&*sink);
-        }
-        OutputBuffer* out = nOut ? &*nOut : nullptr;
-        Scanner scanner(file.fd.get(), file.size(), search, out, host);
-        ScanFile scan {.scanner = scanner, .sFile = sFile, .sFind = sFind, .sReplace = sReplace, .bAsk = bAsk,
-                       .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
-        const std::int64_t nHits = scanloop(scan, sName);
-        file.fd.close();
-
-        if (scanner.readfailed())
-            result.failures = true;
-        if (cancelled(nHits))
-            return result;
-        if (!bReplace || nHits == 0)
-            continue;
-
-        // The rewrite: the new content must be exactly as long as the old
-        // one plus what the hits added or took away.
-        const bool written = nOut->flush() && sink->begun();
-        const std::optional<std::int64_t> lOld = lengthof(sFile);
-        const std::int64_t lNew = written ? sink->replace()->writtenlength() : -1;
-        if (!written || !lOld || lNew - *lOld - scan.lLenChange != 0) {
-            host.message("Cannot replace! ERROR in file lengths for " + sFile);
-            result.failures = true;
-            continue;
-        }
-        const Error copied = sink->replace()->commit();
-        // In place, the file is as long as its new content; after a failure
-        // it is looked at again.
-        host.lineupdated(i, list1line(sName, copied ? lengthof(sFile).value_or(0) : lNew, true));
-        if (copied) {
-            host.message(copyfailuremessage(copied, request.sScratch.string(), sFile));
-            result.failures = true;
-        } else {
-            ++result.filesRewritten;
-        }
-    }
-
-    result.listed = std::min(result.hits, kListLimit);
-    const std::string caption = std::to_string(result.listed);
-    host.status(caption == "1000" ? "more than 1000" : caption);
-    host.enablecontrols(true);
-    return result;
+        return {};
+    return BatchRun(request, host).run();
 }
 
 }  // namespace brindlex

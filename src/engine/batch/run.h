@@ -1,14 +1,19 @@
 // One run: a find or a replace over the files of the list.
 //
 // For each selected line of the list (all lines when none is selected) the
-// file at baseDir + first field is opened and scanned in blocks of 1000 bytes
+// file at baseDir + its real name (the line's first field only for a line
+// without one) is opened and scanned in blocks of 1000 bytes
 // that advance by 800 when they hold no hit, so a pattern of up to 201 bytes
 // is found wherever it lies, one of 202..1000 bytes only where it fits in a
 // block as the scan reads them, and a longer one never. A find restarts one
 // byte behind a hit, so "AA" in "AAAA" is found at 1, 2 and 3; a replace
 // restarts behind the matched bytes: 1 and 3. A replace streams the file into
 // a scratch file with the replacement at each accepted hit, checks its length
-// and puts it in place through SafeReplace.
+// and puts it in place through SafeReplace, which refuses a file that is no
+// longer the one opened and read. A replace rewrites each file (device and
+// inode) once: a later line that leads to a file rewritten by this run, the
+// same through a link or a second hard link, is passed over with a note; a
+// find searches every line.
 //
 // What the host sees, in order: clearhits, status "none found"; for an empty
 // find text nothing more. Otherwise the controls go off, the head log lines
@@ -16,7 +21,8 @@
 // hit(name, position before replacing) when there was one, status(hits of
 // the file) and yield. A file that can't be opened gets its message and the
 // run goes on. After a replaced file: lineupdated(index, new List1 line with
-// "*"), and a message if the length check or the copy failed. At the end
+// "*"), and a message if the length check (with its reason) or the copy
+// failed; the check and the copy are commitrewrite (rewrite.h). At the end
 // status(lines of the hit list, "more than 1000" for 1000) and the controls
 // come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
 // the file in hand untouched, turns the controls on and ends the run at
@@ -39,27 +45,30 @@ struct RunRequest {
     bool bMatchCase = false;    // chkCase
     bool bAsk = false;          // chkAsk
     bool bConvertHex = true;
-    int nLogMode = 0;           // 1: log finds, 2: log replaces
+    int nLogMode = 0;           // kLogFinds | kLogReplaces (runlog.h)
     std::filesystem::path sLogFile;   // the run log; empty: no log can be written
     std::filesystem::path sScratch;   // the work directory's scratch file; empty: none
     std::string baseDir;        // lblDir's caption, with its trailing "/"
     std::vector<std::string> lines;   // the file list (List1)
+    std::vector<std::string> names;   // the real name of each line, as the walk found it ("" for none)
     std::vector<bool> selected;       // selection of the lines; none selected: all count
     // Files may be opened and scanned ahead on worker threads (ReadAhead);
     // the host sees the same events in the same order either way.
     bool bReadAhead = false;
 };
 
+// What the run did. The hit list holds min(hits, kListLimit) lines.
 struct RunResult {
-    bool ran = false;            // false: the pattern was empty, nothing happened
     bool cancelled = false;
-    std::int64_t hits = 0;       // all hits of the run
-    std::int64_t listed = 0;     // hits that the hit list holds (at most 1000)
-    std::int64_t filesScanned = 0;   // files the run took in hand, opened or not
+    std::int64_t hits = 0;            // all hits of the run
     std::int64_t filesWithHits = 0;
     std::int64_t filesRewritten = 0;
-    bool failures = false;       // a file could not be opened, checked or rewritten
+    bool failures = false;            // a file could not be opened, read, checked or rewritten
 };
+
+// The longest pattern found wherever it lies; a longer one only where it
+// fits one 1000-byte block of the scan.
+inline constexpr std::size_t kLongestEverywhere = 201;
 
 // The hit list holds at most this many lines.
 inline constexpr std::int64_t kListLimit = 1000;

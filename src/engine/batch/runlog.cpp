@@ -7,6 +7,7 @@
 
 #include "engine/core/state.h"
 #include "engine/pattern/notation.h"
+#include "engine/pattern/stringtools.h"
 
 namespace brindlex {
 
@@ -15,12 +16,9 @@ std::string logline(std::string_view sLabel, std::string_view sFile, std::int64_
     std::string line(sLabel);
     line += ' ';
     if (lPos >= 0) {
-        std::string digits = std::to_string(lPos);
-        if (digits.size() < 7)
-            digits.insert(0, 7 - digits.size(), '0');
         line += sFile;
         line += ' ';
-        line += digits;
+        line += zeropadded(lPos, 7);
         line += ": ";
     }
     line += encodebytes(sText.substr(0, kLogTextBytes), 100, true);

@@ -19,6 +19,16 @@
 
 namespace brindlex {
 
+// The bits of nLogMode, the two items of the log menu.
+inline constexpr int kLogFinds = 1;      // the lines kLogFind and kLogFound
+inline constexpr int kLogReplaces = 2;   // the lines kLogReplaceWith and kLogReplaced
+
+// The labels, trailing blanks included: the hit labels line up at 8.
+inline constexpr std::string_view kLogFind = "find   ";
+inline constexpr std::string_view kLogFound = "found   ";
+inline constexpr std::string_view kLogReplaceWith = "replace with  ";
+inline constexpr std::string_view kLogReplaced = "replaced";
+
 // The text of a log line shows at most this many bytes.
 inline constexpr std::size_t kLogTextBytes = 50;
 

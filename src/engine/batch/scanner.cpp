@@ -483,8 +483,8 @@ namespace {
         return;
     }
     ++nHits;
-    if ((f.nLogMode & 1) && f.log) [[unlikely]]
-        f.log->writelog("found   ", f.sFile, hit.lPos, hit.sBuf.substr(hit.nAt - 1));
+    if ((f.nLogMode & kLogFinds) && f.log) [[unlikely]]
+        f.log->writelog(kLogFound, f.sFile, hit.lPos, hit.sBuf.substr(hit.nAt - 1));
     lPos = hit.lPos;
     if (!f.nOut)
         return;
@@ -503,10 +503,10 @@ namespace {
     const std::string_view fromHit = hit.sBuf.substr(hit.nAt - 1);
     const std::string_view text = answer == Answer::No ? fromHit.substr(0, f.sFind.size()) : f.sReplace;
     f.nOut->write(text);
-    if ((f.nLogMode & 2) && f.log && answer != Answer::No && f.sReplace != f.sFind) [[unlikely]] {
+    if ((f.nLogMode & kLogReplaces) && f.log && answer != Answer::No && f.sReplace != f.sFind) [[unlikely]] {
         std::string shown(f.sReplace.substr(0, kLogTextBytes));
         shown += fromHit.substr(f.sFind.size(), kLogTextBytes - shown.size());
-        f.log->writelog("replaced", f.sFile, hit.lPos, shown);
+        f.log->writelog(kLogReplaced, f.sFile, hit.lPos, shown);
     }
     f.lLenChange += static_cast<std::int64_t>(text.size()) - nFindLen;
     f.scanner.skipto(hit.lPos + nFindLen);

@@ -9,4 +9,9 @@ Error errorfromerrno(int code, const std::filesystem::path& path)
     return Error{code, code ? std::strerror(code) : std::string(), path};
 }
 
+std::string reasontext(const Error& error)
+{
+    return error.path.empty() ? error.text : error.path.string() + ": " + error.text;
+}
+
 }  // namespace brindlex

@@ -18,4 +18,8 @@ struct Error {
 // The error for errno value `code` on `path`, with the platform's text.
 Error errorfromerrno(int code, const std::filesystem::path& path = {});
 
+// The reason as a user reads it: "path: text", or the text alone without a
+// path: "/data/a.txt: No space left on device".
+std::string reasontext(const Error& error);
+
 }  // namespace brindlex

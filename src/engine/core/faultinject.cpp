@@ -1,5 +1,7 @@
 #include "engine/core/faultinject.h"
 
+#include <csignal>
+
 namespace brindlex::faultinject {
 
 namespace {
@@ -42,6 +44,8 @@ int fault(const char* step)
     if (!s.armed)
         return 0;
     s.steps.emplace_back(step);
+    if (static_cast<int>(s.steps.size()) == s.plan.signalAt)
+        std::raise(s.plan.signal);
     if (static_cast<int>(s.steps.size()) == s.plan.failAt)
         return s.plan.code;
     if (!s.plan.alwaysStep.empty() && s.plan.alwaysStep == step)

@@ -14,6 +14,8 @@ struct Plan {
     int code = 0;             // ... with this errno
     std::string alwaysStep;   // every step of this name fails ...
     int alwaysCode = 0;       // ... with this errno
+    int signalAt = 0;         // the signalAt-th checked step (1-based) first raises ...
+    int signal = 0;           // ... this signal, as if it came from outside
 };
 
 // Starts a plan and empties the log of steps.
@@ -23,7 +25,8 @@ void disarm();
 // The names of the checked steps passed since arm(), in order.
 const std::vector<std::string>& log();
 
-// Called by a checked step: the errno it must fail with, or 0.
+// Called by a checked step: the errno it must fail with, or 0. Raises the
+// plan's signal first at its step.
 int fault(const char* step);
 
 }  // namespace brindlex::faultinject

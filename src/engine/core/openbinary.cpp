@@ -1,6 +1,7 @@
 #include "engine/core/openbinary.h"
 
 #include <cerrno>
+#include <climits>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -37,6 +38,32 @@ void FileHandle::close()
     fd_ = -1;
 }
 
+int openlong(const std::filesystem::path& path, int flags)
+{
+    const std::string& s = path.native();
+    if (s.size() < PATH_MAX)
+        return ::open(s.c_str(), flags, 0);
+    FileHandle at;
+    std::size_t from = 0;
+    if (s[0] == '/') {
+        at = FileHandle(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        from = 1;
+    } else {
+        at = FileHandle(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    while (at.valid() && s.size() - from >= PATH_MAX) {
+        const std::size_t cut = s.rfind('/', from + PATH_MAX - 1);
+        if (cut == std::string::npos || cut <= from) {
+            errno = ENAMETOOLONG;   // one name longer than PATH_MAX
+            return -1;
+        }
+        const std::string piece = s.substr(from, cut - from);
+        at = FileHandle(::openat(at.get(), piece.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        from = cut + 1;
+    }
+    return at.valid() ? ::openat(at.get(), s.c_str() + from, flags, 0) : -1;
+}
+
 namespace {
 
 Error notregular(const std::filesystem::path& sFile)
@@ -52,7 +79,9 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out)
     // A first look by name keeps devices from being opened at all: opening
     // some of them has effects of its own.
     struct stat st {};
-    if (::stat(sFile.c_str(), &st) != 0)
+    const bool longname = sFile.native().size() >= PATH_MAX;
+    FileHandle dir(longname ? openlong(sFile.parent_path(), O_PATH | O_DIRECTORY | O_CLOEXEC) : AT_FDCWD);
+    if (::fstatat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), &st, 0) != 0)
         return errorfromerrno(errno, sFile);
     if (!S_ISREG(st.st_mode))
         return notregular(sFile);
@@ -61,7 +90,8 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out)
     // the open still returns at once instead of waiting for a writer. The
     // flag stays: reads of a regular file never wait on it, and were the
     // descriptor anything else, a read could not hang either.
-    FileHandle fd(::open(sFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    FileHandle fd(::openat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(),
+                           O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (!fd.valid())
         return errorfromerrno(errno, sFile);
     if (::fstat(fd.get(), &out.st) != 0)

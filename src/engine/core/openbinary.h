@@ -40,9 +40,15 @@ struct OpenedFile {
     std::int64_t size() const { return static_cast<std::int64_t>(st.st_size); }
 };
 
+// open(2) of `path` with `flags` (and mode 0 for a new file), also when the
+// path is longer than PATH_MAX: its directories are then opened a piece at a
+// time, each relative to the one before. Returns the descriptor or -1 with
+// errno set.
+int openlong(const std::filesystem::path& path, int flags);
+
 // Opens the existing regular file `sFile` for reading. On failure the
 // Error carries errno and its text; a file that is not a regular file gives
-// EINVAL with a text that says so.
+// EINVAL with a text that says so. A path of any length is opened.
 Error openbinary(const std::filesystem::path& sFile, OpenedFile& out);
 
 // The message a failed open shows: "Error opening " sFile ":" CR LF text.

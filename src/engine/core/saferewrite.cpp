@@ -1,11 +1,18 @@
 #include "engine/core/saferewrite.h"
 
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
+#include <csignal>
 #include <cstdio>
+#include <mutex>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -44,19 +51,35 @@ bool samefile(const struct stat& a, const struct stat& b)
         && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
+// What a reader saw: the file, its length and its last write.
+bool sameread(const struct stat& a, const struct stat& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size
+        && a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+fs::path parentof(const fs::path& p)
+{
+    return p.has_parent_path() ? p.parent_path() : fs::path(".");
+}
+
 // The file a name leads to, through any chain of symbolic links, so that
-// the link stays a link and its target gets the new content.
+// the link stays a link and its target gets the new content. A name longer
+// than PATH_MAX is looked at from its directory.
 Error resolvelinks(const fs::path& target, fs::path& out)
 {
     fs::path p = target;
     for (int hops = 0; hops < 40; ++hops) {
+        const bool longname = p.native().size() >= PATH_MAX;
+        FileHandle dir(longname ? openlong(parentof(p), O_PATH | O_DIRECTORY | O_CLOEXEC) : AT_FDCWD);
+        const std::string name = longname ? p.filename().string() : p.string();
         struct stat st {};
-        if (::lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) {
+        if (::fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISLNK(st.st_mode)) {
             out = p;
             return {};
         }
         std::string link(static_cast<std::size_t>(st.st_size > 0 ? st.st_size : 255) + 1, '\0');
-        ssize_t n = ::readlink(p.c_str(), link.data(), link.size());
+        ssize_t n = ::readlinkat(dir.get(), name.c_str(), link.data(), link.size());
         if (n < 0)
             return errorfromerrno(errno, p);
         link.resize(static_cast<std::size_t>(n));
@@ -66,15 +89,165 @@ Error resolvelinks(const fs::path& target, fs::path& out)
     return errorfromerrno(ELOOP, target);
 }
 
+// A new file's name while it has one: "." name "." tag "-" pid and this
+// suffix, so that the files of dead processes can be told and removed.
+constexpr std::string_view kTempSuffix = ".brindlex-new";
+
 std::string hiddenname(const std::string& name, int attempt)
 {
     static unsigned counter = 0;
     auto now = static_cast<unsigned long long>(std::chrono::steady_clock::now().time_since_epoch().count());
-    char tag[40];
-    std::snprintf(tag, sizeof tag, ".%llx%x%x", now ^ (static_cast<unsigned long long>(::getpid()) << 32),
-                  ++counter, static_cast<unsigned>(attempt));
+    char tag[48];
+    std::snprintf(tag, sizeof tag, ".%llx%x%x-%d", now, ++counter, static_cast<unsigned>(attempt),
+                  static_cast<int>(::getpid()));
     // Cut a long name so that the hidden one still fits a directory entry.
-    return "." + name.substr(0, 200) + tag;
+    return "." + name.substr(0, 200) + tag + std::string(kTempSuffix);
+}
+
+// The process that made a hidden new file, or 0 for a name of any other kind.
+pid_t makerof(std::string_view name)
+{
+    if (name.size() <= kTempSuffix.size() || name[0] != '.' || !name.ends_with(kTempSuffix))
+        return 0;
+    name.remove_suffix(kTempSuffix.size());
+    const std::size_t dash = name.rfind('-');
+    if (dash == std::string_view::npos || dash + 1 == name.size())
+        return 0;
+    pid_t pid = 0;
+    for (char c : name.substr(dash + 1)) {
+        if (c < '0' || c > '9' || pid > 100000000)
+            return 0;
+        pid = pid * 10 + (c - '0');
+    }
+    return pid;
+}
+
+// Removes, once per directory and process, the hidden new files that our
+// processes left when they died between making and swapping them. A
+// process id that is alive (or not ours to ask about) keeps its file.
+void removestrays(int dirfd, const fs::path& dirpath)
+{
+    static std::mutex mutex;
+    static std::set<std::string> done;
+    {
+        std::lock_guard lock(mutex);
+        if (!done.insert(dirpath.string()).second)
+            return;
+    }
+    const int fd = ::openat(dirfd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* dir = fd < 0 ? nullptr : ::fdopendir(fd);
+    if (!dir) {
+        if (fd >= 0)
+            ::close(fd);
+        return;
+    }
+    while (const dirent* entry = ::readdir(dir)) {
+        const pid_t pid = makerof(entry->d_name);
+        struct stat st {};
+        if (pid > 0 && pid != ::getpid() && ::kill(pid, 0) != 0 && errno == ESRCH
+            && ::fstatat(dirfd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)
+            && st.st_uid == ::geteuid())
+            ::unlinkat(dirfd, entry->d_name, 0);
+    }
+    ::closedir(dir);
+}
+
+// SIGTERM, SIGHUP and SIGINT wait while a file is between its old and new
+// content, and come once it is whole again. A handler of the process's
+// own, not a blocked mask: any thread of the process may take a signal.
+class SignalHold {
+public:
+    SignalHold()
+    {
+        caught_ = 0;
+        struct sigaction sa {};
+        sa.sa_handler = record;
+        sigfillset(&sa.sa_mask);
+        for (std::size_t i = 0; i < kSignals.size(); ++i)
+            ::sigaction(kSignals[i], &sa, &old_[i]);
+    }
+    ~SignalHold()
+    {
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            ::sigaction(kSignals[i], &old_[i], nullptr);
+            if (caught_ & (1 << i))
+                ::raise(kSignals[i]);
+        }
+    }
+    SignalHold(const SignalHold&) = delete;
+    SignalHold& operator=(const SignalHold&) = delete;
+
+private:
+    static constexpr std::array<int, 3> kSignals = {SIGTERM, SIGHUP, SIGINT};
+    static void record(int sig)
+    {
+        for (std::size_t i = 0; i < kSignals.size(); ++i)
+            if (kSignals[i] == sig)
+                caught_ = caught_ | (1 << i);
+    }
+    static inline volatile std::sig_atomic_t caught_ = 0;
+    std::array<struct sigaction, 3> old_ {};
+};
+
+fs::path journalpath(const fs::path& scratch)
+{
+    return scratch.string() + ".journal";
+}
+
+// The journal of a copy in place: target, device, inode and length, each
+// ended by a NUL, synced with its directory before the first byte is copied.
+Error writejournal(const fs::path& scratch, const fs::path& target, const struct stat& st, off_t length)
+{
+    const fs::path journal = journalpath(scratch);
+    std::string text = fs::absolute(target).string();
+    for (unsigned long long n : {static_cast<unsigned long long>(st.st_dev), static_cast<unsigned long long>(st.st_ino),
+                                 static_cast<unsigned long long>(length)})
+        text += '\0' + std::to_string(n);
+    text += '\0';
+    FileHandle fd(checked("journal", [&] {
+        return ::open(journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+    }));
+    if (!fd.valid() || ::write(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())
+        || ::fdatasync(fd.get()) != 0)
+        return errorfromerrno(errno, journal);
+    FileHandle dir(::open(parentof(journal).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir.valid())
+        ::fsync(dir.get());
+    return {};
+}
+
+// Copies `length` bytes of `from` over `dest` in place and cuts it there.
+// The room is taken before the first byte changes, so a full disk ends the
+// copy while the file still holds its old content.
+Error copyover(int from, int dest, off_t length, const fs::path& scratch, const fs::path& target)
+{
+    if (length > 0 && checked("fallocate", [&] { return ::fallocate(dest, FALLOC_FL_KEEP_SIZE, 0, length); }) != 0
+        && errno != EOPNOTSUPP && errno != ENOSYS)
+        return errorfromerrno(errno, target);
+    std::vector<char> buf(std::size_t{1} << 20);
+    for (off_t at = 0; at < length;) {
+        ssize_t got = checked("copy-read", [&] { return ::pread(from, buf.data(), buf.size(), at); });
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return errorfromerrno(got < 0 ? errno : EIO, scratch);
+        for (ssize_t done = 0; done < got;) {
+            ssize_t put = checked("copy-write", [&] {
+                return ::pwrite(dest, buf.data() + done, static_cast<std::size_t>(got - done), at + done);
+            });
+            if (put < 0 && errno == EINTR)
+                continue;
+            if (put <= 0)
+                return errorfromerrno(put < 0 ? errno : ENOSPC, target);
+            done += put;
+        }
+        at += got;
+    }
+    if (checked("truncate-target", [&] { return ::ftruncate(dest, length); }) != 0)
+        return errorfromerrno(errno, target);
+    if (checked("sync-target", [&] { return ::fdatasync(dest); }) != 0)
+        return errorfromerrno(errno, target);
+    return {};
 }
 
 }  // namespace
@@ -92,13 +265,17 @@ struct SafeReplace::Impl {
     Route route = Route::SameDir;
     FileHandle out;      // where the new content goes
     std::string hidden;  // the new file's name while it has one of its own
+    std::string named;   // the last name it had, for messages
     Error writeError;
     bool finished = false;
+    const OpenedFile* original = nullptr;   // the caller's, open until commit
+    struct stat result {};
 
     Error opendir(const fs::path& dirpath);
     Error makesamedirfile();
-    Error keepownerandmode();
+    Error keepowner();
     Error copyxattrs();
+    Error lookattarget(const fs::path& given, Missing missing);
     Error openscratch();
     void droptemp();
     Error checkunchanged();
@@ -108,12 +285,12 @@ struct SafeReplace::Impl {
 
 Error SafeReplace::Impl::opendir(const fs::path& dirpath)
 {
-    int fd = checked("open-dir", [&] { return ::open(dirpath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    int fd = checked("open-dir", [&] { return openlong(dirpath, O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     dirReadable = fd >= 0;
     // A directory that can be passed but not read still lets the file be
     // copied over in place; only the new-file route needs to sync it.
     if (fd < 0 && errno == EACCES)
-        fd = ::open(dirpath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        fd = openlong(dirpath, O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return errorfromerrno(errno, dirpath);
     dir = FileHandle(fd);
@@ -128,6 +305,7 @@ Error SafeReplace::Impl::makesamedirfile()
     // used from the start.
     static const bool procfd = ::access("/proc/self/fd", X_OK) == 0;
     const mode_t mode = exists ? 0600 : 0666;
+    removestrays(dir.get(), parentof(target));
     int fd = !procfd ? -1 : checked("open-tmpfile", [&] {
         return ::openat(dir.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
     });
@@ -144,7 +322,7 @@ Error SafeReplace::Impl::makesamedirfile()
         });
         if (fd >= 0) {
             out = FileHandle(fd);
-            hidden = candidate;
+            hidden = named = candidate;
             return {};
         }
         if (errno != EEXIST)
@@ -153,41 +331,47 @@ Error SafeReplace::Impl::makesamedirfile()
     return errorfromerrno(errno, target);
 }
 
-Error SafeReplace::Impl::keepownerandmode()
+// The owner is given at the start (the route depends on whether it can
+// be); the mode only after the last write, which would clear set-id bits.
+Error SafeReplace::Impl::keepowner()
 {
-    // The owner first: a change of owner clears the set-id bits, which the
-    // mode then puts back.
     struct stat mine {};
     if (::fstat(out.get(), &mine) != 0)
         return errorfromerrno(errno, target);
     if ((mine.st_uid != st.st_uid || mine.st_gid != st.st_gid)
         && checked("fchown", [&] { return ::fchown(out.get(), st.st_uid, st.st_gid); }) != 0)
         return errorfromerrno(errno, target);
-    if (checked("fchmod", [&] { return ::fchmod(out.get(), st.st_mode & 07777); }) != 0)
-        return errorfromerrno(errno, target);
     return {};
 }
 
 Error SafeReplace::Impl::copyxattrs()
 {
-    ssize_t size = checked("listxattr", [&] { return ::llistxattr(target.c_str(), nullptr, 0); });
+    // From the file read where the caller has it open: no path to resolve.
+    const int fd = original ? original->fd.get() : -1;
+    auto list = [&](char* into, std::size_t size) {
+        return fd >= 0 ? ::flistxattr(fd, into, size) : ::llistxattr(target.c_str(), into, size);
+    };
+    auto get = [&](const char* attr, char* into, std::size_t size) {
+        return fd >= 0 ? ::fgetxattr(fd, attr, into, size) : ::lgetxattr(target.c_str(), attr, into, size);
+    };
+    ssize_t size = checked("listxattr", [&] { return list(nullptr, 0); });
     if (size < 0)
         return errno == ENOTSUP ? Error{} : errorfromerrno(errno, target);
     if (size == 0)
         return {};   // no attributes: nothing to read or copy
     std::string names(static_cast<std::size_t>(size), '\0');
-    size = ::llistxattr(target.c_str(), names.data(), names.size());
+    size = list(names.data(), names.size());
     if (size < 0)
         return errorfromerrno(errno, target);
     names.resize(static_cast<std::size_t>(size));
     std::string value;
     for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
         const char* attr = names.c_str() + at;
-        ssize_t len = ::lgetxattr(target.c_str(), attr, nullptr, 0);
+        ssize_t len = get(attr, nullptr, 0);
         if (len < 0)
             return errorfromerrno(errno, target);
         value.assign(static_cast<std::size_t>(len), '\0');
-        len = ::lgetxattr(target.c_str(), attr, value.data(), value.size());
+        len = get(attr, value.data(), value.size());
         if (len < 0)
             return errorfromerrno(errno, target);
         if (checked("setxattr", [&] {
@@ -245,7 +429,12 @@ Error SafeReplace::Impl::checkunchanged()
 
 Error SafeReplace::Impl::swapinplace()
 {
+    if (exists && checked("fchmod", [&] { return ::fchmod(out.get(), st.st_mode & 07777); }) != 0)
+        return errorfromerrno(errno, target);
     const std::string procpath = "/proc/self/fd/" + std::to_string(out.get());
+    // Between the new file's name and the rename, no signal of ours ends
+    // the process and leaves the name behind.
+    const SignalHold hold;
     if (hidden.empty() && !exists) {
         // linkat fails on an existing name: a file that appeared meanwhile
         // is never replaced.
@@ -262,7 +451,7 @@ Error SafeReplace::Impl::swapinplace()
                 return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), candidate.c_str(), AT_SYMLINK_FOLLOW);
             });
             if (rc == 0)
-                hidden = candidate;
+                hidden = named = candidate;
             else if (errno != EEXIST)
                 return errorfromerrno(errno, target);
         }
@@ -280,6 +469,7 @@ Error SafeReplace::Impl::swapinplace()
     }
     // The new content is in place from here on. A directory that can't be
     // synced makes the swap less durable, not undone: no failure to report.
+    ::fstat(out.get(), &result);
     checked("fsync-dir", [&] { return ::fsync(dir.get()); });
     return {};
 }
@@ -295,40 +485,23 @@ Error SafeReplace::Impl::copyinplace()
     struct stat now {};
     if (::fstat(dest.get(), &now) != 0 || !samefile(now, st))
         return changederror(target);
-
     struct stat sst {};
     if (::fstat(out.get(), &sst) != 0)
         return errorfromerrno(errno, scratch);
-    const off_t length = sst.st_size;
-    // The room is taken before the first byte changes, so a full disk ends
-    // the copy while the file still holds its old content.
-    if (length > 0 && checked("fallocate", [&] { return ::fallocate(dest.get(), FALLOC_FL_KEEP_SIZE, 0, length); }) != 0
-        && errno != EOPNOTSUPP && errno != ENOSYS)
-        return errorfromerrno(errno, target);
 
-    std::vector<char> buf(std::size_t{1} << 20);
-    for (off_t at = 0; at < length;) {
-        ssize_t got = checked("copy-read", [&] { return ::pread(out.get(), buf.data(), buf.size(), at); });
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return errorfromerrno(got < 0 ? errno : EIO, scratch);
-        for (ssize_t done = 0; done < got;) {
-            ssize_t put = checked("copy-write", [&] {
-                return ::pwrite(dest.get(), buf.data() + done, static_cast<std::size_t>(got - done), at + done);
-            });
-            if (put < 0 && errno == EINTR)
-                continue;
-            if (put <= 0)
-                return errorfromerrno(put < 0 ? errno : ENOSPC, target);
-            done += put;
-        }
-        at += got;
-    }
-    if (checked("truncate-target", [&] { return ::ftruncate(dest.get(), length); }) != 0)
-        return errorfromerrno(errno, target);
-    if (checked("sync-target", [&] { return ::fdatasync(dest.get()); }) != 0)
-        return errorfromerrno(errno, target);
+    // From the journal on, the copy is finished by this process or, should
+    // it die, by the next start of the program.
+    const SignalHold hold;
+    if (Error journal = writejournal(scratch, target, st, sst.st_size))
+        return journal;
+    // A failed copy may have left the file half new: its journal stays, and
+    // the next start tries again.
+    if (Error copied = copyover(out.get(), dest.get(), sst.st_size, scratch, target))
+        return copied;
+    ::unlink(journalpath(scratch).c_str());
+    // An ordinary user's write clears the set-id bits of the file itself.
+    if (::fstat(dest.get(), &result) == 0 && (result.st_mode & 07777) != (st.st_mode & 07777))
+        ::fchmod(dest.get(), st.st_mode & 07777);
     return {};
 }
 
@@ -339,44 +512,46 @@ SafeReplace::~SafeReplace()
     abort();
 }
 
-std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs::path& scratch, Error& error)
+Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
 {
-    return begin(target, scratch, error, Missing::Refuse);
-}
-
-std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs::path& scratch, Error& error,
-                                                Missing missing)
-{
-    error = {};
-    auto impl = std::make_unique<Impl>();
-    impl->scratch = scratch;
-    if ((error = resolvelinks(target, impl->target)))
-        return nullptr;
-    impl->name = impl->target.filename().string();
-    if (impl->name.empty() || impl->name == "." || impl->name == "..") {
-        error = errorfromerrno(EISDIR, target);
-        return nullptr;
-    }
-    const fs::path parent = impl->target.parent_path();
-    if ((error = impl->opendir(parent.empty() ? fs::path(".") : parent)))
-        return nullptr;
+    if (Error error = resolvelinks(given, target))
+        return error;
+    name = target.filename().string();
+    if (name.empty() || name == "." || name == "..")
+        return errorfromerrno(EISDIR, given);
+    if (Error error = opendir(parentof(target)))
+        return error;
 
     // The name itself, never a link's target, looked at in the directory
     // just opened: nothing is opened, so neither a FIFO nor a device is, and
     // no read permission is needed to check it.
     const int rc = checked("fstat-original", [&] {
-        return ::fstatat(impl->dir.get(), impl->name.c_str(), &impl->st, AT_SYMLINK_NOFOLLOW);
+        return ::fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW);
     });
     if (rc != 0 && errno == ENOENT && missing == Missing::Create) {
-        impl->exists = false;
-        impl->st = {};
-    } else if (rc != 0) {
-        error = errorfromerrno(errno, impl->target);
-        return nullptr;
-    } else if (!S_ISREG(impl->st.st_mode)) {
-        error = Error{EINVAL, "Not a regular file", impl->target};
-        return nullptr;
+        exists = false;
+        st = {};
+        return {};
     }
+    if (rc != 0)
+        return errorfromerrno(errno, target);
+    if (!S_ISREG(st.st_mode))
+        return Error{EINVAL, "Not a regular file", target};
+    // What the caller read must be what the name holds now.
+    if (original && !sameread(st, original->st))
+        return changederror(target);
+    return {};
+}
+
+std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs::path& scratch, Error& error,
+                                                Missing missing, const OpenedFile* original)
+{
+    auto impl = std::make_unique<Impl>();
+    impl->scratch = scratch;
+    impl->original = original;
+    if ((error = impl->lookattarget(target, missing)))
+        return nullptr;
+    const fs::path parent = parentof(impl->target);
 
     const bool writable = !impl->exists
         || ::faccessat(impl->dir.get(), impl->name.c_str(), W_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
@@ -410,7 +585,7 @@ std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs
         samedir = errorfromerrno(EACCES, parent);
     else if (impl->st.st_nlink > 1)
         samedir = Error{EMLINK, "More than one link", impl->target};
-    else if (!(samedir = impl->makesamedirfile()) && !(samedir = impl->keepownerandmode()))
+    else if (!(samedir = impl->makesamedirfile()) && !(samedir = impl->keepowner()))
         samedir = impl->copyxattrs();
     if (!samedir)
         return started();
@@ -458,6 +633,19 @@ std::int64_t SafeReplace::originallength() const
     return static_cast<std::int64_t>(impl_->st.st_size);
 }
 
+const Error& SafeReplace::writeerror() const
+{
+    return impl_->writeError;
+}
+
+fs::path SafeReplace::copiedfrom() const
+{
+    const Impl& d = *impl_;
+    if (d.route == Impl::Route::Scratch)
+        return d.scratch;
+    return d.target.parent_path() / d.named;
+}
+
 Error SafeReplace::commit()
 {
     Impl& d = *impl_;
@@ -474,6 +662,11 @@ Error SafeReplace::commit()
         off_t end = ::lseek(d.out.get(), 0, SEEK_CUR);
         if (checked("verify", [&] { return ::fstat(d.out.get(), &st); }) != 0 || end < 0 || st.st_size != end)
             return Error{EIO, "New content incomplete", d.target};
+        // Two of our processes that read the same file take turns here: the
+        // second finds the name no longer holds what it read.
+        if (d.original)
+            while (::flock(d.original->fd.get(), LOCK_EX) != 0 && errno == EINTR) {
+            }
         if (Error changed = d.checkunchanged())
             return changed;
         if (d.exists
@@ -483,9 +676,16 @@ Error SafeReplace::commit()
             return errorfromerrno(errno, d.target);
         return d.route == Impl::Route::Scratch ? d.copyinplace() : d.swapinplace();
     }();
+    if (d.original)
+        ::flock(d.original->fd.get(), LOCK_UN);
     d.droptemp();
     d.finished = true;
     return error;
+}
+
+const struct stat& SafeReplace::result() const
+{
+    return impl_->result;
 }
 
 void SafeReplace::abort()
@@ -506,9 +706,70 @@ Error replacefilecontent(const fs::path& target, std::string_view bytes, const f
     return replace->commit();
 }
 
-std::string copyfailuremessage(const Error& error, const std::string& scratch, const std::string& target)
+namespace {
+
+// The journal's fields: target, device, inode, length.
+bool readjournal(const fs::path& journal, fs::path& target, struct stat& expected, off_t& length)
 {
-    return error.text + " copying " + scratch + " to " + target;
+    FileHandle fd(::open(journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.valid())
+        return false;
+    std::string text(1 << 16, '\0');
+    const ssize_t n = ::read(fd.get(), text.data(), text.size());
+    text.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+    std::vector<std::string> fields;
+    for (std::size_t at = 0, end; (end = text.find('\0', at)) != std::string::npos; at = end + 1)
+        fields.push_back(text.substr(at, end - at));
+    if (fields.size() != 4 || fields[0].empty())
+        return false;
+    try {
+        target = fields[0];
+        expected.st_dev = static_cast<dev_t>(std::stoull(fields[1]));
+        expected.st_ino = static_cast<ino_t>(std::stoull(fields[2]));
+        length = static_cast<off_t>(std::stoll(fields[3]));
+    } catch (const std::exception&) {
+        return false;
+    }
+    return true;
+}
+
+Error finishcopy(int from, const fs::path& scratch, const fs::path& target, const struct stat& expected, off_t length)
+{
+    struct stat sst {}, now {};
+    if (::fstat(from, &sst) != 0 || sst.st_size != length)
+        return Error{EIO, "Scratch file incomplete", scratch};
+    FileHandle dest(openlong(target, O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!dest.valid())
+        return errorfromerrno(errno, target);
+    if (::fstat(dest.get(), &now) != 0 || now.st_dev != expected.st_dev || now.st_ino != expected.st_ino)
+        return changederror(target);
+    const SignalHold hold;
+    return copyover(from, dest.get(), length, scratch, target);
+}
+
+}  // namespace
+
+std::string finishinterruptedcopy(const fs::path& scratch)
+{
+    const fs::path journal = journalpath(scratch);
+    if (scratch.empty() || ::access(journal.c_str(), F_OK) != 0)
+        return {};
+    // The lock is free only when the process that wrote the journal is gone.
+    FileHandle from(::open(scratch.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    if (from.valid() && ::flock(from.get(), LOCK_EX | LOCK_NB) != 0)
+        return {};
+    fs::path target;
+    struct stat expected {};
+    off_t length = 0;
+    const bool known = readjournal(journal, target, expected, length);
+    const Error error = !known ? Error{EINVAL, "Journal unreadable", journal}
+        : !from.valid()        ? errorfromerrno(errno, scratch)
+                               : finishcopy(from.get(), scratch, target, expected, length);
+    ::unlink(journal.c_str());
+    if (error)
+        return "An interrupted copy could not be finished: " + error.text + " copying " + scratch.string() + " to "
+            + target.string();
+    return "Finished the interrupted copy of " + scratch.string() + " to " + target.string();
 }
 
 }  // namespace brindlex

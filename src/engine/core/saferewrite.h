@@ -4,12 +4,18 @@
 //  1. The file is resolved (a symbolic link stays a link: its target is what
 //     is replaced), opened with O_NOFOLLOW and must be a regular file.
 //  2. The new content goes into a new file in the same directory (O_TMPFILE,
-//     else O_CREAT|O_EXCL with a hidden unique name). Owner, group, mode and
-//     extended attributes are copied; every write is checked; it is synced.
+//     named only at the swap; else O_CREAT|O_EXCL with a hidden name that
+//     holds the process id, so that a later replace in that directory
+//     removes what a dead process left). Owner, group and extended
+//     attributes are copied; every write is checked; it is synced; the mode,
+//     set-id bits included, is applied after the last write (a write by an
+//     ordinary user clears those bits).
 //  3. Just before the swap the original is checked again (inode, size,
-//     modification and change time); a file changed meanwhile is not
-//     replaced: commit() gives ESTALE, "File changed by another program
-//     since it was read".
+//     modification and change time) against what the caller opened and read
+//     (see begin); a file changed meanwhile is not replaced: begin() or
+//     commit() gives ESTALE, "File changed by another program since it was
+//     read". The check and the swap hold a lock on the file read, so two
+//     programs of ours never both replace the same content.
 //  4. renameat puts the new file in place and the directory is synced.
 //  5. Where that route can't keep what the user has (a directory the user may
 //     not write, more than one hard link, an owner that can't be kept), the
@@ -18,7 +24,11 @@
 //     the copy is complete, so the content can always be recovered. The
 //     room for the copy is taken before its first byte, so a full disk
 //     stops it while the file still holds its old content. A scratch file
-//     that another process holds makes begin() fail (EWOULDBLOCK).
+//     that another process holds makes begin() fail (EWOULDBLOCK). While the
+//     copy runs, SIGTERM, SIGHUP and SIGINT wait, and a journal beside the
+//     scratch file names the target (path, device, inode, length): should
+//     the process die all the same, finishinterruptedcopy() at the next
+//     start completes the copy.
 //  6. A file that the user may not write is never replaced: begin() still
 //     takes the new content, and commit() gives EACCES, "Permission denied".
 // On any failure nothing is left in the user's directory but the file.
@@ -27,27 +37,33 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "engine/core/error.h"
+#include "engine/core/openbinary.h"
 
 namespace brindlex {
 
 class SafeReplace {
 public:
-    // Prepares the replacement of `target`. `scratch` is the work
-    // directory's scratch file, used by the fallback route (empty when the
-    // work directory can't be used: the fallback route then fails).
-    static std::unique_ptr<SafeReplace> begin(const std::filesystem::path& target,
-                                              const std::filesystem::path& scratch, Error& error);
-
     // What begin() does with a target that doesn't exist: refuse it (ENOENT),
     // or make it, with mode 0666 less the umask, at commit() as long as no
     // other file has taken the name by then.
     enum class Missing { Refuse, Create };
+
+    // Prepares the replacement of `target`. `scratch` is the work
+    // directory's scratch file, used by the fallback route (empty when the
+    // work directory can't be used: the fallback route then fails).
+    // `original` is the file as the caller opened it to read the old
+    // content; it must stay open until commit(). The name must still hold
+    // that file (device, inode, size, modification time) at begin and at
+    // the swap: a file renamed over the original after the caller's open is
+    // never overwritten. Without it the file as begin() finds it counts.
     static std::unique_ptr<SafeReplace> begin(const std::filesystem::path& target,
                                               const std::filesystem::path& scratch, Error& error,
-                                              Missing missing);
+                                              Missing missing = Missing::Refuse,
+                                              const OpenedFile* original = nullptr);
     ~SafeReplace();  // aborts unless committed: no stray file is left
 
     // Where the new content is written, sequentially, by the caller.
@@ -63,6 +79,14 @@ public:
     // Length of the original file as it was opened.
     std::int64_t originallength() const;
 
+    // The first failed write, kept for commit(); code 0 while none failed.
+    const Error& writeerror() const;
+
+    // The file the new content is copied from when it is put in place: the
+    // scratch file on the fallback route, else the new file beside the
+    // target (by its hidden name once it has one, else the directory).
+    std::filesystem::path copiedfrom() const;
+
     // Puts the new content in place. On failure the original is unchanged
     // (the fallback copy aside, which keeps the scratch file) and the error
     // says why.
@@ -70,6 +94,9 @@ public:
 
     // Drops the new content; the original stays as it was.
     void abort();
+
+    // Device and inode of what the name holds after a successful commit().
+    const struct stat& result() const;
 
     SafeReplace(const SafeReplace&) = delete;
     SafeReplace& operator=(const SafeReplace&) = delete;
@@ -85,7 +112,11 @@ private:
 Error replacefilecontent(const std::filesystem::path& target, std::string_view bytes,
                          const std::filesystem::path& scratch);
 
-// The copy failure message: text, " copying ", scratch path, " to ", target.
-std::string copyfailuremessage(const Error& error, const std::string& scratch, const std::string& target);
+// At a program's start: finishes the copy in place that a process killed
+// during it left half done, from the scratch file its journal names, if the
+// target is still the file it was (device and inode). Returns what the user
+// is told; empty when there was nothing to finish or another process holds
+// the scratch file.
+std::string finishinterruptedcopy(const std::filesystem::path& scratch);
 
 }  // namespace brindlex

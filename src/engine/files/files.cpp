@@ -2,23 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include <sys/stat.h>
 
+#include "engine/pattern/stringtools.h"
+
 namespace brindlex {
-
-namespace {
-
-std::string_view trimspaces(std::string_view s)
-{
-    while (!s.empty() && s.front() == ' ')
-        s.remove_prefix(1);
-    while (!s.empty() && s.back() == ' ')
-        s.remove_suffix(1);
-    return s;
-}
-
-}  // namespace
 
 std::string filepart(std::string_view path)
 {
@@ -34,7 +24,7 @@ std::string filepart(std::string_view path)
 
 std::string dirpart(std::string_view path)
 {
-    path = trimspaces(path);
+    path = trimblanks(path);
     std::size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? std::string() : std::string(path.substr(0, slash));
 }
@@ -97,13 +87,9 @@ bool wildcardmatch(std::string_view mask, std::string_view name)
 
 std::string list1line(std::string_view relname, std::int64_t size, bool rewritten)
 {
-    char digits[32];
-    int len = std::snprintf(digits, sizeof digits, "%08lld", static_cast<long long>(size));
-    std::string line;
-    line.reserve(relname.size() + 2 + static_cast<std::size_t>(len));
-    line.append(relname);
+    std::string line(relname);
     line += '\t';
-    line.append(digits, static_cast<std::size_t>(len));
+    line += zeropadded(size, 8);
     if (rewritten)
         line += '*';
     return line;
@@ -111,19 +97,79 @@ std::string list1line(std::string_view relname, std::int64_t size, bool rewritte
 
 std::string firstfield(const std::string& line)
 {
-    // nexttoken at the tab: a name ahead of a tab is trimmed of spaces, a
-    // line without a tab comes back whole.
-    std::size_t tab = line.find('\t');
-    if (tab == std::string::npos)
-        return line;
-    return std::string(trimspaces(std::string_view(line).substr(0, tab)));
+    std::string rest = line;
+    return nexttoken(rest, "\t");
+}
+
+bool list1less(std::string_view a, std::string_view b)
+{
+    // char_traits<char> compares bytes as unsigned values.
+    return a < b;
 }
 
 void sortlist1(std::vector<std::string>& lines)
 {
-    // std::string compares through char_traits<char>, which orders bytes as
-    // unsigned values: a byte above 127 sorts behind "z".
-    std::sort(lines.begin(), lines.end());
+    std::sort(lines.begin(), lines.end(), list1less);
+}
+
+std::size_t list1insertion(std::size_t count, const std::function<std::string(std::size_t)>& lineat,
+                           std::string_view line)
+{
+    std::size_t lo = 0, hi = count;
+    while (lo < hi) {
+        const std::size_t mid = lo + (hi - lo) / 2;
+        if (list1less(line, lineat(mid)))
+            hi = mid;
+        else
+            lo = mid + 1;
+    }
+    return lo;
+}
+
+char* putlist2tail(char* out, std::int64_t lPos)
+{
+    // Two digits a step: a run with millions of hits writes millions of lines.
+    static constexpr char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    char digits[kList2Tail];
+    char* const end = digits + sizeof digits;
+    char* p = end;
+    auto v = static_cast<std::uint64_t>(lPos < 0 ? -lPos : lPos);
+    while (v >= 100) {
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * (v % 100), 2);
+        v /= 100;
+    }
+    if (v >= 10) {
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * v, 2);
+    } else {
+        *--p = static_cast<char>('0' + v);
+    }
+    while (end - p < 9)
+        *--p = '0';
+    *--p = '\t';
+    std::memcpy(out, p, static_cast<std::size_t>(end - p));
+    return out + (end - p);
+}
+
+std::string list2line(std::string_view sName, std::int64_t lPos)
+{
+    char tail[kList2Tail];
+    std::string line(sName);
+    line.append(tail, static_cast<std::size_t>(putlist2tail(tail, lPos) - tail));
+    return line;
+}
+
+List2Hit readlist2line(const std::string& line)
+{
+    std::string rest = line;
+    List2Hit hit;
+    hit.sName = nexttoken(rest, "\t");
+    hit.lPos = leadingnumber(rest);
+    return hit;
 }
 
 }  // namespace brindlex

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,24 +33,58 @@ std::string basedirfor(const std::string& mask);
 // "*.*" matches every name, with or without a dot).
 bool wildcardmatch(std::string_view mask, std::string_view name);
 
+// The lines of the two lists are shared by the window, the command line and
+// the viewer: they are made and read here only.
+//
 // A List1 line: relative name, tab, size as "00000000" (longer in full),
-// and "*" once a run has rewritten the file.
+// and "*" once a run has rewritten the file: "sub/a.txt\t00001234*".
 std::string list1line(std::string_view relname, std::int64_t size, bool rewritten = false);
 
-// The first field of a list line (nexttoken at the tab).
+// The first field of a list line, as nexttoken at the tab gives it: the
+// text before the first tab trimmed of spaces; a line without a tab whole.
 std::string firstfield(const std::string& line);
 
-// Sorts lines the way the sorted list keeps them: ascending by their bytes.
+// The order of List1: ascending by the bytes of the lines, as unsigned
+// values (a byte above 127 sorts behind "z"). sortlist1 sorts a whole list;
+// list1insertion is where `line` goes among `count` sorted lines, behind
+// those equal to it, `lineat(i)` giving line i.
+bool list1less(std::string_view a, std::string_view b);
 void sortlist1(std::vector<std::string>& lines);
+std::size_t list1insertion(std::size_t count, const std::function<std::string(std::size_t)>& lineat,
+                           std::string_view line);
+
+// A List2 line (a hit): the name relative to the base directory, tab, the
+// 1-based position as "000000000", longer numbers in full:
+// "sub/a.txt\t000000480". The command line prints the same line for each
+// hit, with LF.
+std::string list2line(std::string_view sName, std::int64_t lPos);
+
+// The part of a List2 line behind the name, tab and digits, written at
+// `out` (room for kList2Tail bytes); returns its end. For a writer that
+// makes millions of lines without a string each.
+inline constexpr std::size_t kList2Tail = 21;
+char* putlist2tail(char* out, std::int64_t lPos);
+
+// A List2 line read back, as the opener of the viewer reads it: the name is
+// the first field (firstfield), the position the number at the head of
+// what follows the tab (0 when there is none).
+//   "sub/a.txt\t000000480" -> {"sub/a.txt", 480}
+struct List2Hit {
+    std::string sName;
+    std::int64_t lPos = 0;
+};
+List2Hit readlist2line(const std::string& line);
 
 // The walk: lists the regular files (and links to regular files) of
 // dirpart(mask) that match filepart(mask), then, with `bIncludeSubs`, every
 // real subdirectory whose name doesn't begin with "." in full, depth first.
-// Adds lines through host.addline(). Calls host.enablecontrols(false) at the
+// Adds each file through host.addentry() by its real name. Calls host.enablecontrols(false) at the
 // start of each directory and (true) at its end, and host.yield() before
 // each file and each directory entry; a raised cancel flag ends the listing
-// of the directory in hand. FIFOs, sockets, devices, links to directories
-// and unreadable directories are passed over silently.
+// of the directory in hand. FIFOs, sockets, devices and links to
+// directories are passed over silently; a directory that can't be opened is
+// passed over and told to host.unreadable(). Directories are entered one
+// from another (openat), so the depth of a tree has no limit.
 void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host);
 
 }  // namespace brindlex

@@ -4,20 +4,22 @@
 #include <unistd.h>
 
 #include "engine/batch/host.h"
+#include "engine/core/openbinary.h"
 #include "engine/files/files.h"
 
 namespace brindlex {
 
 namespace {
 
-// Closes the directory stream whichever way a listing ends.
+// Reads a directory open as `fd` without taking the descriptor, so the
+// walk can still climb back from it once the stream is closed.
 class DirStream {
 public:
-    explicit DirStream(const std::string& path)
+    explicit DirStream(int fd)
     {
-        int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
-        if (fd >= 0 && !(dir_ = ::fdopendir(fd)))
-            ::close(fd);
+        const int own = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
+        if (own >= 0 && !(dir_ = ::fdopendir(own)))
+            ::close(own);
     }
     ~DirStream()
     {
@@ -48,10 +50,10 @@ bool isrealdir(int dirfd, const dirent* entry)
 
 // The files of one directory, then (with `bIncludeSubs`) the names of its
 // subdirectories. False when the user cancelled on the way.
-bool listlevel(const std::string& dirpath, std::string_view typedname, const std::string& prefix,
+bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
                bool bIncludeSubs, Host& host, std::vector<std::string>& subdirs)
 {
-    DirStream dir(dirpath);
+    DirStream dir(dirfd);
     if (!dir.get())
         return true;
 
@@ -72,7 +74,7 @@ bool listlevel(const std::string& dirpath, std::string_view typedname, const std
         if (host.bCancel)
             return false;
         relname.assign(prefix).append(entry->d_name);
-        host.addline(list1line(relname, static_cast<std::int64_t>(st.st_size)));
+        host.addentry(relname, static_cast<std::int64_t>(st.st_size));
     }
 
     if (!bIncludeSubs)
@@ -88,12 +90,59 @@ bool listlevel(const std::string& dirpath, std::string_view typedname, const std
     return true;
 }
 
+constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+
+bool samedir(int fd, const struct stat& want)
+{
+    struct stat st {};
+    return ::fstat(fd, &st) == 0 && st.st_dev == want.st_dev && st.st_ino == want.st_ino;
+}
+
+// What stays the same through a walk.
+struct Walk {
+    std::string m;   // the name part below the first level
+    bool bIncludeSubs;
+    Host& host;
+};
+
+// One directory and, with bIncludeSubs, its subdirectories, each entered
+// from the one above with openat: a path of any length is walked. Only the
+// directory in hand is open; after a subdirectory the walk climbs back
+// through "..", and stops at this level should that not lead here (the
+// subdirectory was moved meanwhile). `where` is the directory's path for
+// the host's report of what can't be read. Returns the descriptor it
+// climbed back to, for the level above.
+FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::string& where, std::string_view typedname,
+                     const Walk& w)
+{
+    w.host.enablecontrols(false);
+    std::vector<std::string> subdirs;
+    struct stat self {};
+    if (::fstat(dir.get(), &self) == 0 && listlevel(dir.get(), typedname, prefix, w.bIncludeSubs, w.host, subdirs)) {
+        for (const std::string& f : subdirs) {
+            const std::string subpath = where + (where.ends_with('/') ? "" : "/") + f;
+            FileHandle sub(::openat(dir.get(), f.c_str(), kDirFlags | O_NOFOLLOW));
+            if (!sub.valid()) {
+                w.host.unreadable(subpath, errno);
+                w.host.enablecontrols(false);   // as for a level entered and found empty
+                w.host.enablecontrols(true);
+                continue;
+            }
+            dir.close();
+            FileHandle back = walklevel(std::move(sub), prefix + f + "/", subpath, w.m, w);
+            dir = FileHandle(back.valid() ? ::openat(back.get(), "..", kDirFlags) : -1);
+            if (!dir.valid() || !samedir(dir.get(), self))
+                break;
+        }
+    }
+    w.host.enablecontrols(true);
+    return dir;
+}
+
 }  // namespace
 
 void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host)
 {
-    host.enablecontrols(false);
-
     // The name part as typed, blanks included, selects in this directory;
     // the levels below get filepart's version without blanks.
     const std::size_t slash = mask.rfind('/');
@@ -105,18 +154,15 @@ void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& ba
     if (prefix.compare(0, baseDir.size(), baseDir) == 0)
         prefix.erase(0, baseDir.size());
 
-    // The subdirectories are gathered first and walked once the listing of
-    // this level has ended and its directory is closed, so a deep tree holds
-    // one open directory at a time.
-    std::vector<std::string> subdirs;
     const std::string dirpath = slash == std::string::npos ? "." : (d.empty() ? "/" : d);
-    if (listlevel(dirpath, typedname, prefix, bIncludeSubs, host, subdirs)) {
-        const std::string m = filepart(mask);
-        for (const std::string& f : subdirs)
-            listfiles(d + "/" + f + "/" + m, bIncludeSubs, baseDir, host);
+    FileHandle dir(openlong(dirpath, kDirFlags));
+    if (!dir.valid()) {
+        host.unreadable(dirpath, errno);
+        host.enablecontrols(false);
+        host.enablecontrols(true);
+        return;
     }
-
-    host.enablecontrols(true);
+    walklevel(std::move(dir), prefix, dirpath, typedname, Walk{filepart(mask), bIncludeSubs, host});
 }
 
 }  // namespace brindlex

@@ -17,15 +17,6 @@ int percentdigit(char c)
     return at == std::string_view::npos ? -1 : static_cast<int>(at);
 }
 
-// What nexttoken trims: spaces only, at both ends.
-std::string_view trimspaces(std::string_view s)
-{
-    const std::size_t first = s.find_first_not_of(' ');
-    if (first == std::string_view::npos)
-        return {};
-    return s.substr(first, s.find_last_not_of(' ') - first + 1);
-}
-
 }  // namespace
 
 unsigned char uppercasebyte(unsigned char c)
@@ -161,14 +152,14 @@ std::string decodepage(const std::string& text)
         const std::size_t colon = work.find(':');
         if (colon == std::string_view::npos)
             break;
-        work = trimspaces(work.substr(colon + 1));
+        work = trimblanks(work.substr(colon + 1));
         std::string_view row;
         if (const std::size_t end = work.find(sCRLF); end == std::string_view::npos) {
             row = work;
             work = {};
         } else {
-            row = trimspaces(work.substr(0, end));
-            work = trimspaces(work.substr(end + sCRLF.size()));
+            row = trimblanks(work.substr(0, end));
+            work = trimblanks(work.substr(end + sCRLF.size()));
         }
         result += decodeangle(std::string(row));
     }

@@ -1,5 +1,6 @@
 #include "engine/pattern/stringtools.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string_view>
 
@@ -7,14 +8,6 @@ namespace brindlex {
 namespace {
 
 constexpr char kPlaceholder = '\x1f';
-
-std::string_view trimspaces(std::string_view s)
-{
-    const std::size_t first = s.find_first_not_of(' ');
-    if (first == std::string_view::npos)
-        return {};
-    return s.substr(first, s.find_last_not_of(' ') - first + 1);
-}
 
 bool endswith(const std::string& s, std::string_view tail)
 {
@@ -76,6 +69,48 @@ void replacerepeated(std::string& text, std::string_view target, std::string_vie
 
 }  // namespace
 
+std::string_view trimblanks(std::string_view s, std::string_view blanks)
+{
+    const std::size_t first = s.find_first_not_of(blanks);
+    if (first == std::string_view::npos)
+        return {};
+    return s.substr(first, s.find_last_not_of(blanks) - first + 1);
+}
+
+std::int64_t leadingnumber(std::string_view text)
+{
+    constexpr std::int64_t kCeiling = 1'000'000'000'000'000'000;
+    text = text.substr(std::min(text.size(), text.find_first_not_of(" \t")));
+    bool negative = false;
+    if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
+        negative = text.front() == '-';
+        text.remove_prefix(1);
+    }
+    std::int64_t n = 0;
+    for (std::size_t i = 0; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
+        n = n < kCeiling / 10 ? std::min(n * 10 + (text[i] - '0'), kCeiling) : kCeiling;
+    return negative ? -n : n;
+}
+
+int parsestringforinteger(std::string& s, const std::string& ch)
+{
+    const std::int64_t value = std::clamp<std::int64_t>(leadingnumber(s), -32768, 32767);
+    const std::size_t cut = s.find(ch);
+    if (cut == std::string::npos)
+        s.clear();
+    else
+        s.erase(0, cut + ch.size());
+    return static_cast<int>(value);
+}
+
+std::string zeropadded(std::int64_t n, int width)
+{
+    std::string digits = std::to_string(n);
+    if (digits.size() < static_cast<std::size_t>(width))
+        digits.insert(0, static_cast<std::size_t>(width) - digits.size(), '0');
+    return digits;
+}
+
 std::string nexttoken(std::string& source, const std::string& delimiter)
 {
     const std::size_t at = delimiter.empty() ? std::string::npos : source.find(delimiter);
@@ -85,8 +120,8 @@ std::string nexttoken(std::string& source, const std::string& delimiter)
         return token;
     }
     const std::string_view all = source;
-    std::string token(trimspaces(all.substr(0, at)));
-    source = std::string(trimspaces(all.substr(at + delimiter.size())));
+    std::string token(trimblanks(all.substr(0, at)));
+    source = std::string(trimblanks(all.substr(at + delimiter.size())));
     return token;
 }
 

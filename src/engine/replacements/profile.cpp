@@ -29,16 +29,9 @@ struct Parsed {
     std::string value;   // of a key
 };
 
-bool isblankbyte(char c) { return c == ' ' || c == '\t'; }
-
 std::string trimmed(std::string_view s)
 {
-    std::size_t b = 0, e = s.size();
-    while (b < e && isblankbyte(s[b]))
-        ++b;
-    while (e > b && isblankbyte(s[e - 1]))
-        --e;
-    return std::string(s.substr(b, e - b));
+    return std::string(trimblanks(s, " \t"));
 }
 
 bool sameletters(std::string_view a, std::string_view b)
@@ -175,6 +168,49 @@ std::optional<std::string> profilevalue(const std::filesystem::path& file, std::
     return value;
 }
 
+namespace {
+
+// Puts `name` = `v` into `lines`: over the key's own line, else behind the
+// last key line (or the header) of `section`, else in a new section at the
+// end, behind a blank line.
+void setkeyline(std::vector<Line>& lines, std::string_view section, const std::string& name, const std::string& v)
+{
+    const std::string eol = !lines.empty() && !lines.front().end.empty() ? lines.front().end : "\r\n";
+    std::optional<std::size_t> anchor;    // the last key line or header of the section
+    bool inside = false;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        Parsed p = parse(lines[i].text);
+        if (p.kind == LineKind::Section) {
+            inside = sameletters(p.name, section);
+            if (inside)
+                anchor = i;
+        } else if (inside && p.kind == LineKind::Key) {
+            anchor = i;
+            if (sameletters(p.name, name)) {
+                lines[i].text = p.name + "=" + v;
+                return;
+            }
+        }
+    }
+    const Line newline{name + "=" + v, eol};
+    if (anchor) {
+        if (lines[*anchor].end.empty())
+            lines[*anchor].end = eol;
+        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(*anchor) + 1, newline);
+        return;
+    }
+    if (!lines.empty()) {
+        if (lines.back().end.empty())
+            lines.back().end = eol;
+        if (!trimmed(lines.back().text).empty())
+            lines.push_back({"", eol});
+    }
+    lines.push_back({"[" + trimmed(section) + "]", eol});
+    lines.push_back(newline);
+}
+
+}  // namespace
+
 Error writeprofilestring(const std::filesystem::path& file, std::string_view section, std::string_view key,
                          std::string_view value)
 {
@@ -186,46 +222,7 @@ Error writeprofilestring(const std::filesystem::path& file, std::string_view sec
     if (Error error = readall(file, bytes); error && error.code != ENOENT)
         return error;
     std::vector<Line> lines = splitlines(bytes);
-    std::string eol = "\r\n";
-    if (!lines.empty() && !lines.front().end.empty())
-        eol = lines.front().end;
-    std::string v = trimmed(value);
-
-    std::optional<std::size_t> found;     // the key's own line
-    std::optional<std::size_t> anchor;    // the last key line or header of the section
-    bool inside = false;
-    for (std::size_t i = 0; i < lines.size() && !found; ++i) {
-        Parsed p = parse(lines[i].text);
-        if (p.kind == LineKind::Section) {
-            inside = sameletters(p.name, section);
-            if (inside)
-                anchor = i;
-        } else if (inside && p.kind == LineKind::Key) {
-            anchor = i;
-            if (sameletters(p.name, name)) {
-                found = i;
-                lines[i].text = p.name + "=" + v;
-            }
-        }
-    }
-    if (!found) {
-        Line newline{name + "=" + v, eol};
-        if (anchor) {
-            if (lines[*anchor].end.empty())
-                lines[*anchor].end = eol;
-            lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(*anchor) + 1, newline);
-        } else {
-            if (!lines.empty()) {
-                if (lines.back().end.empty())
-                    lines.back().end = eol;
-                if (!trimmed(lines.back().text).empty())
-                    lines.push_back({"", eol});
-            }
-            lines.push_back({"[" + trimmed(section) + "]", eol});
-            lines.push_back(newline);
-        }
-    }
-
+    setkeyline(lines, section, name, trimmed(value));
     std::string updated = joined(lines);
     if (updated == bytes)
         return {};

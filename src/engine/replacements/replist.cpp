@@ -12,22 +12,6 @@ namespace {
 
 const std::string kSectionPrefix = std::string(kRepSection) + "|";
 
-// The number at the head of `text`: blanks skipped, an optional sign, then
-// digits; 0 when there are none. Saturates far above any Integer.
-std::int64_t leadingnumber(std::string_view text)
-{
-    std::size_t i = 0;
-    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
-        ++i;
-    bool negative = false;
-    if (i < text.size() && (text[i] == '-' || text[i] == '+'))
-        negative = text[i++] == '-';
-    std::int64_t n = 0;
-    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
-        n = n < 1'000'000'000 ? n * 10 + (text[i] - '0') : n;
-    return negative ? -n : n;
-}
-
 void raisecount(const std::string& name, int& nRepCount)
 {
     std::string head = name.substr(0, 5);
@@ -115,7 +99,8 @@ std::string nameprompt(const std::string& pair)
 }
 
 std::optional<std::string> saverep(std::string sName, const std::string& sText2, const std::string& sText3,
-                                   const std::filesystem::path& sIniFile, int nRepCount, const NameQuestion& ask)
+                                   const std::filesystem::path& sIniFile, int nRepCount, const NameQuestion& ask,
+                                   Error* failed)
 {
     if (!isdefaultfile(sIniFile.string()) && sName.empty())
         return std::nullopt;
@@ -132,8 +117,15 @@ std::optional<std::string> saverep(std::string sName, const std::string& sText2,
     }
     replaceall(pair, " ", "%20");
     replaceall(key, "=", "-");
-    profilestring(2, kSectionPrefix + key + "=" + pair, sIniFile);
+    const Error error = writeprofilestring(sIniFile, kRepSection, key, pair);
+    if (failed)
+        *failed = error;
     return key;
+}
+
+std::string notsavedmessage(const std::string& key, const std::string& sIniFile)
+{
+    return "The set " + key + " could not be saved in " + sIniFile;
 }
 
 }  // namespace brindlex

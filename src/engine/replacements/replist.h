@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/core/error.h"
+
 namespace brindlex {
 
 // One item of the menu: its caption and the tag that decides what a click
@@ -101,7 +103,14 @@ using NameQuestion = std::function<std::string(const std::string& prompt, const 
 // Each " " of the pair is stored as "%20", each "=" of the key as "-": the
 // answer "x=y" for "a b" and "c" writes "x-y=a%20b==>c" and returns "x-y".
 // Blanks at the ends of the key are kept in the returned name, not in the file.
+// A write that fails still returns the key; `failed`, when given, gets why
+// (code 0 when the file was written), so that the caller can say so.
 std::optional<std::string> saverep(std::string sName, const std::string& sText2, const std::string& sText3,
-                                   const std::filesystem::path& sIniFile, int nRepCount, const NameQuestion& ask);
+                                   const std::filesystem::path& sIniFile, int nRepCount, const NameQuestion& ask,
+                                   Error* failed = nullptr);
+
+// The message of a set that could not be saved: "The set NAME could not be
+// saved in FILE" (the reason goes beside it).
+std::string notsavedmessage(const std::string& key, const std::string& sIniFile);
 
 }  // namespace brindlex

@@ -16,19 +16,25 @@
 #include <QPushButton>
 #include <QShortcut>
 
+#include <charconv>
 #include <optional>
 #include <system_error>
 
 #include "engine/batch/run.h"
+#include "engine/batch/runlog.h"
+#include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
+#include "engine/dump/dump.h"
 #include "engine/files/files.h"
+#include "engine/pattern/stringtools.h"
 #include "gui/mainwindow/tabstopdelegate.h"
 #include "gui/mainwindow/windowhost.h"
 #include "engine/replacements/profile.h"
 #include "engine/replacements/replist.h"
 #include "gui/replacements/repmenu.h"
 #include "gui/seam/dialogs.h"
+#include "gui/seam/launch.h"
 
 namespace brindlex::gui {
 
@@ -75,6 +81,75 @@ void setcolour(QWidget* widget, const QColor& colour)
 
 }  // namespace
 
+// Makes the controls of the client area at their design measures, in twips.
+class Designer {
+public:
+    Designer(QWidget* client, QObject* filter)
+        : client(client), filter(filter), dpiX(client->logicalDpiX()), dpiY(client->logicalDpiY())
+    {
+    }
+
+    static int px(int twips, int dpi) { return (twips * dpi + 720) / 1440; }
+
+    void place(QWidget* w, const char* name, int left, int top, int width, int height) const
+    {
+        w->setObjectName(QLatin1String(name));
+        w->setGeometry(px(left, dpiX), px(top, dpiY), px(width, dpiX), px(height, dpiY));
+    }
+
+    QLabel* label(const char* name, const char* text, int left, int top, int width, int height,
+                  Qt::Alignment align) const
+    {
+        auto* l = new QLabel(QLatin1String(text), client);
+        place(l, name, left, top, width, height);
+        l->setAlignment(align | Qt::AlignVCenter);
+        return l;
+    }
+
+    // The three boxes share their column and size; the window watches
+    // their keys and focus.
+    QLineEdit* textbox(const char* name, const char* text, int top) const
+    {
+        auto* t = new QLineEdit(QLatin1String(text), client);
+        place(t, name, 1125, top, 4000, 285);
+        t->installEventFilter(filter);
+        return t;
+    }
+
+    QPushButton* button(int index, const char* text, int top) const
+    {
+        auto* b = new QPushButton(QLatin1String(text), client);
+        place(b, QByteArray("cmd_" + QByteArray::number(index)).constData(), 5355, top, 1050, 285);
+        b->setAutoDefault(false);
+        return b;
+    }
+
+    // A check box is never narrower or lower than its caption needs; every
+    // one has room to its right and below in the design.
+    QCheckBox* checkbox(const char* name, const char* text, int left, int top, int width) const
+    {
+        auto* c = new QCheckBox(QLatin1String(text), client);
+        place(c, name, left, top, width, 195);
+        const QSize hint = c->sizeHint();
+        c->resize(std::max(c->width(), hint.width()), std::max(c->height(), hint.height()));
+        return c;
+    }
+
+    QListWidget* listbox(const char* name, int left, int top, int width) const
+    {
+        auto* l = new QListWidget(client);
+        place(l, name, left, top, width, 1980);
+        l->setSelectionMode(QAbstractItemView::ExtendedSelection);
+        l->setItemDelegate(new TabStopDelegate(l));
+        return l;
+    }
+
+    QWidget* client;
+    QObject* filter;
+    const int dpiX;
+    const int dpiY;
+};
+
 Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique<WindowHost>(*this))
 {
     setObjectName(QStringLiteral("Form1"));
@@ -82,6 +157,7 @@ Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique
     QFont bold = QApplication::font();
     bold.setBold(true);
     setFont(bold);
+    exeDir = QFile::encodeName(QCoreApplication::applicationDirPath()).toStdString();
     buildsurface();
     buildmenus();
 }
@@ -92,90 +168,55 @@ void Form1::buildsurface()
 {
     auto* client = new QWidget(this);
     setCentralWidget(client);
-    const int dpiX = logicalDpiX();
-    const int dpiY = logicalDpiY();
-    auto px = [](int twips, int dpi) { return (twips * dpi + 720) / 1440; };
-    auto place = [&](QWidget* w, const char* name, int left, int top, int width, int height) {
-        w->setObjectName(QLatin1String(name));
-        w->setGeometry(px(left, dpiX), px(top, dpiY), px(width, dpiX), px(height, dpiY));
-    };
-    // A check box is never narrower or lower than its caption needs; every
-    // one has room to its right and below in the design.
-    auto fit = [](QWidget* w) {
-        const QSize hint = w->sizeHint();
-        w->resize(std::max(w->width(), hint.width()), std::max(w->height(), hint.height()));
-    };
-    client->setFixedSize(px(6855, dpiX), px(7035, dpiY));
-
-    auto label = [&](const char* name, const char* text, int left, int top, int width, int height,
-                     Qt::Alignment align) {
-        auto* l = new QLabel(QLatin1String(text), client);
-        place(l, name, left, top, width, height);
-        l->setAlignment(align | Qt::AlignVCenter);
-        return l;
-    };
-    auto textbox = [&](const char* name, const char* text, int top) {
-        auto* t = new QLineEdit(QLatin1String(text), client);
-        place(t, name, 1125, top, 4000, 285);
-        t->installEventFilter(this);
-        return t;
-    };
+    Designer d(client, this);
+    client->setFixedSize(d.px(6855, d.dpiX), d.px(7035, d.dpiY));
     auto button = [&](int index, const char* text, int top) {
-        auto* b = new QPushButton(QLatin1String(text), client);
-        place(b, QByteArray("cmd_" + QByteArray::number(index)).constData(), 5355, top, 1050, 285);
-        b->setAutoDefault(false);
+        QPushButton* b = d.button(index, text, top);
         connect(b, &QPushButton::clicked, this, [this, index] { cmd_Click(index); });
         cmd[static_cast<std::size_t>(index)] = b;
     };
-    auto checkbox = [&](const char* name, const char* text, int left, int top, int width) {
-        auto* c = new QCheckBox(QLatin1String(text), client);
-        place(c, name, left, top, width, 195);
-        fit(c);
-        return c;
-    };
-    auto listbox = [&](const char* name, int left, int top, int width) {
-        auto* l = new QListWidget(client);
-        place(l, name, left, top, width, 1980);
-        l->setSelectionMode(QAbstractItemView::ExtendedSelection);
-        l->setItemDelegate(new TabStopDelegate(l));
-        return l;
-    };
 
-    Label1 = label("Label1", "File(s)", -360, 315, 1410, 240, Qt::AlignRight);
-    Text1 = textbox("Text1", "*.*", 270);
+    Label1 = d.label("Label1", "File(s)", -360, 315, 1410, 240, Qt::AlignRight);
+    Text1 = d.textbox("Text1", "*.*", 270);
     button(2, "Dir", 270);
-    chkIncludeSubs = checkbox("chkIncludeSubs", "Include Subdirectories", 1125, 600, 2250);
-    Label6 = label("Label6", "Find", 450, 1005, 600, 240, Qt::AlignRight);
+    chkIncludeSubs = d.checkbox("chkIncludeSubs", "Include Subdirectories", 1125, 600, 2250);
+    Label6 = d.label("Label6", "Find", 450, 1005, 600, 240, Qt::AlignRight);
     setcolour(Label6, Qt::black);
-    Text2 = textbox("Text2", "", 960);
+    Text2 = d.textbox("Text2", "", 960);
     button(0, "Find All", 960);
-    Label3 = label("Label3", "Replace", -360, 1455, 1410, 240, Qt::AlignRight);
-    Text3 = textbox("Text3", "", 1410);
+    Label3 = d.label("Label3", "Replace", -360, 1455, 1410, 240, Qt::AlignRight);
+    Text3 = d.textbox("Text3", "", 1410);
     button(1, "Replace", 1410);
-    chkCase = checkbox("chkCase", "Match Case", 1125, 1770, 1995);
-    chkAsk = checkbox("chkAsk", "Ask on Replace", 3150, 1770, 1995);
+    chkCase = d.checkbox("chkCase", "Match Case", 1125, 1770, 1995);
+    chkAsk = d.checkbox("chkAsk", "Ask on Replace", 3150, 1770, 1995);
     button(3, "Cancel", 1860);
     cmd[3]->setEnabled(false);
     // The window's cancel button: Esc presses it at once (a button's own
     // shortcut clicks only after a delay), and only while it is on.
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     connect(escape, &QShortcut::activated, cmd[3], &QPushButton::click);
-    lblDir = label("lblDir", "____", 135, 2160, 435, 195, Qt::AlignLeft);
+    lblDir = d.label("lblDir", "____", 135, 2160, 435, 195, Qt::AlignLeft);
     QFont underlined = lblDir->font();
     underlined.setUnderline(true);
     lblDir->setFont(underlined);
     setcolour(lblDir, kDarkRed);
     lblDir->adjustSize();
     lblDir->installEventFilter(this);
-    Label2 = label("Label2", "Size", 4850, 2160, 1410, 240, Qt::AlignLeft);
+    buildlists(d);
+}
+
+// The two lists and their captions, below the boxes and buttons.
+void Form1::buildlists(Designer& d)
+{
+    Label2 = d.label("Label2", "Size", 4850, 2160, 1410, 240, Qt::AlignLeft);
     setcolour(Label2, kDarkRed);
-    List1 = listbox("List1", 135, 2385, 6480);
-    Label5 = label("Label5", "____", 120, 4560, 435, 195, Qt::AlignLeft);
+    List1 = d.listbox("List1", 135, 2385, 6480);
+    Label5 = d.label("Label5", "____", 120, 4560, 435, 195, Qt::AlignLeft);
     setcolour(Label5, kDarkRed);
     Label5->adjustSize();
-    Label4 = label("Label4", "Location", 4850, 4560, 1410, 240, Qt::AlignLeft);
+    Label4 = d.label("Label4", "Location", 4850, 4560, 1410, 240, Qt::AlignLeft);
     setcolour(Label4, kDarkRed);
-    List2 = listbox("List2", 120, 4785, 6495);
+    List2 = d.listbox("List2", 120, 4785, 6495);
 
     connect(chkIncludeSubs, &QCheckBox::clicked, this, [this] { chkIncludeSubs_Click(); });
     connect(List1, &QListWidget::itemDoubleClicked, this, [this] { List1_DblClick(); });
@@ -254,7 +295,7 @@ void Form1::Form_Load(const std::string& sCommand)
 {
     setWindowTitle(towidget(std::string(sCaption) + " Version " + std::string(sVersion)));
     sIniFile = defaultinifile();
-    const QFileInfo editor(QCoreApplication::applicationDirPath() + QStringLiteral("/vellumix"));
+    const QFileInfo editor(QFile::decodeName(QByteArray::fromStdString((exeDir / "vellumix").string())));
     sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
     nViewMode = 4;
     mnuRepl->setProperty("Tag", QStringLiteral("user0"));
@@ -264,6 +305,8 @@ void Form1::Form_Load(const std::string& sCommand)
         sScratch = scratchfilepath();
         std::error_code ignored;
         std::filesystem::remove(sLogFile, ignored);
+        if (const std::string finished = finishinterruptedcopy(sScratch); !finished.empty())
+            dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
     settabstops(List2, kTabStops);
@@ -367,6 +410,7 @@ void Form1::findinfiles(const std::string& sFind, bool bReplace)
     for (int i = 0; i < count; ++i) {
         const QListWidgetItem* line = List1->item(i);
         request.lines.push_back(fromwidget(line->text()));
+        request.names.push_back(line->data(kRealNameRole).toByteArray().toStdString());
         request.selected.push_back(line->isSelected());
     }
     if (!sFind.empty())
@@ -444,28 +488,6 @@ void Form1::selectalltext(QLineEdit* box)
     box->setFocus();
 }
 
-int Form1::parsestringforinteger(std::string& s, const std::string& ch)
-{
-    // The number at the head: optional blanks and sign, then digits, as a
-    // 16-bit Integer would hold it.
-    std::size_t at = s.find_first_not_of(' ');
-    long value = 0;
-    bool negative = false;
-    if (at != std::string::npos && (s[at] == '-' || s[at] == '+')) {
-        negative = s[at] == '-';
-        ++at;
-    }
-    for (; at != std::string::npos && at < s.size() && s[at] >= '0' && s[at] <= '9'; ++at)
-        value = std::min(value * 10 + (s[at] - '0'), 32768L);
-    const int result = static_cast<int>(std::clamp(negative ? -value : value, -32768L, 32767L));
-    const std::size_t cut = s.find(ch);
-    if (cut == std::string::npos)
-        s.clear();
-    else
-        s.erase(0, cut + ch.size());
-    return result;
-}
-
 void Form1::settabstops(QListWidget* lstList, const std::string& sStops)
 {
     std::string copy = sStops;
@@ -485,15 +507,15 @@ void Form1::mnuConvertHex_Click()
 
 void Form1::mnuopt_Click()
 {
-    mnuOptLog[0]->setChecked((nLogMode & 1) != 0);
-    mnuOptLog[1]->setChecked((nLogMode & 2) != 0);
+    mnuOptLog[0]->setChecked((nLogMode & kLogFinds) != 0);
+    mnuOptLog[1]->setChecked((nLogMode & kLogReplaces) != 0);
     mnuConvertHex->setChecked(bConvertHex);
 }
 
 void Form1::mnuOptLog_Click(int Index)
 {
     if (Index == 0 || Index == 1) {
-        const int bit = Index == 0 ? 1 : 2;
+        const int bit = Index == 0 ? kLogFinds : kLogReplaces;
         if (mnuOptLog[static_cast<std::size_t>(Index)]->isChecked())
             nLogMode &= ~bit;
         else
@@ -550,12 +572,17 @@ void Form1::saverep(const std::string& sName)
         return fromwidget(dialogs().inputbox(this, towidget(prompt), towidget(std::string(sTitle)),
                                              towidget(defaultAnswer)));
     };
-    const std::optional<std::string> key = brindlex::saverep(sName, fromwidget(Text2->text()),
-                                                             fromwidget(Text3->text()), sIniFile, nRepCount, ask);
+    Error failed;
+    const std::optional<std::string> key = brindlex::saverep(
+        sName, fromwidget(Text2->text()), fromwidget(Text3->text()), sIniFile, nRepCount, ask, &failed);
     if (!key)
         return;
     mnuRepl->setProperty("Tag", towidget(*key));
+    // The menu comes from what the file holds: a set not saved isn't there.
     loadreplist(false);
+    if (failed)
+        dialogs().messagebox(this, towidget(notsavedmessage(*key, sIniFile.string())), Buttons::Ok, Icon::None,
+                             towidget(std::string(sTitle)), towidget(reasontext(failed)));
 }
 
 void Form1::mnuRep_Click(int Index)
@@ -607,13 +634,89 @@ void Form1::mnuOpenRepFile_Click()
     loadreplist(true);
 }
 
-// The outside editors (the File menu's captions and its two Edit items) and
-// the integer dump come with their own work; their items stand with the
-// design captions until then.
-void Form1::mnuFile_Click() {}
-void Form1::mnuEdit_Click() {}
-void Form1::mnuEdit2_Click() {}
-void Form1::mnuDumpInt4_Click() {}
+std::string Form1::currentline(const QListWidget* list) const
+{
+    const QListWidgetItem* item = list->currentRow() < 0 ? nullptr : list->currentItem();
+    return item ? fromwidget(item->text()) : std::string();
+}
+
+void Form1::mnuFile_Click()
+{
+    const std::string s = sEditor == "vellumix" ? "vellumix -p" : sEditor;
+    const std::string line1 = currentline(List1);
+    const std::string line2 = currentline(List2);
+    mnuEdit->setText(towidget("&Edit " + firstfield(line1) + " using " + sEditor));
+    mnuEdit2->setText(towidget("E&dit " + firstfield(line2) + " using " + s));
+    mnuEdit->setEnabled(!line1.empty());
+    mnuEdit2->setEnabled(!line2.empty());
+    mnuDumpInt4->setEnabled(mnuEdit->isEnabled());
+}
+
+void Form1::mnuEdit_Click()
+{
+    const std::string line = currentline(List1);
+    if (!line.empty())
+        startedit(fromwidget(lblDir->text()) + firstfield(line), std::string());
+}
+
+void Form1::mnuEdit2_Click()
+{
+    const std::string line = currentline(List2);
+    if (line.empty())
+        return;
+    // The position behind the last tab, in plain digits.
+    std::int64_t lPos = 0;
+    const std::size_t tab = line.rfind('\t');
+    const char* digits = line.data() + (tab == std::string::npos ? 0 : tab + 1);
+    std::from_chars(digits, line.data() + line.size(), lPos);
+    startedit(fromwidget(lblDir->text()) + firstfield(line), std::to_string(lPos));
+}
+
+// The command line is built as one string for the message; the program gets
+// the path as one argument, whatever bytes it holds.
+void Form1::startedit(const std::string& sPath, const std::string& sPosition)
+{
+    std::string commandline = sEditor + " " + sPath;
+    std::vector<std::string> args{sPath};
+    if (sEditor == "vellumix" && !sPosition.empty()) {
+        commandline += " -p " + sPosition;
+        args.insert(args.end(), {"-p", sPosition});
+    }
+    const Error error = dialogs().startprogram(editorprogram(sEditor, exeDir), args);
+    if (error)
+        dialogs().messagebox(this, towidget("Error starting " + commandline + ":" + std::string(sCRLF) + error.text),
+                             Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+}
+
+void Form1::mnuDumpInt4_Click()
+{
+    const std::string line = currentline(List1);
+    if (busy() || line.empty())
+        return;
+    const std::string sIn = fromwidget(lblDir->text()) + firstfield(line);
+    ++nDumpCount;
+    const std::filesystem::path sOut = workdirpath() / sheetname(nDumpCount);
+    const QString title = towidget(std::string(sTitle));
+    const int nSize = dumpanswer(fromwidget(dialogs().inputbox(this, QStringLiteral("Integer size (2 or 4)?"), title,
+                                                                 QStringLiteral("4"))));
+    if (nSize == 0)
+        return;
+    const int nCols = dumpanswer(fromwidget(dialogs().inputbox(this, QStringLiteral("How many columns of integers?"),
+                                                                 title, QStringLiteral("1"))));
+    if (nCols == 0)
+        return;
+    {
+        // A long dump yields like a run, and Cancel ends it with the sheet
+        // cut short.
+        BusyScope scope(nBusy);
+        windowHost->beginwork();
+        windowHost->enablecontrols(false);
+        std::int64_t lPos = 1;
+        dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
+        windowHost->enablecontrols(true);
+    }
+    dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
+}
 
 // The viewer comes with its own work: these will set the viewer's state from
 // the current line and show it.

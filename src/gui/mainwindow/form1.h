@@ -30,6 +30,7 @@ class QPushButton;
 
 namespace brindlex::gui {
 
+class Designer;
 class WindowHost;
 
 // Bytes to a widget's text and back (ISO-8859-1).
@@ -71,11 +72,6 @@ public:
     // list units (4 units = one average character width of the list's font).
     void settabstops(QListWidget* lstList, const std::string& sStops);
 
-    // The number at the head of `s` (0 when there is none); `s` loses
-    // everything up to and including the first `ch`, or all of it when there
-    // is no `ch`: "180,,200" gives 180, then 0, then 200.
-    static int parsestringforinteger(std::string& s, const std::string& ch);
-
     void mnuConvertHex_Click();
     void mnuopt_Click();
     void mnuOptLog_Click(int Index);
@@ -96,7 +92,17 @@ public:
     void mnuRep_Click(int Index);
     void mnuOpenRepFile_Click();
 
-    // The outside editors and the integer dump.
+    // The outside editors and the integer dump. mnuFile_Click names the
+    // current lines of List1 and List2 and the editor in the captions of
+    // mnuEdit and mnuEdit2 ("&Edit a.txt using notepad", "E&dit a.txt using
+    // vellumix -p") and switches them and mnuDumpInt4 on where a line is
+    // current. The Edit items start sEditor on the file of that line, the
+    // full path as one argument, and for vellumix on a hit "-p" and the
+    // hit's position; a start that fails is told, naming the command line
+    // ("vellumix /data/a.txt -p 1234"). mnuDumpInt4_Click asks for the
+    // integer size and the columns, dumps the current file of List1 to the
+    // next numbered sheet of the work directory (001.xls, 002.xls, ...) and
+    // opens it with the desktop's program.
     void mnuFile_Click();
     void mnuEdit_Click();
     void mnuEdit2_Click();
@@ -153,9 +159,11 @@ public:
     std::string sRepList;
     int nRepCount = 0;
     std::string sEditor;
+    std::filesystem::path exeDir;     // where Form_Load looks for vellumix
+    int nDumpCount = 0;               // the number of the last sheet
     std::filesystem::path sLogFile;   // empty when the work directory can't be used
     std::filesystem::path sScratch;   // likewise
-    int nLogMode = 0;                 // 1: log finds, 2: log replaces
+    int nLogMode = 0;                 // kLogFinds | kLogReplaces (engine/batch/runlog.h)
     bool bConvertHex = false;
     std::string sLastFind;
     double dLastFocus = 0;            // days, see selectalltext
@@ -177,9 +185,12 @@ protected:
 private:
     friend class WindowHost;
     void buildsurface();
+    void buildlists(Designer& d);
     void buildmenus();
     void Form_Unload();
     void listing();
+    std::string currentline(const QListWidget* list) const;
+    void startedit(const std::string& sPath, const std::string& sPosition);
 
     std::unique_ptr<WindowHost> windowHost;
     int nBusy = 0;

@@ -15,6 +15,7 @@
 
 #include "engine/batch/run.h"
 #include "engine/core/state.h"
+#include "engine/files/files.h"
 #include "gui/mainwindow/form1.h"
 #include "gui/seam/dialogs.h"
 
@@ -30,13 +31,6 @@ std::chrono::nanoseconds coarsenow()
 
 }  // namespace
 
-std::string list2line(const std::string& sName, std::int64_t lPos)
-{
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%09lld", static_cast<long long>(lPos < 0 ? -lPos : lPos));
-    return sName + '\t' + digits;
-}
-
 void WindowHost::beginwork()
 {
     lastYield = {};
@@ -46,8 +40,12 @@ void WindowHost::beginwork()
 void WindowHost::flush()
 {
     if (!pendingHits.isEmpty()) {
+        const int first = form.List2->count();
         form.List2->addItems(pendingHits);
+        for (int k = 0; k < pendingNames.size(); ++k)
+            form.List2->item(first + k)->setData(kRealNameRole, pendingNames[k]);
         pendingHits.clear();
+        pendingNames.clear();
     }
     if (pendingCount) {
         setstatus(std::to_string(*pendingCount));
@@ -96,44 +94,37 @@ void WindowHost::yield()
     lastPaint = std::chrono::steady_clock::now();
 }
 
-void WindowHost::addline(const std::string& line)
+void WindowHost::addentry(const std::string& name, std::int64_t size)
 {
     if (form.List1->count() >= kList1Limit)
         return;
-    // QString order of ISO-8859-1 text is the order of its bytes.
-    const QString text = towidget(line);
-    int lo = 0;
-    int hi = form.List1->count();
-    while (lo < hi) {
-        const int mid = (lo + hi) / 2;
-        if (text < form.List1->item(mid)->text())
-            hi = mid;
-        else
-            lo = mid + 1;
-    }
-    form.List1->insertItem(lo, text);
+    const std::string line = list1line(name, size);
+    const std::size_t at = list1insertion(
+        static_cast<std::size_t>(form.List1->count()),
+        [this](std::size_t i) { return fromwidget(form.List1->item(static_cast<int>(i))->text()); }, line);
+    form.List1->insertItem(static_cast<int>(at), towidget(line));
+    form.List1->item(static_cast<int>(at))->setData(kRealNameRole,
+                                                    QByteArray(name.data(), static_cast<qsizetype>(name.size())));
 }
 
 void WindowHost::clearhits()
 {
     pendingHits.clear();
+    pendingNames.clear();
     form.List2->clear();
     listed = 0;
 }
 
 void WindowHost::status(const std::string& caption)
 {
-    // A hit count changes after every hit and waits for the next real
-    // yield. Anything else (a file's path, the outcome) is painted at once,
-    // unless the window was painted less than kYieldSpacing ago: then it
+    // A count comes through hitcount() and waits for the next real yield.
+    // A text (a file's path, "more than 1000") is painted at once, unless the window was painted less than kYieldSpacing ago: then it
     // waits for the next real yield too, which the run makes at the latest
     // behind that file, so the path is still seen as soon as a person could
     // see it, and a run over thousands of small files doesn't paint each.
     pendingStatus = caption;
     pendingCount.reset();
-    const bool count = !caption.empty() && std::all_of(caption.begin(), caption.end(),
-                                                       [](char c) { return c >= '0' && c <= '9'; });
-    if (count || std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)
+    if (std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)
         return;
     flush();
     form.Label5->repaint();
@@ -158,6 +149,7 @@ void WindowHost::hit(const std::string& sName, std::int64_t lPos)
     if (listed < kListLimit) {
         ++listed;
         pendingHits << towidget(list2line(sName, lPos));
+        pendingNames << QByteArray(sName.data(), static_cast<qsizetype>(sName.size()));
     }
 }
 
@@ -175,10 +167,11 @@ Answer WindowHost::question(const std::string& title, const std::string& text)
     }
 }
 
-void WindowHost::message(const std::string& text)
+void WindowHost::message(const std::string& text, const Error& reason)
 {
     flush();
-    dialogs().messagebox(&form, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+    dialogs().messagebox(&form, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)),
+                         reason ? towidget(reasontext(reason)) : QString());
 }
 
 void WindowHost::lineupdated(std::size_t index, const std::string& line)

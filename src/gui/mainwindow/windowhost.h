@@ -27,6 +27,10 @@ namespace brindlex::gui {
 
 class Form1;
 
+// List1 and List2 items keep the file's real name (bytes) in this role: the
+// line shows it, the name finds the file again.
+inline constexpr int kRealNameRole = Qt::UserRole;
+
 class WindowHost final : public Host {
 public:
     static constexpr std::chrono::milliseconds kYieldSpacing{30};
@@ -42,13 +46,13 @@ public:
 
     void showcontrols(bool bOn) override;
     void yield() override;
-    void addline(const std::string& line) override;
+    void addentry(const std::string& name, std::int64_t size) override;
     void clearhits() override;
     void status(const std::string& caption) override;
     void hitcount(std::int64_t nHits) override;
     void hit(const std::string& sName, std::int64_t lPos) override;
     Answer question(const std::string& title, const std::string& text) override;
-    void message(const std::string& text) override;
+    void message(const std::string& text, const Error& reason) override;
     void lineupdated(std::size_t index, const std::string& line) override;
 
 private:
@@ -56,6 +60,7 @@ private:
 
     Form1& form;
     QStringList pendingHits;
+    QList<QByteArray> pendingNames;   // the real name of each pending hit
     std::optional<std::string> pendingStatus;
     // A hit count waiting to be painted; formatted only then.
     std::optional<std::int64_t> pendingCount;
@@ -67,8 +72,5 @@ private:
     std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
 };
-
-// A List2 line: name, tab, position as "000000000" (longer in full).
-std::string list2line(const std::string& sName, std::int64_t lPos);
 
 }  // namespace brindlex::gui

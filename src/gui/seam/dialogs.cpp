@@ -7,6 +7,8 @@
 #include <QMessageBox>
 #include <QUrl>
 
+#include "gui/seam/launch.h"
+
 namespace brindlex::gui {
 
 namespace {
@@ -33,11 +35,13 @@ void installdialogs(Dialogs* replacement)
 }
 
 Reply QtDialogs::messagebox(QWidget* parent, const QString& text, Buttons buttons, Icon icon,
-                            const QString& title)
+                            const QString& title, const QString& detail)
 {
     QMessageBox box(icon == Icon::Question ? QMessageBox::Question : QMessageBox::NoIcon, shown(title),
                     shown(text), QMessageBox::NoButton, parent);
     box.setTextFormat(Qt::PlainText);
+    if (!detail.isEmpty())
+        box.setDetailedText(shown(detail));
     if (buttons == Buttons::YesNoCancel) {
         box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
         box.setDefaultButton(QMessageBox::Yes);
@@ -78,19 +82,24 @@ void QtDialogs::shellopen(const QString& path)
     QDesktopServices::openUrl(QUrl::fromLocalFile(path));
 }
 
+Error Dialogs::startprogram(const std::string& program, const std::vector<std::string>& args)
+{
+    return startdetached(program, args);
+}
+
 QStringList ScriptedDialogs::seen(DialogRecord::Kind kind) const
 {
     QStringList out;
     for (const DialogRecord& r : records)
         if (r.kind == kind)
-            out << r.title + QLatin1Char('|') + r.text;
+            out << r.title + QLatin1Char('|') + r.text + (r.detail.isEmpty() ? QString() : QLatin1Char('|') + r.detail);
     return out;
 }
 
 Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons, Icon icon,
-                                  const QString& title)
+                                  const QString& title, const QString& detail)
 {
-    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon});
+    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail, {}});
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())
@@ -103,7 +112,7 @@ Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons
 QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString& title,
                                   const QString& defaultText)
 {
-    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None});
+    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}, {}});
     if (inputs.empty())
         return defaultText;
     const QString answer = inputs.front();
@@ -113,7 +122,7 @@ QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString
 
 QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& filter, const QString&)
 {
-    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None});
+    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}, {}});
     if (files.empty())
         return seed;
     const QString answer = files.front();
@@ -123,7 +132,18 @@ QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& 
 
 void ScriptedDialogs::shellopen(const QString& path)
 {
-    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None});
+    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}, {}});
+}
+
+Error ScriptedDialogs::startprogram(const std::string& program, const std::vector<std::string>& args)
+{
+    QString shown;
+    for (const std::string& arg : args)
+        shown += QLatin1Char(' ') + QString::fromLatin1(arg.data(), static_cast<qsizetype>(arg.size()));
+    DialogRecord record{DialogRecord::Kind::Start, QString::fromLatin1(program.data(), static_cast<qsizetype>(program.size())),
+                        shown, QString(), Buttons::Ok, Icon::None, QString(), args};
+    records.push_back(std::move(record));
+    return launch ? Dialogs::startprogram(program, args) : Error{};
 }
 
 }  // namespace brindlex::gui

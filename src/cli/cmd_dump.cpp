@@ -1,0 +1,180 @@
+// brindlex-cli dump: the window's integer dump, byte for byte the sheet that
+// it writes, to stdout or to a file that is replaced as a whole.
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "cli/command.h"
+#include "engine/core/saferewrite.h"
+#include "engine/core/workdir.h"
+#include "engine/dump/dump.h"
+
+namespace brindlex::cli {
+namespace {
+
+constexpr const char* kUsage =
+    "usage: brindlex-cli dump --size 2|4 --cols N [-o SHEET] [--] FILE\n"
+    "\n"
+    "Reads FILE from its first byte as little-endian signed integers of 2 or\n"
+    "4 bytes and writes them N to a row as the window's integer dump does: a\n"
+    "blank, the row number and a blank, then a tab and a value for each\n"
+    "column, CR LF. A row begins while a byte of FILE is left, and is written\n"
+    "whole: a value wholly past the end of FILE is an empty cell, a value cut\n"
+    "by the end takes the bytes there are as its low bytes.\n"
+    "\n"
+    "  --size 2|4       bytes per integer\n"
+    "  --cols N         values per row, 1 to 32767, as in the window\n"
+    "  -o, --output SHEET  the sheet to write (default: stdout); an existing\n"
+    "                   SHEET is replaced only when the dump is complete\n"
+    "  --help           this text\n"
+    "\n"
+    "Exit status: 0 written, 2 FILE or SHEET failed, or bad usage; 130\n"
+    "interrupted (an existing SHEET is left as it was).\n";
+
+volatile std::sig_atomic_t gInterrupted = 0;
+
+extern "C" void ondumpinterrupt(int) { gInterrupted = 1; }
+
+// Messages on stderr; the dump's closing word says nothing a script needs.
+class DumpHost final : public Host {
+public:
+    explicit DumpHost(std::string created) : created_(std::move(created)) {}
+    void yield() override { bCancel = bCancel || gInterrupted != 0; }
+    void message(const std::string& text, const Error& /*reason*/) override
+    {
+        if (text != created_)
+            std::fprintf(stderr, "brindlex-cli: dump: %s\n", text.c_str());
+    }
+
+private:
+    std::string created_;
+};
+
+// stdout as the sheet: nothing to make, nothing to keep back.
+class StdoutSheet final : public SheetOutput {
+public:
+    Error open() override { return {}; }
+    int fd() const override { return STDOUT_FILENO; }
+    Error close(bool) override { return {}; }
+};
+
+// A named sheet goes in place as a whole, through the one safe route for a
+// user's file, so that a failed or interrupted dump leaves the old one.
+class ReplacedSheet final : public SheetOutput {
+public:
+    explicit ReplacedSheet(std::string target) : target_(std::move(target)) {}
+    Error open() override
+    {
+        Error error;
+        const std::optional<std::filesystem::path> dir = preparedworkdir();
+        replace_ = SafeReplace::begin(target_, dir ? scratchfilepath() : std::filesystem::path(), error,
+                                      SafeReplace::Missing::Create);
+        return error;
+    }
+    int fd() const override { return replace_->fd(); }
+    Error close(bool whole) override
+    {
+        if (whole)
+            return replace_->commit();
+        replace_->abort();
+        return {};
+    }
+
+private:
+    std::string target_;
+    std::unique_ptr<SafeReplace> replace_;
+};
+
+std::optional<int> number(const std::string& text)
+{
+    int value = 0;
+    const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (ec != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+struct DumpOptions {
+    std::optional<int> size, cols;
+    std::optional<std::string> output;
+    std::vector<std::string> files;
+};
+
+// Parses the options; an empty answer means stop with `status`.
+std::optional<DumpOptions> parse(const std::vector<std::string>& args, int& status)
+{
+    DumpOptions o;
+    bool options = true;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        const bool valued = options && (arg == "--size" || arg == "--cols" || arg == "-o" || arg == "--output");
+        if (valued && i + 1 == args.size()) {
+            status = usageerror("dump: " + arg + " needs a value (see brindlex-cli dump --help)");
+            return std::nullopt;
+        }
+        if (options && arg == "--") {
+            options = false;
+        } else if (options && (arg == "--help" || arg == "-h")) {
+            std::fputs(kUsage, stdout);
+            status = 0;
+            return std::nullopt;
+        } else if (valued && arg == "--size") {
+            o.size = number(args[++i]);
+            if (o.size != 2 && o.size != 4)
+                o.size = 0;
+        } else if (valued && arg == "--cols") {
+            o.cols = number(args[++i]).value_or(0);
+        } else if (valued) {
+            o.output = args[++i];
+        } else if (options && arg.size() > 1 && arg[0] == '-') {
+            status = usageerror("dump: unknown option '" + arg + "' (see brindlex-cli dump --help)");
+            return std::nullopt;
+        } else {
+            o.files.push_back(arg);
+        }
+    }
+    if (o.files.size() != 1 || !o.size || !o.cols || *o.size == 0 || *o.cols < 1 || *o.cols > 32767) {
+        status = usageerror("dump: expects --size 2|4, --cols N of 1 to 32767 and one FILE"
+                            " (see brindlex-cli dump --help)");
+        return std::nullopt;
+    }
+    return o;
+}
+
+int rundump(const std::vector<std::string>& args)
+{
+    int status = 0;
+    const std::optional<DumpOptions> o = parse(args, status);
+    if (!o)
+        return status;
+
+    struct sigaction sa {};
+    sa.sa_handler = ondumpinterrupt;
+    sa.sa_flags = SA_RESETHAND;
+    sigemptyset(&sa.sa_mask);
+    ::sigaction(SIGINT, &sa, nullptr);
+
+    const std::string sOut = o->output.value_or("-");
+    DumpHost host(createdmessage(sOut));
+    StdoutSheet toStdout;
+    ReplacedSheet toFile(sOut);
+    SheetOutput& sheet = o->output ? static_cast<SheetOutput&>(toFile) : toStdout;
+    std::int64_t lPos = 1;
+    const DumpResult result = dumpints(*o->size, *o->cols, o->files.front(), sheet, sOut, lPos, host);
+    if (result.cancelled)
+        return kExitInterrupted;
+    return result.failed ? kExitTrouble : 0;
+}
+
+const RegisterCommand registered(
+    {"dump", "dump --size 2|4 --cols N FILE [-o SHEET]   integers of FILE as a tab-separated sheet", rundump});
+
+}  // namespace
+}  // namespace brindlex::cli

@@ -1,0 +1,267 @@
+// The File menu's outside editors and the integer dump, driven through the
+// real window. Program starts and document openings go through the seam;
+// where a test lets a start really happen, the editor is a stub script that
+// writes its arguments to a file.
+#include <QtTest>
+#include <QtWidgets>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "gui/mainwindow/form1.h"
+#include "gui/seam/dialogs.h"
+#include "gui/seam/launch.h"
+
+using namespace brindlex::gui;
+
+namespace {
+
+void writebytes(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string readbytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// A stub editor: its arguments, each ended by a NUL, go to `out`.
+void writestub(const std::string& path, const std::string& out)
+{
+    writebytes(path, "#!/bin/sh\nprintf '%s\\0' \"$@\" > '" + out + ".part' && mv '" + out + ".part' '" + out + "'\n");
+    QFile::setPermissions(QString::fromStdString(path), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+// Files, work directory and stub editors in a private directory: `exe`
+// holds a vellumix when asked for, `bin` (first on PATH) a notepad.
+class World {
+public:
+    explicit World(bool vellumix)
+    {
+        for (const char* dir : {"files", "exe", "bin", "work", "config"})
+            QDir(root.path()).mkpath(dir);
+        qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
+        qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
+        qputenv("PATH", (root.path() + "/bin:" + path).toLocal8Bit());
+        QDir::setCurrent(root.path() + "/files");
+        writestub(at("bin/notepad"), argsfile());
+        if (vellumix)
+            writestub(at("exe/vellumix"), argsfile());
+    }
+    ~World()
+    {
+        QDir::setCurrent(previous);
+        qputenv("PATH", path);
+        // Names that aren't UTF-8 are beyond QTemporaryDir's own removal.
+        std::error_code ignored;
+        std::filesystem::remove_all(root.path().toStdString(), ignored);
+    }
+
+    std::string at(const std::string& relative) const { return root.path().toStdString() + "/" + relative; }
+    std::string file(const std::string& name) const { return at("files/") + name; }
+    std::string argsfile() const { return at("args"); }
+
+    std::unique_ptr<Form1> start()
+    {
+        auto form = std::make_unique<Form1>();
+        form->exeDir = at("exe");
+        form->Form_Load({});
+        return form;
+    }
+
+    ScriptedDialogs dialogs;
+
+private:
+    QTemporaryDir root;
+    QString previous = QDir::currentPath();
+    QByteArray path = qgetenv("PATH");
+};
+
+// Makes the line of `name` current in `list`; false when there is none.
+bool makecurrent(QListWidget* list, const std::string& name)
+{
+    for (int i = 0; i < list->count(); ++i)
+        if (fromwidget(list->item(i)->text()).starts_with(name + '\t')) {
+            list->setCurrentRow(i);
+            return true;
+        }
+    return false;
+}
+
+QString shownmenu(const Form1& form)
+{
+    emit form.mnuFile->aboutToShow();
+    auto state = [](const QAction* a) { return a->text() + (a->isEnabled() ? "|on" : "|off"); };
+    return state(form.mnuEdit) + "; " + state(form.mnuEdit2) + "; " + state(form.mnuDumpInt4);
+}
+
+struct StartRow { bool vellumix; int item; bool launch; QString program, args, message; };
+struct DumpStep { QStringList inputs; int presetCount; QString sheet; QByteArray content; QStringList messages; };
+
+}  // namespace
+
+Q_DECLARE_METATYPE(StartRow)
+
+class EditorsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void editorstart_data()
+    {
+        QTest::addColumn<StartRow>("row");
+        // "@" stands for the world's directory.
+        QTest::newRow("notepad drops the position") << StartRow{false, 2, false, "@/bin/notepad", " @/files/sub/a.txt", ""};
+        QTest::newRow("vellumix, a file") << StartRow{true, 1, false, "@/exe/vellumix", " @/files/sub/a.txt", ""};
+        QTest::newRow("vellumix at a hit")
+            << StartRow{true, 2, false, "@/exe/vellumix", " @/files/sub/a.txt -p 1234", ""};
+        QTest::newRow("an editor that is gone") << StartRow{
+            true, 2, true, "@/exe/vellumix", " @/files/sub/a.txt -p 1234",
+            "brindlex|Error starting vellumix @/files/sub/a.txt -p 1234:\r\nNo such file or directory"};
+    }
+
+    void editorstart()
+    {
+        QFETCH(StartRow, row);
+        World world(row.vellumix);
+        QDir().mkpath(QString::fromStdString(world.file("sub")));
+        writebytes(world.file("sub/a.txt"), "abc");
+        world.dialogs.launch = row.launch;
+        auto form = world.start();
+        form->chkIncludeSubs->click();
+        form->List2->addItem("sub/a.txt\t000001234");
+        QVERIFY(makecurrent(form->List1, "sub/a.txt") && makecurrent(form->List2, "sub/a.txt"));
+        if (row.launch)
+            QFile::remove(QString::fromStdString(world.at("exe/vellumix")));
+        (row.item == 1 ? form->mnuEdit : form->mnuEdit2)->trigger();
+        QCOMPARE(shownmenu(*form), row.vellumix ? "&Edit sub/a.txt using vellumix|on; E&dit sub/a.txt using vellumix -p|on; "
+                                                  "Dump &Int4 File|on"
+                                                : "&Edit sub/a.txt using notepad|on; E&dit sub/a.txt using notepad|on; "
+                                                  "Dump &Int4 File|on");
+        const QString at = QString::fromStdString(world.at("")).chopped(1);
+        const auto starts = world.dialogs.seen(DialogRecord::Kind::Start);
+        QCOMPARE(starts, QStringList({QString(row.program + '|' + row.args).replace('@', at)}));
+        const QStringList messages = world.dialogs.seen(DialogRecord::Kind::Message);
+        QCOMPARE(messages, row.message.isEmpty() ? QStringList() : QStringList({QString(row.message).replace('@', at)}));
+    }
+
+    // notepad: one on PATH, else a graphical $VISUAL, else the first usual
+    // desktop editor, else xdg-open; never a terminal editor.
+    void editorresolution()
+    {
+        QTemporaryDir bin;
+        const QByteArray path = qgetenv("PATH"), visual = qgetenv("VISUAL");
+        qputenv("PATH", bin.path().toLocal8Bit());
+        auto put = [&](const char* name) { writestub((bin.path() + '/' + name).toStdString(), "/dev/null"); };
+        auto resolved = [&](const char* visualvalue) {
+            qputenv("VISUAL", visualvalue);
+            const std::string program = editorprogram("notepad", "/nowhere");
+            return QString::fromStdString(program).remove(bin.path() + '/');
+        };
+        const QString none = resolved("");
+        put("xdg-open");
+        const QString opener = resolved("vi");
+        put("mousepad");
+        put("kate");
+        put("vi");
+        const QString desktop = resolved("vi");
+        const QString chosen = resolved("mousepad");
+        put("notepad");
+        const QString own = resolved("mousepad");
+        qputenv("PATH", path);
+        qputenv("VISUAL", visual);
+        QCOMPARE(QStringList({none, opener, desktop, chosen, own}),
+                 QStringList({"", "xdg-open", "kate", "mousepad", "notepad"}));
+        QCOMPARE(QString::fromStdString(editorprogram("vellumix", "/opt/b")), QStringLiteral("/opt/b/vellumix"));
+    }
+
+    // Each name reaches the editor as one argument, byte for byte, and no
+    // part of it runs.
+    void hostilenames_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<bool>("vellumix");
+        QTest::newRow("blanks") << QByteArray("two  words .txt") << false;
+        QTest::newRow("quotes") << QByteArray("it's \"quoted\".txt") << true;
+        QTest::newRow("semicolon") << QByteArray("a;touch pwned;b") << false;
+        QTest::newRow("command substitution") << QByteArray("$(touch pwned)`touch pwned`") << true;
+        QTest::newRow("newline") << QByteArray("line\nbreak") << false;
+        QTest::newRow("not UTF-8") << QByteArray("\xff\xfe\x80.bin") << true;
+        QTest::newRow("a dash in front") << QByteArray("-p") << false;
+    }
+
+    void hostilenames()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(bool, vellumix);
+        World world(vellumix);
+        const std::string bytes = name.toStdString();
+        writebytes(world.file(bytes), "x");
+        world.dialogs.launch = true;
+        auto form = world.start();
+        form->List2->addItem(towidget(bytes + "\t000000007"));
+        QVERIFY(makecurrent(form->List1, bytes) && makecurrent(form->List2, bytes));
+        form->mnuEdit2->trigger();
+        QTRY_VERIFY(QFileInfo::exists(QString::fromStdString(world.argsfile())));
+        const std::string expected = world.file(bytes) + '\0' + (vellumix ? std::string("-p\0" "7\0", 5) : "");
+        QCOMPARE(readbytes(world.argsfile()), expected);
+        QVERIFY(world.dialogs.seen(DialogRecord::Kind::Message).isEmpty());
+        QVERIFY(!QFileInfo::exists("pwned") && !QFileInfo::exists(QString::fromStdString(world.at("pwned"))));
+    }
+
+    // One program run: the numbers go on across dumps, also past one that
+    // stopped at a prompt; each sheet opens whatever the dump said.
+    void dump()
+    {
+        World world(false);
+        writebytes(world.file("a.bin"), std::string("\x02\x01\xff\xff", 4));
+        auto form = world.start();
+        const QString work = QString::fromStdString(world.at("work/"));
+        const QString created = "brindlex|File " + work + "%1 was created.";
+        const DumpStep steps[] = {
+            {{"2", "1"}, 0, "001.xls", QByteArray(" 1 \t258\r\n 2 \t-1\r\n"), {created.arg("001.xls")}},
+            {{""}, 0, "", {}, {}},
+            {{"4", "zero"}, 0, "", {}, {}},
+            {{"4.4", "2"}, 0, "004.xls", QByteArray(" 1 \t-65278\t\r\n"), {created.arg("004.xls")}},
+            {{"2", "-3"}, 0, "005.xls", {}, {"brindlex|The number of columns must be 1 or more."}},
+            {{"2", "2"}, 999, "1000.xls", QByteArray(" 1 \t258\t-1\r\n"), {created.arg("1000.xls")}},
+        };
+        QVERIFY(makecurrent(form->List1, "a.bin"));
+        for (const DumpStep& step : steps) {
+            world.dialogs.records.clear();
+            world.dialogs.inputs = {step.inputs.begin(), step.inputs.end()};
+            if (step.presetCount)
+                form->nDumpCount = step.presetCount;
+            form->mnuDumpInt4->trigger();
+            QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input).first(), QStringLiteral("brindlex|Integer size (2 or 4)?"));
+            QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message), step.messages);
+            QCOMPARE(world.dialogs.seen(DialogRecord::Kind::ShellOpen),
+                     step.sheet.isEmpty() ? QStringList() : QStringList({'|' + work + step.sheet}));
+            if (!step.content.isEmpty())
+                QCOMPARE(QByteArray::fromStdString(readbytes((work + step.sheet).toStdString())), step.content);
+        }
+        QVERIFY(!QFileInfo::exists(work + "002.xls") && !QFileInfo::exists(work + "005.xls"));
+
+        // Cancel, pressed while a long dump yields, cuts its sheet short.
+        writebytes(world.file("a.bin"), std::string(std::size_t{16} << 20, '\0'));
+        world.dialogs.inputs = {"2", "1"};
+        QMetaObject::invokeMethod(form.get(), [&form] { QTest::mouseClick(form->cmd[3], Qt::LeftButton); },
+                                  Qt::QueuedConnection);
+        form->mnuDumpInt4->trigger();
+        // The whole sheet, 8 Mi rows of at least 7 bytes, would be over 56 MiB.
+        QVERIFY(QFileInfo(work + "1001.xls").size() < qint64{8} << 20);
+        QVERIFY(form->cmd[0]->isEnabled() && !form->cmd[3]->isEnabled() && !form->busy());
+
+        // Without a current line the menu names no file, and nothing is asked.
+        world.dialogs.records.clear();
+        form->List1->setCurrentRow(-1);
+        QCOMPARE(shownmenu(*form), "&Edit  using notepad|off; E&dit  using notepad|off; Dump &Int4 File|off");
+        form->mnuDumpInt4_Click();
+        QVERIFY(world.dialogs.records.empty());
+    }
+};
+
+QTEST_MAIN(EditorsTest)
+#include "editors.moc"
