@@ -47,10 +47,12 @@ class DumpHost final : public Host {
 public:
     explicit DumpHost(std::string created) : created_(std::move(created)) {}
     void yield() override { bCancel = bCancel || gInterrupted != 0; }
-    void message(const std::string& text, const Error& /*reason*/) override
+    void message(const std::string& text, const Error& reason) override
     {
         if (text != created_)
             std::fprintf(stderr, "brindlex-cli: dump: %s\n", text.c_str());
+        if (reason)
+            std::fprintf(stderr, "brindlex-cli: %s\n", reasontext(reason).c_str());
     }
 
 private:

@@ -53,8 +53,8 @@ Rewrite commitrewrite(SafeReplace* replace, const Error& begun, const std::strin
         replace->abort();
         return rewrite;
     }
-    rewrite.copiedfrom = replace->copiedfrom();
     rewrite.reason = replace->commit();
+    rewrite.copiedfrom = replace->copiedfrom();   // named, if at all, during the commit
     rewrite.lLength = lNew;
     if (rewrite.reason) {
         // The file is looked at again: a failed copy may have changed it.

@@ -13,6 +13,7 @@
 
 #include "engine/core/openbinary.h"
 #include "engine/core/workdir.h"
+#include "engine/pattern/stringtools.h"
 
 namespace brindlex {
 
@@ -220,10 +221,7 @@ Error WorkSheet::close(bool)
 
 std::string sheetname(int nDumpCount)
 {
-    std::string digits = std::to_string(nDumpCount);
-    if (digits.size() < 3)
-        digits.insert(0, 3 - digits.size(), '0');
-    return digits + ".xls";
+    return zeropadded(nDumpCount, 3) + ".xls";
 }
 
 int dumpanswer(std::string_view answer)

@@ -16,7 +16,6 @@
 #include <QPushButton>
 #include <QShortcut>
 
-#include <charconv>
 #include <optional>
 #include <system_error>
 
@@ -664,12 +663,8 @@ void Form1::mnuEdit2_Click()
     const std::string line = currentline(List2);
     if (line.empty())
         return;
-    // The position behind the last tab, in plain digits.
-    std::int64_t lPos = 0;
-    const std::size_t tab = line.rfind('\t');
-    const char* digits = line.data() + (tab == std::string::npos ? 0 : tab + 1);
-    std::from_chars(digits, line.data() + line.size(), lPos);
-    startedit(fromwidget(lblDir->text()) + firstfield(line), std::to_string(lPos));
+    const List2Hit hit = readlist2line(line);
+    startedit(fromwidget(lblDir->text()) + hit.sName, std::to_string(hit.lPos));
 }
 
 // The command line is built as one string for the message; the program gets

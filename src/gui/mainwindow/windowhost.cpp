@@ -118,10 +118,11 @@ void WindowHost::clearhits()
 void WindowHost::status(const std::string& caption)
 {
     // A count comes through hitcount() and waits for the next real yield.
-    // A text (a file's path, "more than 1000") is painted at once, unless the window was painted less than kYieldSpacing ago: then it
-    // waits for the next real yield too, which the run makes at the latest
-    // behind that file, so the path is still seen as soon as a person could
-    // see it, and a run over thousands of small files doesn't paint each.
+    // A text (a file's path, "more than 1000") is painted at once, unless
+    // the window was painted less than kYieldSpacing ago: then it waits for
+    // the next real yield too, which the run makes at the latest behind
+    // that file, so the path is still seen as soon as a person could see
+    // it, and a run over thousands of small files doesn't paint each.
     pendingStatus = caption;
     pendingCount.reset();
     if (std::chrono::steady_clock::now() - lastPaint < kYieldSpacing)

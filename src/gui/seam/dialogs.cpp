@@ -99,7 +99,7 @@ QStringList ScriptedDialogs::seen(DialogRecord::Kind kind) const
 Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons, Icon icon,
                                   const QString& title, const QString& detail)
 {
-    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail, {}});
+    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, {}, detail});
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())
@@ -112,7 +112,7 @@ Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons
 QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString& title,
                                   const QString& defaultText)
 {
-    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}, {}});
+    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}});
     if (inputs.empty())
         return defaultText;
     const QString answer = inputs.front();
@@ -122,7 +122,7 @@ QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString
 
 QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& filter, const QString&)
 {
-    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}, {}});
+    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}});
     if (files.empty())
         return seed;
     const QString answer = files.front();
@@ -132,7 +132,7 @@ QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& 
 
 void ScriptedDialogs::shellopen(const QString& path)
 {
-    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}, {}});
+    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}});
 }
 
 Error ScriptedDialogs::startprogram(const std::string& program, const std::vector<std::string>& args)
@@ -141,7 +141,7 @@ Error ScriptedDialogs::startprogram(const std::string& program, const std::vecto
     for (const std::string& arg : args)
         shown += QLatin1Char(' ') + QString::fromLatin1(arg.data(), static_cast<qsizetype>(arg.size()));
     DialogRecord record{DialogRecord::Kind::Start, QString::fromLatin1(program.data(), static_cast<qsizetype>(program.size())),
-                        shown, QString(), Buttons::Ok, Icon::None, QString(), args};
+                        shown, QString(), Buttons::Ok, Icon::None, args};
     records.push_back(std::move(record));
     return launch ? Dialogs::startprogram(program, args) : Error{};
 }
