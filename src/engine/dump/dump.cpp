@@ -254,7 +254,7 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
 {
     DumpResult result;
     if (nCols < 1) {
-        host.message("The number of columns must be 1 or more.");
+        host.message("The number of columns must be 1 or more.", {});
         result.failed = true;
         return result;
     }
@@ -263,7 +263,7 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
     if (!error)
         error = out.open();
     if (error) {
-        host.message(error.text);
+        host.message(error.text, {});
         result.failed = true;
         return result;
     }
@@ -283,9 +283,9 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
         failure = closed.code;
     if (failure != 0) {
         result.failed = true;
-        host.message(std::to_string(failure));
+        host.message(std::to_string(failure), {});
     }
-    host.message(createdmessage(sOut));
+    host.message(createdmessage(sOut), {});
     return result;
 }
 

@@ -99,7 +99,7 @@ QStringList ScriptedDialogs::seen(DialogRecord::Kind kind) const
 Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons, Icon icon,
                                   const QString& title, const QString& detail)
 {
-    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, {}, detail});
+    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail});
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())
@@ -141,7 +141,7 @@ Error ScriptedDialogs::startprogram(const std::string& program, const std::vecto
     for (const std::string& arg : args)
         shown += QLatin1Char(' ') + QString::fromLatin1(arg.data(), static_cast<qsizetype>(arg.size()));
     DialogRecord record{DialogRecord::Kind::Start, QString::fromLatin1(program.data(), static_cast<qsizetype>(program.size())),
-                        shown, QString(), Buttons::Ok, Icon::None, args};
+                        shown, QString(), Buttons::Ok, Icon::None, QString(), args};
     records.push_back(std::move(record));
     return launch ? Dialogs::startprogram(program, args) : Error{};
 }

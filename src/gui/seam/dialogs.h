@@ -81,8 +81,8 @@ struct DialogRecord {
     QString defaultText;  // input box
     Buttons buttons = Buttons::Ok;
     Icon icon = Icon::None;
-    std::vector<std::string> args;  // Start: the arguments as bytes
     QString detail {};   // message box
+    std::vector<std::string> args {};  // Start: the arguments as bytes
 };
 
 // Answers dialogs from queues, in order, and records every request. A

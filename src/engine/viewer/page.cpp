@@ -1,0 +1,143 @@
+#include "engine/viewer/page.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+
+#include <unistd.h>
+
+#include "engine/core/openbinary.h"
+#include "engine/pattern/notation.h"
+#include "engine/viewer/metafile.h"
+
+namespace brindlex {
+namespace {
+
+std::string fulltexttoolarge(std::int64_t length)
+{
+    return "File too large for Full Text: " + std::to_string(length) + " bytes, at most " +
+           std::to_string(kFullTextLimit) + " can be shown as text; use Pure Text to page through it";
+}
+
+}  // namespace
+
+bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& into)
+{
+    const std::size_t start = into.size();
+    into.resize(start + static_cast<std::size_t>(count));
+    std::int64_t got = 0;
+    while (got < count) {
+        const ssize_t n = ::pread(fd, into.data() + start + got, static_cast<std::size_t>(count - got), offset + got);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            into.resize(start + static_cast<std::size_t>(got));
+            return n == 0;
+        }
+        got += n;
+    }
+    return true;
+}
+
+FileStamp filestamp(const struct stat& st)
+{
+    return FileStamp{st.st_dev, st.st_ino, static_cast<std::int64_t>(st.st_size),
+                     static_cast<std::int64_t>(st.st_mtim.tv_sec), static_cast<std::int64_t>(st.st_mtim.tv_nsec)};
+}
+
+Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,
+              int nFormat)
+{
+    Page page;
+    page.nBlock = nBlock == 0 ? kDefaultBlock : nBlock;
+    page.lPos = lPos;
+    OpenedFile file;
+    page.error = openbinary(sFile, file);
+    if (page.error)
+        return page;
+    page.opened = true;
+    page.stamp = filestamp(file.st);
+    page.lFileLen = file.size();
+
+    std::int64_t count = 0;
+    if (nMode == kModeFullText) {
+        page.lPos = 1;
+        count = page.lFileLen;
+        if (count > kFullTextLimit) {
+            page.error = Error{EFBIG, fulltexttoolarge(count), sFile};
+            page.lViewLen = count;
+            return page;
+        }
+    } else if (lPos >= 1 && lPos <= page.lFileLen) {
+        count = std::min(page.nBlock, page.lFileLen - lPos + 1);
+    }
+    std::string block;
+    if (count > 0)
+        block.reserve(static_cast<std::size_t>(count) + 1);
+    bool read = count <= 0 || readblock(file.fd.get(), page.lPos - 1, count, block);
+    if (read && nMode == kModePureText && !block.empty() && block.back() == '\r')
+        read = readblock(file.fd.get(), page.lPos - 1 + static_cast<std::int64_t>(block.size()), 1, block);
+    if (!read)
+        page.error = errorfromerrno(errno, sFile);
+    page.lViewLen = static_cast<std::int64_t>(block.size());
+    // A text page is its block: a whole file in Full Text is not copied again.
+    if (nMode >= kModePureText && block.find('\0') == std::string::npos)
+        page.sText = std::move(block);
+    else
+        page.sText = formatpage(block, page.lPos, nWidth, nMode, nFormat);
+    return page;
+}
+
+std::string positioncolumn(std::int64_t p, int nFormat)
+{
+    char column[40];
+    if (nFormat == kFormatDecimal) {
+        std::snprintf(column, sizeof column, "%06" PRId64, p);
+        return column;
+    }
+    std::snprintf(column, sizeof column, "%06" PRIX64, static_cast<std::uint64_t>(p) & 0xFFFFFFu);
+    if (nFormat != kFormatSector)
+        return column;
+    char sector[24];
+    std::snprintf(sector, sizeof sector, ".%" PRIX64, static_cast<std::uint64_t>(p / 512));
+    return std::string(column) + sector;
+}
+
+std::string formatpage(std::string_view sBlock, std::int64_t lPos, int nWidth, int nMode, int nFormat)
+{
+    if (nMode >= kModePureText)
+        return sBlock.find('\0') == std::string_view::npos ? std::string(sBlock) : std::string();
+    if (nFormat == kFormatMeta)
+        return formatmetapage(sBlock, lPos, nMode);
+    const std::size_t width = nWidth < 1 ? 1 : static_cast<std::size_t>(nWidth);
+    std::string text;
+    text.reserve(sBlock.size() * 5 + (sBlock.size() / width + 1) * 12);
+    std::int64_t p = lPos;
+    for (std::size_t at = 0; at < sBlock.size(); at += width) {
+        text += positioncolumn(p, nFormat);
+        text += ": ";
+        text += encodebytes(sBlock.substr(at, width), static_cast<int>(width), nMode == kModeBinaryText);
+        p += static_cast<std::int64_t>(width);
+    }
+    return text;
+}
+
+std::int64_t pageblock(std::int64_t heightTwips, int nWidth, int nMode)
+{
+    if (nMode >= kModePureText)
+        return heightTwips / 2;
+    const std::int64_t q = heightTwips / 10 / 4;
+    const std::int64_t width = nWidth < 1 ? 1 : nWidth;
+    return (q - q % width) * 4;
+}
+
+std::string pagerange(std::int64_t lPos, std::int64_t lViewLen)
+{
+    const std::int64_t last = lPos + lViewLen - 1;
+    char range[120];
+    std::snprintf(range, sizeof range, "0x%08" PRIX64 "-0x%08" PRIX64 " (%" PRId64 "-%" PRId64 ")",
+                  static_cast<std::uint64_t>(lPos), static_cast<std::uint64_t>(last), lPos, last);
+    return range;
+}
+
+}  // namespace brindlex

@@ -1,0 +1,142 @@
+#include "engine/viewer/save.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include "engine/batch/rewrite.h"
+#include "engine/core/openbinary.h"
+#include "engine/core/saferewrite.h"
+#include "engine/pattern/notation.h"
+
+namespace brindlex {
+namespace {
+
+// Memory of a copy, whatever the file's length.
+constexpr std::size_t kCopyBuffer = 256 * 1024;
+
+Error changedondisk(const std::filesystem::path& sFile)
+{
+    return Error{ESTALE, "File changed by another program since its page was read; nothing was saved", sFile};
+}
+
+Error notwholepage(const std::string_view shown, std::int64_t lViewLen, int nFormat)
+{
+    const std::string counts = std::to_string(shown.size()) + " of the " + std::to_string(lViewLen) + " bytes";
+    if (nFormat == kFormatMeta)
+        return Error{EINVAL, "Cannot save a page shown as metafile records: it shows " + counts +
+                                 " it was read from, the bytes between the records are left out. "
+                                 "Toggle Meta off, then edit and save the page.",
+                     {}};
+    return Error{EINVAL, "Cannot save this page: it shows " + counts +
+                             " it was read from (a text page with a NUL byte, or a file too large for Full "
+                             "Text, is not shown). Use a byte mode to edit it.",
+                 {}};
+}
+
+bool samefile(const std::filesystem::path& sFile, const FileStamp& stamp)
+{
+    struct stat st {};
+    return ::stat(sFile.c_str(), &st) == 0 && filestamp(st) == stamp;
+}
+
+}  // namespace
+
+std::string pagebytes(std::string_view pageText, int nMode)
+{
+    return nMode >= kModePureText ? std::string(pageText) : decodepage(std::string(pageText));
+}
+
+PageEdit pageedit(std::string_view pageText, int nMode, int nFormat, std::string_view sViewText, std::int64_t lViewLen)
+{
+    PageEdit edit;
+    edit.bytes = pagebytes(pageText, nMode);
+    edit.changed = !edit.bytes.empty() && edit.bytes != sViewText;
+    if (edit.changed && static_cast<std::int64_t>(sViewText.size()) != lViewLen)
+        edit.refused = notwholepage(sViewText, lViewLen, nFormat);
+    return edit;
+}
+
+Error copybytes(int nFrom, std::int64_t& position, std::int64_t lCount, SafeReplace& to)
+{
+    std::string buffer;
+    buffer.reserve(kCopyBuffer);
+    while (lCount > 0) {
+        buffer.clear();
+        if (!readblock(nFrom, position, std::min<std::int64_t>(lCount, kCopyBuffer), buffer))
+            return errorfromerrno(errno);
+        if (buffer.empty())
+            break;
+        if (!to.write(buffer))
+            return to.writeerror();
+        position += static_cast<std::int64_t>(buffer.size());
+        lCount -= static_cast<std::int64_t>(buffer.size());
+    }
+    return {};
+}
+
+namespace {
+
+// Streams before, page and after into `replace`; a failed read stops it
+// with its error, a failed write is left to the commit's check.
+Error splice(const SpliceRequest& request, int nFrom, std::int64_t lOld, SafeReplace& replace)
+{
+    std::int64_t position = 0;
+    Error error = copybytes(nFrom, position, request.lViewPos - 1, replace);
+    if (!error && !replace.write(request.bytes))
+        error = replace.writeerror();
+    position = request.lViewPos - 1 + request.lViewLen;
+    if (!error)
+        error = copybytes(nFrom, position, lOld, replace);
+    return replace.writeerror() ? Error{} : error;
+}
+
+}  // namespace
+
+SpliceResult splicepage(const SpliceRequest& request)
+{
+    SpliceResult result;
+    OpenedFile file;
+    result.error = openbinary(request.sViewFile, file);
+    if (result.error)
+        return result;
+    result.opened = true;
+    if (request.lViewPos < 1 || request.lViewLen < 0 || request.lViewPos - 1 > file.size() - request.lViewLen) {
+        result.error = Error{EINVAL, "The page lies outside the file; nothing was saved", request.sViewFile};
+        return result;
+    }
+    if (filestamp(file.st) != request.stamp) {
+        result.error = changedondisk(request.sViewFile);
+        return result;
+    }
+    Error begun;
+    std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, begun);
+    // The replacement looked at the file by name after the check above: a
+    // file put in its place meanwhile must not be overwritten either.
+    if (replace && !samefile(request.sViewFile, request.stamp)) {
+        result.error = changedondisk(request.sViewFile);
+        return result;
+    }
+    if (replace) {
+        result.error = splice(request, file.fd.get(), file.size(), *replace);
+        if (result.error)
+            return result;
+    }
+    file.fd.close();
+    const std::string sFile = request.sViewFile.string();
+    const Rewrite rewrite = commitrewrite(replace.get(), begun, sFile,
+                                          static_cast<std::int64_t>(request.bytes.size()) - request.lViewLen);
+    if (rewrite.failure == RewriteFailure::Copy)
+        result.error = Error{rewrite.reason.code, rewritemessage(rewrite, sFile), request.sViewFile};
+    else if (rewrite.failure == RewriteFailure::Length)
+        result.error = rewrite.reason ? rewrite.reason : Error{EIO, rewritemessage(rewrite, sFile), request.sViewFile};
+    if (result.error)
+        return result;
+    result.lNewLength = rewrite.lLength;
+    struct stat st {};
+    if (::stat(request.sViewFile.c_str(), &st) == 0)
+        result.stamp = filestamp(st);
+    return result;
+}
+
+}  // namespace brindlex

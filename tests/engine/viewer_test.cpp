@@ -1,0 +1,298 @@
+// The viewer's page: reading a block, its page text in every mode and row
+// format, the metafile record view on real metafiles, position expressions,
+// the caret's position and AutoDetect.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "engine/viewer/detect.h"
+#include "engine/viewer/metafile.h"
+#include "engine/viewer/page.h"
+#include "engine/viewer/position.h"
+#include "support/tempdir.h"
+
+namespace brindlex {
+namespace {
+
+using namespace std::string_literals;
+namespace fs = std::filesystem;
+
+const std::string kSeven = "\x48\x69\x0D\x0A\x00\xFF\x5A"s;
+
+TEST(ViewerPage, RendersEachModeAndFormat)
+{
+    const struct {
+        std::string block;
+        std::int64_t lPos;
+        int nWidth, nMode, nFormat;
+        std::string text;
+    } rows[] = {
+        {kSeven, 1, 4, 0, 0, "000001: <48> <69> <0D> <0A> \r\n000005: <00> <FF> <5A> "},
+        {kSeven, 1, 4, 1, 1, "000001:   H    i  <0D> <0A> \r\n000005: <00> <FF>   Z  "},
+        {kSeven, 1, 4, 2, 0, ""},
+        // A blank is always a cell, 127 a character; a full last row ends its line.
+        {" \x7F!~"s, 1, 2, 1, 0, "000001: <20>   \x7F  \r\n000003:   !    ~  \r\n"},
+        {"a\r\nb\rc\n"s, 9, 4, 2, 0, "a\r\nb\rc\n"},
+        // The column is the row's first position in every format.
+        {"xyz"s, 513, 2, 0, 2, "000201.1: <78> <79> \r\n000203.1: <7A> "},
+        {"q"s, 16777216, 4, 0, 1, "000000: <71> "},
+        {"q"s, (1LL << 32) + 1, 4, 0, 0, "4294967297: <71> "},
+        {"q"s, (1LL << 32) + 1, 4, 0, 2, "000001.800000: <71> "},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.block) + " at " + std::to_string(row.lPos));
+        EXPECT_EQ(formatpage(row.block, row.lPos, row.nWidth, row.nMode, row.nFormat), row.text);
+    }
+}
+
+TEST(ViewerPage, ReadsOneBlockWhereverItStands)
+{
+    test::TempDir dir;
+    std::string hundred60;
+    for (int i = 0; i < 160; ++i)
+        hundred60 += static_cast<char>('A' + i % 26);
+    const fs::path rows = dir.write("rows", hundred60);
+    const fs::path crlf = dir.write("crlf", "abc\r\ndef\r");
+    const struct {
+        fs::path file;
+        std::int64_t lPos, nBlock;
+        int nMode;
+        std::int64_t pos, len;
+        std::string tail;   // how the page text ends
+    } cases[] = {
+        {rows, 1, 160, 0, 1, 160, "<44> \r\n"},     // a full last row ends in CR LF
+        {rows, 160, 160, 0, 160, 1, "000160: <44> "},
+        {rows, 161, 160, 0, 161, 0, ""},           // behind the end: an empty block
+        {rows, 1, 0, 1, 1, 160, "  D  \r\n"},
+        {crlf, 1, 4, 2, 1, 5, "abc\r\n"},           // a CR takes its LF along
+        {crlf, 5, 5, 2, 5, 5, "def\r"},            // ... but not at the file's end
+        {crlf, 2, 2, 2, 2, 2, "bc"},
+        {crlf, 5000, 2, 3, 1, 9, "abc\r\ndef\r"},  // Full Text starts at 1
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file.filename().string() + " at " + std::to_string(c.lPos) + " mode " + std::to_string(c.nMode));
+        const Page page = readpage(c.file, c.lPos, c.nBlock, 10, c.nMode, 0);
+        ASSERT_TRUE(page.opened);
+        EXPECT_FALSE(page.error) << page.error.text;
+        EXPECT_EQ(page.lPos, c.pos);
+        EXPECT_EQ(page.lViewLen, c.len);
+        EXPECT_TRUE(page.sText.ends_with(c.tail)) << page.sText;
+        EXPECT_EQ(page.lFileLen, static_cast<std::int64_t>(fs::file_size(c.file)));
+    }
+    EXPECT_EQ(readpage(rows, 1, 0, 10, 0, 0).nBlock, kDefaultBlock);
+    const Page missing = readpage(dir.path() / "none", 1, 16, 10, 0, 0);
+    EXPECT_FALSE(missing.opened);
+    EXPECT_EQ(missing.error.code, ENOENT);
+}
+
+TEST(ViewerPage, ShowsAPageBeyondFourGigabytesAndRefusesAHugeFullText)
+{
+    test::TempDir dir;
+    const fs::path big = dir.path() / "sparse";
+    const int fd = ::open(big.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::ftruncate(fd, 5LL << 30), 0);
+    ASSERT_EQ(::pwrite(fd, "EDGE", 4, (4LL << 30) + 1), 4);
+    ::close(fd);
+    const Page page = readpage(big, (4LL << 30) + 1, 8, 4, 1, 0);
+    EXPECT_EQ(page.sText, "4294967297: <00>   E    D    G  \r\n4294967301:   E  <00> <00> <00> \r\n");
+    EXPECT_EQ(page.lFileLen, 5LL << 30);
+    const Page full = readpage(big, 1, 8, 4, kModeFullText, 0);
+    EXPECT_TRUE(full.opened);
+    EXPECT_EQ(full.error.code, EFBIG);
+    EXPECT_EQ(full.sText, "");
+    EXPECT_EQ(full.lViewLen, 5LL << 30);   // nothing of it can be saved back
+}
+
+TEST(ViewerPage, SizesAndRangesThePage)
+{
+    // The design height 1845: rows of 10, 16, 8 and 50 (wider than a quarter page), a text page.
+    EXPECT_EQ(std::vector<std::int64_t>({pageblock(1845, 10, 0), pageblock(1845, 16, 1), pageblock(1845, 8, 1),
+                                         pageblock(1845, 50, 0), pageblock(1845, 10, 2)}),
+              std::vector<std::int64_t>({160, 128, 160, 0, 922}));
+    EXPECT_EQ(pagerange(1, 160), "0x00000001-0x000000A0 (1-160)");
+    EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
+    EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
+}
+
+// Metafile record rows: the worked example and the rules of the lock-on.
+TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
+{
+    const struct {
+        std::string block;
+        int nMode;
+        std::string text;
+    } rows[] = {
+        {"\x04\0\0\0\x02\x01\x01\0\x05\0\0\0\x13\x02\x0A\0\x14\0\x03\0\0\0\x1E\0"s, 1,
+         "000013 = 04 SETBKMODE : <04> <00> <00> <00> <02> <01> <01> <00> \r\n"
+         "00001B = 05 LINETO    000010    000020    : <05> <00> <00> <00> <13> <02> <0A> <00> <14> <00> \r\n"
+         "000025 = 03 : <03> <00> <00> <00> <1E> <00> \r\n"},
+        // Bytes ahead of a record are passed over; 0x1521 is TEXTOUT.
+        {"ab\x03\0\0\0\x21\x15\x09\0"s, 1, "000013 = 03 TEXTOUT   : <03> <00> <00> <00> <21> <15> \r\n00001B: <09> <00> \r\n"},
+        // NULs at the row's start, or a size of 2: plain rows, cells by mode.
+        {"\0\0\0A"s, 1, "000013: <00> <00> <00>   A  \r\n"},
+        {"\x02\0\0\0A"s, 0, "000013: <02> <00> <00> <00> <41> \r\n"},
+        // MOVETO with its parameters behind the block: a missing byte is 32.
+        {"\x05\0\0\0\x14\x02\xFB\xFF"s, 1,
+         "000013 = 05 MOVETO    -000005    008224    : <05> <00> <00> <00> <14> <02> <FB> <FF> \r\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.block));
+        EXPECT_EQ(formatpage(row.block, 19, 8, row.nMode, kFormatMeta), row.text);
+    }
+    // A record that runs past the row is cut there; the next row takes the rest.
+    const std::string longrecord = "\x40\0\0\0\x07\x09"s + std::string(122, 'x');
+    const std::string text = formatpage(longrecord, 1, 8, 1, kFormatMeta);
+    EXPECT_TRUE(text.starts_with("000001 = 64 : <40> <00> <00> <00> <07> <09> <78> ")) << text;
+    // 100 cells end in a line end of their own, and the row in another.
+    EXPECT_NE(text.find("<78> \r\n\r\n000065:   x    x  "), std::string::npos) << text;
+    EXPECT_EQ(formatpage(longrecord, 1, 8, 2, kFormatMeta), "");   // a text mode: no records
+}
+
+// The record walk of a real metafile, from its header, as the reference the
+// record view must agree with wherever a page starts on a record.
+struct Record {
+    std::int64_t pos;   // 1-based
+    std::uint32_t words;
+    std::uint16_t function;
+};
+
+std::vector<Record> walkmetafile(const std::string& bytes)
+{
+    auto u16 = [&](std::size_t at) { return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
+                                                                     static_cast<unsigned char>(bytes[at + 1]) << 8); };
+    std::size_t at = bytes.starts_with("\xD7\xCD\xC6\x9A") ? 22 : 0;
+    at += u16(at + 2) * 2u;   // the header's own size in words
+    std::vector<Record> records;
+    while (at + 6 <= bytes.size()) {
+        const std::uint32_t words = u16(at) | static_cast<std::uint32_t>(u16(at + 2)) << 16;
+        records.push_back({static_cast<std::int64_t>(at) + 1, words, u16(at + 4)});
+        if (words < 3)
+            break;
+        at += words * 2u;
+    }
+    return records;
+}
+
+TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
+{
+    // The record names of the standard's function numbers that have a name here.
+    const std::map<std::uint16_t, std::string> names = {
+        {0x0521, "TEXTOUT"},   {0x0213, "LINETO"},    {0x0214, "MOVETO"},    {0x01F0, "DELETEOBJ"},
+        {0x012D, "SELECTOBJ"}, {0x0104, "SETROP2"},   {0x0201, "SETBKCOLR"}, {0x0102, "SETBKMODE"},
+        {0x0209, "SETTXTCLR"}, {0x020A, "SETTXTJUS"}, {0x0626, "ESCAPE"},    {0x00F7, "CREATEPAL"},
+        {0x00F8, "CREATBRSH"}, {0x02FA, "CREATPENI"}, {0x02FB, "CREATFNTI"}, {0x02FC, "CREATEBRI"},
+    };
+    for (const char* name : {"lines-inkscape.wmf", "lines-libreoffice.wmf", "shapes-inkscape.wmf",
+                             "shapes-libreoffice.wmf", "shapes-libreoffice-noheader.wmf"}) {
+        const fs::path file = fs::path(BRINDLEX_TESTDATA) / "wmf" / name;
+        const std::vector<Record> records = walkmetafile(test::readfile(file));
+        ASSERT_GT(records.size(), 10u) << name;
+        int named = 0;
+        for (std::size_t start = 0; start < records.size(); start += records.size() / 5) {
+            const Page page = readpage(file, records[start].pos, 320, 8, 1, kFormatMeta);
+            std::size_t line = 0;
+            // Each short record is one row of the page, until one is too long for a row.
+            for (std::size_t r = start; r < records.size() && records[r].words >= 3 && records[r].words < 50 &&
+                                        records[r].pos + records[r].words * 2 <= records[start].pos + 320;
+                 ++r) {
+                SCOPED_TRACE(std::string(name) + " record at " + std::to_string(records[r].pos));
+                const std::size_t end = page.sText.find("\r\n", line);
+                ASSERT_NE(end, std::string::npos);
+                const std::string row = page.sText.substr(line, end - line);
+                const auto known = names.find(records[r].function & 0xFFF);
+                char head[40];
+                std::snprintf(head, sizeof head, "%06llX = %02u ", static_cast<unsigned long long>(records[r].pos),
+                              records[r].words);
+                const std::string expected = head + (known == names.end() ? "" : known->second);
+                EXPECT_TRUE(row.starts_with(expected)) << row;
+                EXPECT_EQ(std::count(row.begin(), row.end(), '<'), records[r].words * 2) << row;
+                named += known != names.end();
+                line = end + 2;
+            }
+        }
+        EXPECT_GT(named, 3) << name;
+    }
+}
+
+TEST(ViewerPosition, EvaluatesGotoAnswers)
+{
+    const struct {
+        std::string s;
+        std::int64_t value;
+    } rows[] = {
+        {"", 0},        {"abc", 0},        {"0", 0},          {" 1 2 3x", 123},   {"&H1A&", 26},
+        {"&h1a", 26},   {"&H100000000", 1LL << 32},            {"1E3", 1000},      {"12.5", 0},
+        {".2", 1024},   {".1.5", 768},     {"+", 1160},       {"-", 840},         {"+100", 1100},
+        {"-100", 900},  {"10-2-3", 11},    {"1+2-3", 0},      {"5-3+1", 3},       {" 7 + &H10& ", 23},
+        {"5+", 5},      {"6442450944+1", 6442450945},                {".0.0009765625", 0}, {".0.0029296875", 2},
+        {"99999999999999999999+99999999999999999999", std::numeric_limits<std::int64_t>::max()},
+        {std::string(999, ' ') + "7", 7}, {std::string(1000, ' ') + "7", 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(parseposition(row.s, 1000, 160), row.value) << '"' << row.s << '"';
+    // An empty left side stands for a negative base as a number, not as text.
+    EXPECT_EQ(parseposition("+10", -5, 160), 5);
+    EXPECT_EQ(inputnumber("2.5") + inputnumber("-1") + inputnumber("-x"), 1.5);
+}
+
+TEST(ViewerPosition, FindsTheByteUnderTheCaret)
+{
+    const std::string page = formatpage(kSeven, 1, 4, 0, 0);
+    EXPECT_EQ(lastinstr("abcabc", "bc"), 5);
+    EXPECT_EQ(lastinstr("abc", "x") + lastinstr("abc", ""), 0);
+    const struct {
+        std::string text;
+        std::int64_t caret;
+        int nFormat;
+        std::int64_t position;
+    } rows[] = {
+        {page, 44, 0, 6},                                   // the second cell of the second row
+        {page, 8, 0, 1},   {page, 27, 0, 4},   {page, 2, 0, 0},   // a column gives its row or less
+        {formatpage(kSeven, 0x1000, 4, 0, 1), 44, 1, 0x1005},
+        {formatpage(kSeven, 0x1000, 4, 0, 2), 47, 2, 0x1005},
+        {"", 0, 0, 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(clickposition(row.text, row.caret, row.nFormat), row.position) << row.text << " @" << row.caret;
+    EXPECT_EQ(clicklabel(0x1005, 1) + " " + clicklabel(0x1005, 2) + " " + clicklabel(4101, 0) + " " + clicklabel(7, 3),
+              "0x1005 0x1005 4101 7");
+    EXPECT_EQ(gotodefault(1000, 0) + " " + gotodefault(1000, 1) + " " + gotodefault(1000, 3), "1000 &H3E8& &H3E8&");
+}
+
+TEST(ViewerDetect, TellsBinaryFromTextAtTheEdges)
+{
+    test::TempDir dir;
+    const struct {
+        std::string name;
+        std::string bytes;
+        bool binary;
+        int atActivate, atCombo;
+    } rows[] = {
+        {"nul1000", std::string(999, 'a') + '\0', true, 1, 1},
+        {"nul1001", std::string(1000, 'a') + '\0', false, 2, 2},
+        {"text10000", std::string(10000, '\xFF'), false, 2, 2},
+        {"text10001", std::string(10001, 'a'), false, 2, 3},
+        {"empty", "", false, 2, 2},
+    };
+    for (const auto& row : rows) {
+        const fs::path file = dir.write(row.name, row.bytes);
+        EXPECT_EQ(isbinaryfile(file), row.binary) << row.name;
+        EXPECT_EQ(autodetect(file, AutoDetectAt::Activate), row.atActivate) << row.name;
+        EXPECT_EQ(autodetect(file, AutoDetectAt::ComboClick), row.atCombo) << row.name;
+    }
+    EXPECT_FALSE(isbinaryfile(dir.path() / "none"));
+    EXPECT_EQ(autodetect(dir.path() / "none", AutoDetectAt::ComboClick), kModePureText);
+}
+
+}  // namespace
+}  // namespace brindlex
