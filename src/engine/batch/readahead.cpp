@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <system_error>
 
 #include <pthread.h>
 
@@ -45,8 +46,12 @@ ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search
     sigemptyset(&block);
     sigaddset(&block, SIGINT);
     pthread_sigmask(SIG_BLOCK, &block, &old);
-    for (unsigned t = 0; t < threads; ++t)
-        workers_.emplace_back([this] { work(); });
+    try {
+        for (std::size_t t = 0; t < threads; ++t)
+            workers_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // Fewer workers, or none: the run scans what no worker takes up.
+    }
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
 }
 
