@@ -2,7 +2,8 @@
 # Installs the Debian packages that building and testing Brindlex need, those
 # that are missing only. Root runs apt-get itself; anyone else through sudo.
 set -euo pipefail
-need=(cmake ninja-build g++ qt6-base-dev qt6-qpa-plugins libgl-dev googletest libgtest-dev libbenchmark-dev)
+need=(cmake ninja-build g++ qt6-base-dev qt6-qpa-plugins libgl-dev googletest libgtest-dev libbenchmark-dev
+  desktop-file-utils man-db groff-base)
 # The fuzzers proper (cmake -DBRINDLEX_FUZZ=ON with clang) also need clang
 # and libclang-rt-14-dev; the tests replay the fuzz corpora without them.
 missing=()

@@ -19,7 +19,12 @@ constexpr const char* kUsage =
     "being separators there.\n"
     "\n"
     "  --no-angle   the <nn> notation is off: '<' and '>' are plain characters\n"
-    "  --help       this text\n";
+    "  --help       this text\n"
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli decode '%0D%0A' | od -An -tx1      0d 0a\n"
+    "  brindlex-cli decode '<41> <42>'                  AB\n"
+    "  brindlex-cli decode --no-angle '<41>'            <41>\n";
 
 int rundecode(const std::vector<std::string>& args)
 {

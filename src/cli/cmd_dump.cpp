@@ -36,7 +36,11 @@ constexpr const char* kUsage =
     "  --help           this text\n"
     "\n"
     "Exit status: 0 written, 2 FILE or SHEET failed, or bad usage; 130\n"
-    "interrupted (an existing SHEET is left as it was).\n";
+    "interrupted (an existing SHEET is left as it was).\n"
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli dump --size 4 --cols 8 counts.bin -o counts.xls\n"
+    "  brindlex-cli dump --size 2 --cols 1 samples.raw | head     the first values\n";
 
 volatile std::sig_atomic_t gInterrupted = 0;
 

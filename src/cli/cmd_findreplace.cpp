@@ -19,6 +19,25 @@ constexpr const char* kFindUsage =
 constexpr const char* kReplaceUsage =
     "usage: brindlex-cli replace [options] PATTERN REPLACEMENT MASK\n"
     "       brindlex-cli replace [options] --files-from FILE PATTERN REPLACEMENT\n";
+constexpr const char* kDryRunHelp =
+    "      --dry-run        list the hits the replace would make (it restarts\n"
+    "                       behind each, where a find restarts one byte on) and,\n"
+    "                       on stderr, 'would rewrite NAME' for each file; no file\n"
+    "                       is written\n";
+constexpr const char* kFindExamples =
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli find '%00' data/              every NUL byte in data's files\n"
+    "  brindlex-cli find -s -c TODO '*.c'         TODO, in this case, in a tree\n"
+    "  brindlex-cli find '<0D> <0A>' notes.txt    every CR LF of one file\n"
+    "  git ls-files | brindlex-cli find --files-from - -c FIXME\n";
+constexpr const char* kReplaceExamples =
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli replace -s '%0D' '%0D%0A' 'texts/*.txt'   CR line ends to CR LF\n"
+    "  brindlex-cli replace --dry-run -c OLD NEW '*.cfg'      what it would do\n"
+    "  brindlex-cli replace -a -c '%09' '%20%20' src/         a tab to two blanks,\n"
+    "                                                        asking at each\n";
 constexpr const char* kOptions =
     "\n"
     "PATTERN and REPLACEMENT are typed text: %nn is the byte of hexadecimal\n"
@@ -40,7 +59,10 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
     const char* usage = bReplace ? kReplaceUsage : kFindUsage;
     int status = 0;
     const std::optional<RunOptions> o =
-        parserunoptions(args, name, std::string(usage) + kOptions + kRunOptionsHelp, status);
+        parserunoptions(args, name,
+                        std::string(usage) + kOptions + kRunOptionsHelp + (bReplace ? kDryRunHelp : "") +
+                            kRunExitHelp + (bReplace ? kReplaceExamples : kFindExamples),
+                        status);
     if (!o)
         return status;
 
@@ -68,6 +90,8 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
     bufferstdout();
     const RunResult result = findinfiles(request, host);
     const bool wrote = flushstdout();
+    for (const std::string& sName : host.wouldRewrite)
+        std::fprintf(stderr, "would rewrite %s\n", (request.baseDir + sName).c_str());
     printsummary(result, request.lines.size());
     return exitstatus(host, result.cancelled, result.failures, wrote, result.hits > 0);
 }

@@ -40,7 +40,12 @@ constexpr const char* kUsage =
     "               mode and format given; the rest of FILE is kept)\n"
     "  --help       this text\n"
     "\n"
-    "Exit status: 0 done, 2 FILE could not be read or saved, or bad usage.\n";
+    "Exit status: 0 done, 2 FILE could not be read or saved, or bad usage.\n"
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli page --mode 0 --block 256 image.bin      the first 256 bytes\n"
+    "  brindlex-cli page --format 3 drawing.wmf              the metafile's records\n"
+    "  brindlex-cli page --mode 0 --block 64 --save p.txt f.bin   patch f.bin\n";
 
 struct PageOptions {
     int nMode = kModeBinaryText;

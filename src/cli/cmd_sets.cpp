@@ -36,6 +36,13 @@ constexpr const char* kAbout =
     "      --find           find the sets' patterns\n"
     "      --replace        replace them\n";
 
+constexpr const char* kExamples =
+    "\n"
+    "Examples:\n"
+    "  brindlex-cli sets --find ~/.config/brindlex/brindlex.ini '*.*'\n"
+    "                      every set of the window's menu, as finds, here\n"
+    "  brindlex-cli sets --replace -s fixes.ini 'src/*.h'   a file of fixes over a tree\n";
+
 // Takes --find and --replace, this command's own, out of `args` into
 // `bReplace`; the rest are shared with find and replace. False after a
 // usage error (reported).
@@ -65,7 +72,7 @@ int runsets(const std::vector<std::string>& args)
         return kExitTrouble;
     int status = 0;
     const std::optional<RunOptions> o =
-        parserunoptions(rest, "sets", std::string(kUsage) + kAbout + kRunOptionsHelp, status);
+        parserunoptions(rest, "sets", std::string(kUsage) + kAbout + kRunOptionsHelp + kRunExitHelp + kExamples, status);
     if (!o)
         return status;
     if (!bReplace)

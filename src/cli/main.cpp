@@ -25,7 +25,13 @@ void printhelp(std::FILE* out)
                       "Finds and replaces bytes in files, as the Brindlex window does.\n\ncommands:\n");
     for (const Command& c : commands())
         std::fprintf(out, "  %s\n", c.synopsis);
-    std::fprintf(out, "\n'brindlex-cli COMMAND --help' tells more of a command.\n"
+    std::fprintf(out, "\nExamples:\n"
+                      "  brindlex-cli find -s '%%0D%%0A' 'texts/*.txt'        every CR LF in a tree\n"
+                      "  brindlex-cli replace -s '%%0D' '%%0D%%0A' 'texts/*.txt'   CR line ends to CR LF\n"
+                      "  brindlex-cli replace --dry-run -c OLD NEW '*.cfg'     what a replace would do\n"
+                      "  brindlex-cli sets --find sets.ini '*.*'              every set of a file of sets\n"
+                      "  brindlex-cli decode '<0D> <0A>' | od -An -tx1        the bytes of a pattern\n"
+                      "\n'brindlex-cli COMMAND --help' tells more of a command, with examples.\n"
                       "Exit status: 0 hits, 1 no hit, 2 trouble or bad usage, 130 interrupted.\n");
 }
 

@@ -22,6 +22,7 @@ namespace brindlex::cli {
 const char* const kRunOptionsHelp =
     "  -s, --subdirs        take the files of every subdirectory too\n"
     "  -c, --match-case     compare bytes exactly\n"
+    "  -i, --ignore-case    letters of a plain pattern in either case (the default)\n"
     "  -a, --ask            ask on the terminal before each replacement: y, n or c\n"
     "      --no-angle       the <nn> notation is off\n"
     "      --log-finds      log the pattern and every hit\n"
@@ -31,7 +32,9 @@ const char* const kRunOptionsHelp =
     "      --files-from FILE  the files to take, one path a line ('-': stdin)\n"
     "      --files0-from FILE the files to take, each path ended by a NUL\n"
     "  -0, --null           a NUL instead of the tab behind a hit's name\n"
-    "      --help           this text\n"
+    "      --no-progress    no progress line on a terminal's stderr\n"
+    "      --help           this text\n";
+const char* const kRunExitHelp =
     "\n"
     "Exit status: 0 hits, 1 no hit, 2 a file or directory could not be\n"
     "searched, checked or rewritten, or bad usage; 130 interrupted or cancelled.\n";
@@ -99,6 +102,10 @@ void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names
 // -s, -c, -a, -0 (also bundled): false for any other letter.
 bool shortoption(char c, RunOptions& o)
 {
+    if (c == 'i') {   // the default, given explicitly: the last of -c and -i holds
+        o.bMatchCase = false;
+        return true;
+    }
     bool* flag = c == 's' ? &o.bIncludeSubs : c == 'c' ? &o.bMatchCase : c == 'a' ? &o.bAsk
         : c == '0' ? &o.nullAfterName : nullptr;
     if (flag)
@@ -109,7 +116,8 @@ bool shortoption(char c, RunOptions& o)
 // The letter of a long flag: --subdirs is -s; 0 for no such flag.
 char longletter(const std::string& arg)
 {
-    return arg == "--subdirs" ? 's' : arg == "--match-case" ? 'c' : arg == "--ask" ? 'a' : arg == "--null" ? '0' : 0;
+    return arg == "--subdirs" ? 's' : arg == "--match-case" ? 'c' : arg == "--ignore-case" ? 'i' : arg == "--ask" ? 'a'
+        : arg == "--null" ? '0' : 0;
 }
 
 }  // namespace
@@ -141,6 +149,10 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             return std::nullopt;
         } else if (const char letter = longletter(arg)) {
             shortoption(letter, o);
+        } else if (arg == "--no-progress") {
+            o.bProgress = false;
+        } else if (arg == "--dry-run" && name == "replace") {
+            o.bDryRun = true;
         } else if (arg == "--no-angle") {
             o.bConvertHex = false;
         } else if (arg == "--log-finds") {
@@ -181,8 +193,26 @@ bool CliHost::openterminal()
 
 void CliHost::showcontrols(bool bOn)
 {
-    if (bOn)
+    if (bOn) {
         flushhits();
+        meter.erase();
+    } else {
+        meter.begin(nFiles);
+    }
+}
+
+void CliHost::status(const std::string& caption)
+{
+    if (meter.on())
+        sInHand_ = caption;
+}
+
+void CliHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+{
+    if (bBegins)
+        meter.filebegins(sInHand_, lLen);
+    else
+        meter.filepart(lDone);
 }
 
 void CliHost::yield()
@@ -214,6 +244,8 @@ void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::
     const bool shortname = sName.size() <= kPrefix;
     if (shortname)
         std::memcpy(prefix, sName.data(), sName.size());
+    if (bDryRun && count != 0 && (wouldRewrite.empty() || wouldRewrite.back() != sName)) [[unlikely]]
+        wouldRewrite.push_back(sName);
     if (!hits_)
         hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
     for (std::size_t k = 0; k < count; ++k) {
@@ -256,6 +288,7 @@ void CliHost::note(const std::string& text)
 
 void CliHost::flushhits()
 {
+    meter.erase();
     if (hitsUsed_ != 0)
         fwrite_unlocked(hits_.get(), 1, hitsUsed_, stdout);
     hitsUsed_ = 0;
@@ -277,7 +310,7 @@ Answer CliHost::question(const std::string& title, const std::string& text)
     std::fflush(stdout);
     const std::string shown = title + "\n" + text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {
-        if (gInterrupted || !writeall(shown))
+        if (gInterrupted || !writeall(tty_, shown))
             return Answer::Cancel;
         std::string answer;
         char c = 0;
@@ -298,24 +331,14 @@ Answer CliHost::question(const std::string& title, const std::string& text)
     }
 }
 
-bool CliHost::writeall(const std::string& text)
-{
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t r = ::write(tty_, text.data() + done, text.size() - done);
-        if (r <= 0)
-            return false;
-        done += static_cast<std::size_t>(r);
-    }
-    return true;
-}
-
 int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,
                CliHost& host, RunRequest& request)
 {
     if (o.bAsk && bReplace && !host.openterminal())
         return usageerror(name + ": --ask needs a terminal (/dev/tty: " + std::strerror(errno) + ")");
 
+    host.meter = ProgressMeter(o.bProgress);
+    host.bDryRun = request.bDryRun = bReplace && o.bDryRun;
     request.bMatchCase = o.bMatchCase;
     request.bAsk = o.bAsk;
     request.bConvertHex = o.bConvertHex;
@@ -359,6 +382,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     sortbyline(host.lines, host.names);
     request.lines = std::move(host.lines);
     request.names = std::move(host.names);
+    host.nFiles = request.lines.size();
     return 0;
 }
 

@@ -11,17 +11,21 @@
 
 #include "engine/batch/host.h"
 #include "engine/batch/run.h"
+#include "cli/progress.h"
 
 namespace brindlex::cli {
 
 // The option lines of every run command's help, and its exit statuses.
 extern const char* const kRunOptionsHelp;
+extern const char* const kRunExitHelp;
 
 struct RunOptions {
     bool bIncludeSubs = false;
     bool bMatchCase = false;
     bool bAsk = false;
     bool bConvertHex = true;
+    bool bProgress = true;
+    bool bDryRun = false;   // replace only
     int nLogMode = 0;
     std::optional<std::string> log;
     std::optional<std::string> filesFrom;
@@ -53,6 +57,8 @@ public:
     bool openterminal();
 
     void showcontrols(bool bOn) override;
+    void status(const std::string& caption) override;
+    void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
     void yield() override;
     void hit(const std::string& sName, std::int64_t lPos) override;
     // The lines of a batch one behind the other, and one look for SIGINT.
@@ -70,15 +76,21 @@ public:
     std::vector<std::string> lines, names;   // what the walk found
     bool trouble = false;   // something could not be searched
     char separator = '\t';  // between a hit's name and position
+    // The progress line; on when preparerun finds it wanted and stderr a terminal.
+    ProgressMeter meter{false};
+    std::size_t nFiles = 0;   // of the list each run goes over
+    // A dry run: the names of the files that had hits, in the run's order.
+    bool bDryRun = false;
+    std::vector<std::string> wouldRewrite;
 
 private:
-    bool writeall(const std::string& text);
     // Hit lines gather here and go to stdout in large pieces: before any
     // message or question, and when the run ends (the controls come on).
     void flushhits();
     void putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count);
 
     int tty_ = -1;
+    std::string sInHand_;   // the file the status line names
     static constexpr std::size_t kHitBuffer = 1 << 16;
     std::unique_ptr<char[]> hits_;
     std::size_t hitsUsed_ = 0;

@@ -284,6 +284,25 @@ private slots:
         QTest::newRow("cancel") << AskRow{{Reply::Yes, Reply::Yes, Reply::Cancel}, "1a2A3A", "A", ""};
     }
 
+    // The bar below the surface says how far a run is while it is under way
+    // (here at the question in the second file), and goes when it ends.
+    void progressBar()
+    {
+        World world({{"1.txt", "x"}, {"2.txt", "A"}});
+        auto form = world.start();
+        QTRY_VERIFY(!form->prgWork->isVisible());
+        setrun(*form, "a", "z", false, true);
+        world.dialogs.replies.assign({Reply::No});
+        QString shown;
+        world.dialogs.onmessage = [&](const DialogRecord&) {
+            if (form->prgWork->isVisible())
+                shown = form->prgWork->text();
+        };
+        form->cmd_Click(1);
+        QCOMPARE(shown, QStringLiteral("file 2 of 2"));
+        QTRY_VERIFY(!form->prgWork->isVisible());
+    }
+
     void question()
     {
         QFETCH(AskRow, row);

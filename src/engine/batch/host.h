@@ -105,7 +105,15 @@ public:
     // of the failure it reports when the text doesn't hold it already
     // (code 0: none). The window shows the reason as the box's detailed
     // text; the command line prints it as a line "brindlex-cli: FILE: TEXT".
-    virtual void message(const std::string& /*text*/, const Error& /*reason*/ = {}) {}
+    virtual void message(const std::string& /*text*/, const Error& /*reason*/) {}
+    void message(const std::string& text) { message(text, Error{}); }
+
+    // How far a run is, for a host that shows it: once for each file of the
+    // list as the run takes it in hand (bBegins, lDone 0, lLen its length,
+    // or 0 when it can't be opened), and about once a megabyte of a long
+    // scan (lDone bytes of the file's lLen read). Rare, so it costs nothing
+    // against the scan.
+    virtual void progress(bool /*bBegins*/, std::int64_t /*lDone*/, std::int64_t /*lLen*/) {}
 
     // Line `index` of the file list was rewritten by a run: its new text.
     virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}

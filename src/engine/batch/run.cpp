@@ -55,6 +55,12 @@ private:
     bool tried_ = false;
 };
 
+// The new content of a dry run: the replace's steps without a file.
+class DiscardSink : public ByteSink {
+public:
+    bool write(std::string_view /*bytes*/) override { return true; }
+};
+
 // The scratch output of a replace: the buffer in front of the sink.
 struct FileOutput {
     FileOutput(const std::string& sFile, const std::filesystem::path& scratch, const OpenedFile& original)
@@ -196,7 +202,7 @@ RunResult BatchRun::run()
             host.enablecontrols(true);
             return result;
         }
-        if (!done && request.bReplace && file.nHits > 0)
+        if (file.output && file.nHits > 0)
             commitfile(file);
     }
     finish();
@@ -227,6 +233,7 @@ bool BatchRun::takeahead(FileScan& file, std::size_t taken)
     const ReadAhead::Outcome outcome = ahead->take(taken);
     if (!outcome.done || (request.bReplace && rewritten.find(outcome.st)))
         return false;
+    host.progress(true, 0, static_cast<std::int64_t>(outcome.st.st_size));
     file.nHits = tellhits(host, file.sName, outcome.lPos);
     result.hits += file.nHits;
     result.filesWithHits += file.nHits > 0;
@@ -239,7 +246,9 @@ bool BatchRun::takeahead(FileScan& file, std::size_t taken)
 bool BatchRun::scanfile(FileScan& file)
 {
     OpenedFile& opened = file.opened;
-    if (Error error = openbinary(file.sFile, opened)) {
+    const Error error = openbinary(file.sFile, opened);
+    host.progress(true, 0, error ? 0 : opened.size());
+    if (error) {
         host.message(openerrormessage(file.sFile, error), {});
         result.failures = true;
         return false;
@@ -249,9 +258,13 @@ bool BatchRun::scanfile(FileScan& file)
         host.note(file.sFile + ": the same file as " + *first + ", rewritten once");
         return false;
     }
-    if (request.bReplace)
+    DiscardSink discard;
+    std::optional<OutputBuffer> dry;
+    if (request.bReplace && request.bDryRun)
+        dry.emplace(&discard);
+    else if (request.bReplace)
         file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch, opened);
-    OutputBuffer* out = file.output ? &file.output->nOut : nullptr;
+    OutputBuffer* out = dry ? &*dry : file.output ? &file.output->nOut : nullptr;
     Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
     ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
                    .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};

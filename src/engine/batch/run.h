@@ -18,6 +18,7 @@
 // What the host sees, in order: clearhits, status "none found"; for an empty
 // find text nothing more. Otherwise the controls go off, the head log lines
 // are written, and for each file status(path), then per return of the scan
+// progress(true, 0, length) once the file is opened (or has failed to be),
 // hit(name, position before replacing) when there was one, status(hits of
 // the file) and yield. A file that can't be opened gets its message and the
 // run goes on. After a replaced file: lineupdated(index, new List1 line with
@@ -26,7 +27,9 @@
 // status(lines of the hit list, "more than 1000" for 1000) and the controls
 // come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
 // the file in hand untouched, turns the controls on and ends the run at
-// once, with the last hit count as status. The caller keeps sLastFind.
+// once, with the last hit count as status. The caller keeps sLastFind. A
+// dry run (bDryRun) goes through a replace's steps, questions and restarts
+// included, and writes no file.
 #pragma once
 
 #include <cstdint>
@@ -42,6 +45,7 @@ struct RunRequest {
     std::string sFind;          // the find text as typed (Text2)
     std::string sReplaceText;   // the replace text as typed (Text3)
     bool bReplace = false;
+    bool bDryRun = false;       // a replace that lists its hits and writes no file
     bool bMatchCase = false;    // chkCase
     bool bAsk = false;          // chkAsk
     bool bConvertHex = true;

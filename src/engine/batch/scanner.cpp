@@ -278,6 +278,7 @@ bool Scanner::yieldcheck()
 {
     if (sinceYield_ >= kYieldBytes) {
         sinceYield_ = 0;
+        host_.progress(false, wE_, lLen_);
         host_.yield();
     }
     return !host_.bCancel;

@@ -13,7 +13,9 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMouseEvent>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QStatusBar>
 #include <QShortcut>
 
 #include <optional>
@@ -31,23 +33,13 @@
 #include "gui/mainwindow/windowhost.h"
 #include "engine/replacements/profile.h"
 #include "engine/replacements/replist.h"
+#include "engine/viewer/page.h"
 #include "gui/replacements/repmenu.h"
 #include "gui/seam/dialogs.h"
 #include "gui/seam/launch.h"
+#include "gui/viewer/form2.h"
 
 namespace brindlex::gui {
-
-QString towidget(const std::string& bytes)
-{
-    return QString::fromLatin1(bytes.data(), static_cast<qsizetype>(bytes.size()));
-}
-
-std::string fromwidget(const QString& text)
-{
-    // toLatin1 already turns a character above U+00FF into '?'.
-    const QByteArray bytes = text.toLatin1();
-    return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
-}
 
 namespace {
 
@@ -159,6 +151,11 @@ Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique
     exeDir = QFile::encodeName(QCoreApplication::applicationDirPath()).toStdString();
     buildsurface();
     buildmenus();
+    prgWork = new QProgressBar;
+    prgWork->setObjectName(QStringLiteral("prgWork"));
+    prgWork->hide();
+    statusBar()->setSizeGripEnabled(false);
+    statusBar()->addWidget(prgWork, 1);
 }
 
 Form1::~Form1() = default;
@@ -216,6 +213,7 @@ void Form1::buildlists(Designer& d)
     Label4 = d.label("Label4", "Location", 4850, 4560, 1410, 240, Qt::AlignLeft);
     setcolour(Label4, kDarkRed);
     List2 = d.listbox("List2", 120, 4785, 6495);
+    List2->installEventFilter(this);
 
     connect(chkIncludeSubs, &QCheckBox::clicked, this, [this] { chkIncludeSubs_Click(); });
     connect(List1, &QListWidget::itemDoubleClicked, this, [this] { List1_DblClick(); });
@@ -296,7 +294,7 @@ void Form1::Form_Load(const std::string& sCommand)
     sIniFile = defaultinifile();
     const QFileInfo editor(QFile::decodeName(QByteArray::fromStdString((exeDir / "vellumix").string())));
     sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
-    nViewMode = 4;
+    view.nViewMode = kModeAutoDetect;
     mnuRepl->setProperty("Tag", QStringLiteral("user0"));
     bConvertHex = true;
     if (preparedworkdir()) {
@@ -440,6 +438,10 @@ void Form1::lblDir_Click()
 
 bool Form1::eventFilter(QObject* watched, QEvent* event)
 {
+    if (watched == List2) {
+        List2_KeyWalk(event);
+        return false;
+    }
     if (watched == lblDir) {
         if (event->type() == QEvent::MouseButtonRelease
             && static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton)
@@ -713,10 +715,102 @@ void Form1::mnuDumpInt4_Click()
     dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
 }
 
-// The viewer comes with its own work: these will set the viewer's state from
-// the current line and show it.
-void Form1::List1_DblClick() {}
-void Form1::List2_Click() {}
-void Form1::List2_DblClick() {}
+// A line's file: lblDir's caption and the text before the line's last tab.
+// The last field is the size or the position, so a name with blanks or tabs
+// comes back whole.
+std::string Form1::fullname(const QListWidgetItem* line) const
+{
+    const std::string text = fromwidget(line->text());
+    return fromwidget(lblDir->text()) + text.substr(0, std::min(text.rfind('\t'), text.size()));
+}
+
+void Form1::showviewer()
+{
+    if (!form2) {
+        ViewerHost& host = *this;
+        form2 = std::make_unique<Form2>(view, host);
+    }
+    form2->open();
+}
+
+void Form1::List1_DblClick()
+{
+    const QListWidgetItem* line = List1->currentItem();
+    if (List1->currentRow() < 0 || !line)
+        return;
+    view.sViewFile = fullname(line);
+    if (view.nViewWidth == 0)
+        view.nViewWidth = 8;
+    view.lViewPos = 1;
+    showviewer();
+}
+
+void Form1::openhit()
+{
+    const QListWidgetItem* line = List2->currentItem();
+    if (!line)
+        return;
+    view.sViewFile = fullname(line);
+    if (view.nViewWidth == 0)
+        view.nViewWidth = 10;
+    const std::string text = fromwidget(line->text());
+    const std::size_t tab = text.rfind('\t');
+    view.lViewHit = leadingnumber(tab == std::string::npos ? std::string() : text.substr(tab + 1));
+    view.lViewPos = std::max<std::int64_t>(1, view.lViewHit - 2 * static_cast<std::int64_t>(view.nViewWidth));
+    showviewer();
+}
+
+void Form1::List2_Click()
+{
+    if (List2->currentRow() < 0)
+        return;
+    openhit();
+    activateWindow();
+    List2->setFocus();
+}
+
+void Form1::List2_DblClick()
+{
+    if (List2->currentRow() >= 0)
+        openhit();
+}
+
+// The arrow keys and their kin in List2 are clicks on the line they reach.
+void Form1::List2_KeyWalk(const QEvent* event)
+{
+    if (event->type() == QEvent::KeyPress)
+        nRowBeforeKey = List2->currentRow();
+    else if (event->type() == QEvent::KeyRelease && !static_cast<const QKeyEvent*>(event)->isAutoRepeat()
+             && List2->currentRow() != nRowBeforeKey)
+        List2_Click();
+}
+
+int Form1::hitcount() const
+{
+    return List2->count();
+}
+
+int Form1::currenthit() const
+{
+    return List2->currentRow();
+}
+
+void Form1::sethit(int row)
+{
+    List2->setCurrentRow(row);
+    if (row >= 0)
+        openhit();
+}
+
+void Form1::findfromviewer(const std::string& pattern)
+{
+    Text2->setText(towidget(pattern));
+    findinfiles(pattern, false);
+    if (List2->count() == 0)
+        return;
+    List2->setCurrentRow(-1);
+    List2->setCurrentRow(0);
+    List2_Click();
+}
 
 }  // namespace brindlex::gui

@@ -4,7 +4,7 @@
 // mnuOptLog(i) is "mnuOptLog0"/"mnuOptLog1", mnuRep(i) is "mnuRep0"...).
 //
 // Texts cross between the widgets and the engine's byte strings as
-// ISO-8859-1: byte n is U+00nn, and a typed character above U+00FF becomes '?'.
+// ISO-8859-1 (gui/common/latin1.h).
 //
 // One thread: a walk or a run started here yields to the event loop through
 // the window's host, and while it is under way only Cancel (the button or
@@ -20,24 +20,26 @@
 #include <string>
 #include <vector>
 
+#include "gui/common/latin1.h"
+#include "gui/viewer/viewstate.h"
+
 class QAction;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
 class QListWidget;
+class QListWidgetItem;
 class QMenu;
+class QProgressBar;
 class QPushButton;
 
 namespace brindlex::gui {
 
 class Designer;
+class Form2;
 class WindowHost;
 
-// Bytes to a widget's text and back (ISO-8859-1).
-QString towidget(const std::string& bytes);
-std::string fromwidget(const QString& text);
-
-class Form1 : public QMainWindow {
+class Form1 : public QMainWindow, private ViewerHost {
     Q_OBJECT
 
 public:
@@ -108,10 +110,18 @@ public:
     void mnuEdit2_Click();
     void mnuDumpInt4_Click();
 
-    // Opening the viewer from a line of List1 or List2.
+    // Opening the viewer from a line of List1 or List2: the file is the real
+    // file the line stands for (lblDir's caption and the line's name). From
+    // List1 the page starts at the file's start; from List2 the hit stands
+    // two rows below the page's top. List2_Click gives the focus back to
+    // List2, so the arrow keys walk the hits and each shows its hit.
     void List1_DblClick();
     void List2_Click();
     void List2_DblClick();
+    void openhit();
+
+    // The viewer, once it has been opened.
+    Form2* viewer() const { return form2.get(); }
 
     // Whether a walk or run is under way.
     bool busy() const { return nBusy > 0; }
@@ -126,6 +136,9 @@ public:
     QLabel* Label5 = nullptr;
     QLabel* Label6 = nullptr;
     QLabel* lblDir = nullptr;
+    // How far a long walk or run is, in the status bar below the client
+    // area, so that no control of the surface moves; shown only while busy.
+    QProgressBar* prgWork = nullptr;
     QLineEdit* Text1 = nullptr;
     QLineEdit* Text2 = nullptr;
     QLineEdit* Text3 = nullptr;
@@ -169,14 +182,7 @@ public:
     double dLastFocus = 0;            // days, see selectalltext
 
     // The viewer's state, set here before the viewer opens.
-    std::string sViewFile;
-    std::int64_t lViewPos = 0;
-    std::int64_t lViewHit = 0;
-    std::int64_t lViewLen = 0;
-    int nViewWidth = 0;
-    int nViewMode = 0;
-    int nViewBlock = 0;
-    std::string sViewText;
+    ViewState view;
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -191,9 +197,23 @@ private:
     void listing();
     std::string currentline(const QListWidget* list) const;
     void startedit(const std::string& sPath, const std::string& sPosition);
+    void showviewer();
+    std::string fullname(const QListWidgetItem* line) const;
+    void List2_KeyWalk(const QEvent* event);
+
+    // What the viewer asks of this window.
+    QWidget* mainwindow() override { return this; }
+    int hitcount() const override;
+    int currenthit() const override;
+    void sethit(int row) override;
+    std::string lastfind() const override { return sLastFind; }
+    void findfromviewer(const std::string& pattern) override;
+    void endprogram() override { Form_Unload(); }
 
     std::unique_ptr<WindowHost> windowHost;
+    std::unique_ptr<Form2> form2;
     int nBusy = 0;
+    int nRowBeforeKey = -1;   // List2's current line as a key went down
 };
 
 }  // namespace brindlex::gui

@@ -4,11 +4,14 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QTimer>
 #include <QCheckBox>
 #include <QLineEdit>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 
 #include <time.h>
@@ -39,6 +42,8 @@ void WindowHost::beginwork()
 
 void WindowHost::flush()
 {
+    if (form.cmd[3]->isEnabled())
+        showprogress();
     if (!pendingHits.isEmpty()) {
         const int first = form.List2->count();
         form.List2->addItems(pendingHits);
@@ -56,8 +61,45 @@ void WindowHost::flush()
     }
 }
 
+void WindowHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+{
+    nBegun += bBegins;
+    lFileDone = lDone;
+    lFileLen = lLen;
+}
+
+void WindowHost::showprogress()
+{
+    QProgressBar* bar = form.prgWork;
+    if (nBegun == 0) {
+        // A walk: the number of files is known only at its end.
+        bar->setRange(0, 0);
+        bar->setFormat(QStringLiteral("%1 files listed").arg(form.List1->count()));
+    } else {
+        constexpr int kSteps = 1000;   // of one file
+        constexpr std::int64_t kBigFile = std::int64_t{1} << 24;
+        const auto inFile = lFileLen > 0 ? static_cast<int>(lFileDone * kSteps / lFileLen) : 0;
+        bar->setRange(0, static_cast<int>(std::min<std::size_t>(nRunFiles, INT_MAX / kSteps)) * kSteps);
+        bar->setValue(static_cast<int>(std::min<std::size_t>(nBegun - 1, INT_MAX / kSteps)) * kSteps + inFile);
+        QString text = QStringLiteral("file %1 of %2").arg(nBegun).arg(nRunFiles);
+        if (lFileLen >= kBigFile)
+            text += QStringLiteral(", %1 of %2 MiB").arg(lFileDone >> 20).arg(lFileLen >> 20);
+        bar->setFormat(text);
+    }
+    bar->show();
+}
+
 void WindowHost::showcontrols(bool bOn)
 {
+    // A walk switches the controls at every directory: the bar goes only
+    // when the window is still idle once events come in again.
+    if (bOn) {
+        nBegun = 0;
+        QTimer::singleShot(0, form.prgWork, [this] {
+            if (!form.cmd[3]->isEnabled())
+                form.prgWork->hide();
+        });
+    }
     // While the controls are off the focus rests on Cancel, so that Esc and
     // the space bar reach it; afterwards it goes back where it was.
     QWidget* focus = QApplication::focusWidget();
@@ -109,6 +151,11 @@ void WindowHost::addentry(const std::string& name, std::int64_t size)
 
 void WindowHost::clearhits()
 {
+    // A run begins: it goes over the selected lines, or all of them.
+    const auto selected = static_cast<std::size_t>(form.List1->selectedItems().size());
+    nRunFiles = selected > 0 ? selected : static_cast<std::size_t>(form.List1->count());
+    nBegun = 0;
+    lFileDone = lFileLen = 0;
     pendingHits.clear();
     pendingNames.clear();
     form.List2->clear();

@@ -54,9 +54,17 @@ public:
     Answer question(const std::string& title, const std::string& text) override;
     void message(const std::string& text, const Error& reason) override;
     void lineupdated(std::size_t index, const std::string& line) override;
+    void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
 
 private:
     void setstatus(const std::string& caption);
+    // The progress bar: the files of a run (and the bytes of a big file in
+    // hand), or the files a walk has listed; painted with the rest at a yield.
+    void showprogress();
+
+    std::size_t nRunFiles = 0;    // the files the run goes over
+    std::size_t nBegun = 0;       // of them taken in hand; 0 in a walk
+    std::int64_t lFileDone = 0, lFileLen = 0;
 
     Form1& form;
     QStringList pendingHits;

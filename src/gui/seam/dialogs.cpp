@@ -46,6 +46,10 @@ Reply QtDialogs::messagebox(QWidget* parent, const QString& text, Buttons button
         box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
         box.setDefaultButton(QMessageBox::Yes);
         box.setEscapeButton(QMessageBox::Cancel);
+    } else if (buttons == Buttons::YesNo) {
+        box.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+        box.setDefaultButton(QMessageBox::Yes);
+        box.setEscapeButton(QMessageBox::No);
     } else {
         box.setStandardButtons(QMessageBox::Ok);
     }
@@ -53,7 +57,7 @@ Reply QtDialogs::messagebox(QWidget* parent, const QString& text, Buttons button
     case QMessageBox::Yes: return Reply::Yes;
     case QMessageBox::No: return Reply::No;
     case QMessageBox::Cancel: return Reply::Cancel;
-    default: return buttons == Buttons::YesNoCancel ? Reply::Cancel : Reply::Ok;
+    default: return buttons == Buttons::Ok ? Reply::Ok : buttons == Buttons::YesNo ? Reply::No : Reply::Cancel;
     }
 }
 
@@ -99,11 +103,11 @@ QStringList ScriptedDialogs::seen(DialogRecord::Kind kind) const
 Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons, Icon icon,
                                   const QString& title, const QString& detail)
 {
-    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail});
+    records.push_back({DialogRecord::Kind::Message, title, text, QString(), buttons, icon, detail, {}});
     if (onmessage)
         onmessage(records.back());
     if (replies.empty())
-        return buttons == Buttons::YesNoCancel ? Reply::Yes : Reply::Ok;
+        return buttons == Buttons::Ok ? Reply::Ok : Reply::Yes;
     const Reply reply = replies.front();
     replies.pop_front();
     return reply;
@@ -112,7 +116,7 @@ Reply ScriptedDialogs::messagebox(QWidget*, const QString& text, Buttons buttons
 QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString& title,
                                   const QString& defaultText)
 {
-    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}});
+    records.push_back({DialogRecord::Kind::Input, title, prompt, defaultText, Buttons::Ok, Icon::None, {}, {}});
     if (inputs.empty())
         return defaultText;
     const QString answer = inputs.front();
@@ -122,7 +126,7 @@ QString ScriptedDialogs::inputbox(QWidget*, const QString& prompt, const QString
 
 QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& filter, const QString&)
 {
-    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}});
+    records.push_back({DialogRecord::Kind::OpenFile, filter, seed, QString(), Buttons::Ok, Icon::None, {}, {}});
     if (files.empty())
         return seed;
     const QString answer = files.front();
@@ -132,7 +136,7 @@ QString ScriptedDialogs::openfile(QWidget*, const QString& seed, const QString& 
 
 void ScriptedDialogs::shellopen(const QString& path)
 {
-    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}});
+    records.push_back({DialogRecord::Kind::ShellOpen, QString(), path, QString(), Buttons::Ok, Icon::None, {}, {}});
 }
 
 Error ScriptedDialogs::startprogram(const std::string& program, const std::vector<std::string>& args)

@@ -23,7 +23,7 @@ class QWidget;
 
 namespace brindlex::gui {
 
-enum class Buttons { Ok, YesNoCancel };
+enum class Buttons { Ok, YesNo, YesNoCancel };
 enum class Icon { None, Question };
 enum class Reply { Ok, Yes, No, Cancel };
 

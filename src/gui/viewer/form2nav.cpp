@@ -1,0 +1,232 @@
+// The viewer's input: keys, the scroll bar, Goto, a click in the page, and
+// saving the page back into its file.
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QScrollBar>
+
+#include <climits>
+
+#include "engine/core/openbinary.h"
+#include "engine/core/state.h"
+#include "engine/core/workdir.h"
+#include "engine/viewer/page.h"
+#include "engine/viewer/position.h"
+#include "engine/viewer/save.h"
+#include "gui/common/latin1.h"
+#include "gui/seam/dialogs.h"
+#include "gui/viewer/form2.h"
+#include "gui/viewer/pagebox.h"
+#include "gui/viewer/viewstate.h"
+
+namespace brindlex::gui {
+
+namespace {
+
+constexpr int kKeyPageUp = 33;
+constexpr int kKeyPageDown = 34;
+constexpr int kKeyB = 66;
+constexpr int kKeyF3 = 114;
+constexpr int kShiftCtrl = 2;
+
+// The key codes and modifier bits the handlers are written in.
+int keycode(int qtKey)
+{
+    switch (qtKey) {
+    case Qt::Key_PageUp: return kKeyPageUp;
+    case Qt::Key_PageDown: return kKeyPageDown;
+    case Qt::Key_B: return kKeyB;
+    case Qt::Key_F3: return kKeyF3;
+    default: return 0;
+    }
+}
+
+int shiftbits(Qt::KeyboardModifiers modifiers)
+{
+    return (modifiers & Qt::ShiftModifier ? 1 : 0) | (modifiers & Qt::ControlModifier ? 2 : 0)
+           | (modifiers & Qt::AltModifier ? 4 : 0);
+}
+
+const char* const kGotoPrompt = "File position to go to (or '=...' for find)?";
+
+}  // namespace
+
+bool Form2::eventFilter(QObject* watched, QEvent* event)
+{
+    switch (event->type()) {
+    case QEvent::ShortcutOverride: {
+        // The menu's shortcuts come before the boxes' own use of the keys
+        // (Ctrl+X is Exit here, not Cut).
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->modifiers() == Qt::ControlModifier
+            && (key->key() == Qt::Key_X || key->key() == Qt::Key_H || key->key() == Qt::Key_M)) {
+            event->ignore();
+            return true;
+        }
+        return false;
+    }
+    case QEvent::KeyRelease: {
+        // Every key released in the window comes here first, wherever the focus is.
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (!key->isAutoRepeat() && watched != this)
+            Form_KeyUp(keycode(key->key()), shiftbits(key->modifiers()));
+        return false;
+    }
+    case QEvent::MouseButtonRelease:
+        if (watched == Text1->viewport())
+            Text1_Click();
+        return false;
+    default:
+        return QMainWindow::eventFilter(watched, event);
+    }
+}
+
+void Form2::Form_KeyUp(int KeyCode, int Shift)
+{
+    switch (KeyCode) {
+    case kKeyPageUp:
+        if (HScroll1->value() > INT_MIN)
+            HScroll1->setValue(HScroll1->value() - 1);
+        break;
+    case kKeyPageDown:
+        if (HScroll1->value() < INT_MAX)
+            HScroll1->setValue(HScroll1->value() + 1);
+        break;
+    case kKeyB:
+        if (Shift == kShiftCtrl)
+            setcombo((Combo1->currentIndex() + 1) % 2);
+        break;
+    case kKeyF3:
+        nexthit(Shift == 0);
+        break;
+    default:
+        break;
+    }
+}
+
+void Form2::nexthit(bool bDown)
+{
+    const int count = host.hitcount();
+    if (count == 0)
+        return;
+    if (count == 1) {
+        host.sethit(-1);
+        host.sethit(0);
+    } else {
+        const int row = host.currenthit() + (bDown ? 1 : -1);
+        // Past the last line the move is refused; up from the first the
+        // list is left without a current line.
+        if (row >= -1 && row < count)
+            host.sethit(row);
+    }
+    showpage();
+}
+
+void Form2::HScroll1_Change()
+{
+    HScroll1_Scroll();
+}
+
+void Form2::HScroll1_Scroll()
+{
+    if (HScroll1->property("Tag").toString() == QStringLiteral("X"))
+        return;
+    savepage(true);
+    const std::int64_t q = state.nViewBlock / 4;
+    const std::int64_t position = q * HScroll1->value() + 1;
+    if (q <= 0 || position > filelength())
+        return;
+    state.lViewPos = position;
+    showpage();
+}
+
+void Form2::mnuGoto_Click()
+{
+    auto ask = [this](const std::string& defaultAnswer) {
+        return fromwidget(dialogs().inputbox(this, QLatin1String(kGotoPrompt), QStringLiteral("Goto"),
+                                             towidget(defaultAnswer)));
+    };
+    std::string answer = ask(gotodefault(state.lViewHit, nViewFormat));
+    if (answer.empty())
+        return;
+    if (answer == "=")
+        answer = ask("=" + host.lastfind());
+    if (!answer.empty() && answer.front() == '=')
+        gotofind(answer);
+    else
+        gotoposition(answer);
+}
+
+void Form2::gotoposition(const std::string& answer)
+{
+    const std::int64_t p = parseposition(answer, state.lViewHit, state.nViewBlock);
+    if (p == 0 || p > filelength())
+        return;
+    state.lViewHit = p;
+    const std::int64_t rows = 2 * static_cast<std::int64_t>(state.nViewWidth);
+    state.lViewPos = p > rows ? p - rows : 1;
+    showpage();
+}
+
+void Form2::gotofind(const std::string& answer)
+{
+    close();
+    host.findfromviewer(answer.substr(1));
+}
+
+void Form2::Text1_Click()
+{
+    const std::int64_t caret = Text1->pageoffset(Text1->textCursor().position());
+    // In the text modes a page is the file's bytes as they stand, so the
+    // caret's place is the byte's position; a page of any length has one.
+    const std::int64_t position = state.nViewMode >= kModePureText
+                                      ? state.lViewPos + caret
+                                      : clickposition(Text1->page(), caret, nViewFormat);
+    Label4->setText(towidget(clicklabel(position, nViewFormat)));
+}
+
+void Form2::mnuSave_Click()
+{
+    savepage(false);
+}
+
+void Form2::savepage(bool bAsk)
+{
+    const PageEdit edit = pageedit(Text1->page(), state.nViewMode, nViewFormat, state.sViewText, state.lViewLen);
+    if (!edit.changed)
+        return;
+    if (edit.refused) {
+        message(edit.refused.text);
+        return;
+    }
+    if (bAsk) {
+        const Reply reply = dialogs().messagebox(this, towidget("Save changes to " + state.sViewFile + "?"),
+                                                 Buttons::YesNo, Icon::Question, QStringLiteral("Save Changes"));
+        if (reply != Reply::Yes)
+            return;
+    }
+    SpliceRequest request;
+    request.sViewFile = state.sViewFile;
+    request.lViewPos = state.lViewPos;
+    request.lViewLen = state.lViewLen;
+    request.bytes = edit.bytes;
+    request.stamp = state.stamp;
+    request.sScratch = scratchfilepath();
+    const SpliceResult result = splicepage(request);
+    if (!result.opened) {
+        message(openerrormessage(state.sViewFile, result.error));
+        return;
+    }
+    if (result.error) {
+        message(result.error.text);
+        return;
+    }
+    // The page now stands in the file as the box holds it: a second save
+    // splices over what this one wrote.
+    state.sViewText = edit.bytes;
+    state.lViewLen = static_cast<std::int64_t>(edit.bytes.size());
+    state.stamp = result.stamp;
+}
+
+}  // namespace brindlex::gui

@@ -1,0 +1,608 @@
+// The viewer driven through its real widgets, opened from the main window's
+// lists as a user opens it. Every dialog is answered by a ScriptedDialogs,
+// and each test has its own directories.
+#include <QtTest>
+#include <QtWidgets>
+
+#include <memory>
+
+#include "gui/mainwindow/form1.h"
+#include "gui/seam/dialogs.h"
+#include "gui/viewer/form2.h"
+#include "gui/viewer/pagebox.h"
+
+using namespace brindlex::gui;
+
+namespace {
+
+constexpr int kDesignHeight = 1845;   // Text1's height at design, in twips
+
+QByteArray readfile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+// Bytes 1-255 and a few line-end mixtures, so that every byte meets the box.
+QByteArray allbytes()
+{
+    QByteArray bytes;
+    for (int b = 1; b < 256; ++b)
+        bytes += static_cast<char>(b);
+    return bytes;
+}
+
+class World {
+public:
+    World()
+    {
+        qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
+        qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
+        QDir(root.path()).mkpath("files");
+        QDir::setCurrent(files());
+    }
+    ~World() { QDir::setCurrent(previous); }
+
+    QString files() const { return root.path() + "/files"; }
+    QString file(const QString& name) const { return files() + '/' + name; }
+    void write(const QString& name, const QByteArray& bytes) const
+    {
+        QFile f(file(name));
+        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(bytes) != bytes.size())
+            qFatal("cannot write %s", qPrintable(name));
+    }
+
+    Form1& start(const std::string& command = {})
+    {
+        form = std::make_unique<Form1>();
+        form->show();
+        if (!QTest::qWaitForWindowActive(form.get()))
+            qFatal("window not active");
+        form->Form_Load(command);
+        return *form;
+    }
+
+    // Opens `name` from the file list, with the page box at `heightTwips`.
+    Form2& open(const QString& name, int heightTwips = kDesignHeight)
+    {
+        for (int row = 0; row < form->List1->count(); ++row)
+            if (form->List1->item(row)->text().startsWith(name + '\t'))
+                form->List1->setCurrentRow(row);
+        form->List1_DblClick();
+        Form2& viewer = *form->viewer();
+        setheight(viewer, heightTwips);
+        return viewer;
+    }
+
+    static void setheight(Form2& viewer, int heightTwips)
+    {
+        viewer.Text1->resize(viewer.Text1->width(), (heightTwips * viewer.logicalDpiY() + 720) / 1440);
+        viewer.showpage();
+    }
+
+    // A find from the main window: List2 holds its hits.
+    void find(const QString& pattern)
+    {
+        form->Text2->setText(pattern);
+        form->cmd_Click(0);
+    }
+
+    ScriptedDialogs dialogs;
+    std::unique_ptr<Form1> form;
+
+private:
+    QTemporaryDir root;
+    QString previous = QDir::currentPath();
+};
+
+void setmode(Form2& viewer, int mode)
+{
+    viewer.Combo1->setCurrentIndex(mode);
+    viewer.Combo1_Click();
+}
+
+// The page box's text as bytes, edited by replacing `from` with `to`.
+void edit(Form2& viewer, const QByteArray& from, const QByteArray& to)
+{
+    QByteArray page = QByteArray::fromStdString(viewer.Text1->page());
+    QVERIFY2(page.contains(from), page.constData());
+    page.replace(page.indexOf(from), from.size(), to);
+    viewer.Text1->setpage(page.toStdString());
+}
+
+QByteArray sequence(int length)
+{
+    QByteArray bytes;
+    for (int i = 0; i < length; ++i)
+        bytes += static_cast<char>('A' + i % 26);
+    return bytes;
+}
+
+struct OpenRow { QString from; int firstWidth; qint64 hit, pos; int width; };
+struct GotoRow { QString lastFind; int format; QStringList answers, defaults; qint64 pos, hit; bool open; };
+struct SaveRow { int mode; QByteArray file, from, to, expected; };
+
+}  // namespace
+
+Q_DECLARE_METATYPE(OpenRow)
+Q_DECLARE_METATYPE(GotoRow)
+Q_DECLARE_METATYPE(SaveRow)
+
+class Form2Test : public QObject {
+    Q_OBJECT
+
+private slots:
+    void pageboxRoundTrip_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("lines");
+        QTest::newRow("every byte") << allbytes() << 3;
+        QTest::newRow("every byte, CR LF lines") << QByteArray("a\r\nb\r\n") + allbytes() + "\r\nz" << 6;
+        QTest::newRow("every byte, LF lines") << QByteArray("a\nb\nc\n") + allbytes() + "\n\r\nz" << 8;
+        QTest::newRow("lone ends") << QByteArray("\r\r\n\n\r\r\t\n") << 7;
+        QTest::newRow("a CR at the end") << QByteArray("ab\r") << 2;
+        QTest::newRow("no-break space and controls") << QByteArray("\xA0\x01\x7F\x85\xFF") << 1;
+    }
+
+    void pageboxRoundTrip()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, lines);
+        PageBox box;
+        box.setpage(bytes.toStdString());
+        QCOMPARE(QByteArray::fromStdString(box.page()), bytes);
+        // Every CR and LF, alone or paired, is seen as a line break.
+        QCOMPARE(box.document()->toPlainText().count('\n') + 1, lines);
+        // Enter types the page's usual line end.
+        QTextCursor cursor(box.document());
+        cursor.movePosition(QTextCursor::End);
+        box.setTextCursor(cursor);
+        QTest::keyClick(&box, Qt::Key_Return);
+        const bool lf = usuallineend(bytes.toStdString()) == LineEnd::Lf;
+        QCOMPARE(QByteArray::fromStdString(box.page()), bytes + (lf ? "\n" : "\r\n"));
+    }
+
+    void opening_data()
+    {
+        QTest::addColumn<OpenRow>("row");
+        QTest::newRow("file list") << OpenRow{"List1", 0, 0, 1, 8};
+        QTest::newRow("hit at 5") << OpenRow{"List2", 0, 5, 1, 10};
+        QTest::newRow("hit at 500") << OpenRow{"List2", 0, 500, 480, 10};
+        QTest::newRow("hit keeps a width of 8") << OpenRow{"List2", 8, 500, 484, 8};
+        QTest::newRow("file keeps a width of 10") << OpenRow{"List1", 10, 0, 1, 10};
+    }
+
+    void opening()
+    {
+        QFETCH(OpenRow, row);
+        World world;
+        QByteArray bytes(600, 'x');
+        if (row.hit > 0)
+            bytes.replace(row.hit - 1, 3, "HIT");
+        // A name is the file's real name, blanks and tabs and all.
+        const QString name = row.from == "List1" ? "a name\twith tab" : "a name with  blanks";
+        world.write(name, bytes);
+        Form1& form = world.start();
+        form.view.nViewWidth = row.firstWidth;
+        if (row.from == "List1") {
+            form.List1->setCurrentRow(0);
+            form.List1_DblClick();
+        } else {
+            world.find("HIT");
+            QCOMPARE(form.List2->count(), 1);
+            QTest::mouseClick(form.List2->viewport(), Qt::LeftButton, {},
+                              form.List2->visualItemRect(form.List2->item(0)).center());
+            QTRY_VERIFY(form.List2->hasFocus());
+        }
+        QVERIFY(form.viewer() && form.viewer()->isVisible());
+        QCOMPARE(form.viewer()->windowTitle(), world.file(name) + " (600 bytes)");
+        QCOMPARE(form.view.lViewPos, row.pos);
+        QCOMPARE(form.view.lViewHit, row.hit);
+        QCOMPARE(form.view.nViewWidth, row.width);
+        QCOMPARE(form.viewer()->txtWidth->text(), QString::number(row.width));
+    }
+
+    void startWithCommandLine()
+    {
+        World world;
+        world.write("b.bin", QByteArray("\x00\x01", 2));
+        Form1& form = world.start("b.bin");
+        QVERIFY(form.viewer() && form.viewer()->isVisible());
+        QCOMPARE(form.view.nViewWidth, 8);
+        QCOMPARE(form.viewer()->Text1->page(), std::string("000001: <00> <01> "));
+        // Beside the main window, from its right edge.
+        QCOMPARE(form.viewer()->frameGeometry().left(), form.frameGeometry().right() + 1);
+        QCOMPARE(form.viewer()->frameGeometry().top(), form.frameGeometry().top());
+    }
+
+    void autodetect_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("picked");   // AutoDetect picked in the box
+        QTest::newRow("text") << QByteArray("plain\r\ntext") << 2 << 2;
+        QTest::newRow("binary") << QByteArray("bin\0ary", 7) << 1 << 1;
+        QTest::newRow("long text") << QByteArray(10001, 't') << 2 << 3;
+        QTest::newRow("text of 10000") << QByteArray(10000, 't') << 2 << 2;
+    }
+
+    void autodetect()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, mode);
+        QFETCH(int, picked);
+        World world;
+        world.write("f", bytes);
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect"));
+        QCOMPARE(form.view.nViewMode, mode);
+        QCOMPARE(viewer.Label1->isVisibleTo(&viewer), mode < 2);
+        setmode(viewer, 0);
+        setmode(viewer, 4);
+        QCOMPARE(form.view.nViewMode, picked);
+        viewer.mnuClose_Click();
+        QCOMPARE(form.view.nViewMode, 4);
+    }
+
+    void formatCycles()
+    {
+        World world;
+        world.write("f", QByteArray(600, '\0'));
+        world.start();
+        Form2& viewer = world.open("f");
+        QVERIFY(QTest::qWaitForWindowActive(&viewer));
+        QList<int> seen;
+        for (int i = 0; i < 3; ++i) {
+            QTest::keyClick(viewer.Text1, Qt::Key_H, Qt::ControlModifier);
+            seen << viewer.nViewFormat;
+        }
+        for (int i = 0; i < 2; ++i) {
+            QTest::keyClick(viewer.Text1, Qt::Key_M, Qt::ControlModifier);
+            seen << viewer.nViewFormat;
+        }
+        QTest::keyClick(viewer.Text1, Qt::Key_H, Qt::ControlModifier);
+        seen << viewer.nViewFormat;
+        QCOMPARE(seen, (QList<int>{1, 2, 0, 3, 1, 2}));
+        QVERIFY(viewer.Text1->page().starts_with("000001.0: <00>"));
+        // Ctrl+B flips between the byte modes, from AutoDetect to Binary/Text.
+        QList<int> modes;
+        for (const Qt::KeyboardModifiers modifiers :
+             {Qt::KeyboardModifiers(Qt::ControlModifier), Qt::ControlModifier | Qt::ShiftModifier,
+              Qt::KeyboardModifiers(Qt::ControlModifier)}) {
+            QTest::keyClick(viewer.Text1, Qt::Key_B, modifiers);
+            modes << viewer.Combo1->currentIndex();
+        }
+        QCOMPARE(modes, (QList<int>{1, 1, 0}));
+    }
+
+    void pageSize_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("width");
+        QTest::addColumn<int>("block");
+        QTest::addColumn<QString>("label2");
+        QTest::newRow("width 10") << 1 << "10" << 160 << "0x00000001-0x000000A0 (1-160)";
+        QTest::newRow("width 16") << 0 << "16" << 128 << "0x00000001-0x00000080 (1-128)";
+        QTest::newRow("width 3 is refused") << 0 << "3" << 160 << "0x00000001-0x000000A0 (1-160)";
+        QTest::newRow("width 4") << 0 << "4" << 176 << "0x00000001-0x000000B0 (1-176)";
+        QTest::newRow("width 50") << 0 << "50" << 256 << "0x00000001-0x00000100 (1-256)";
+        QTest::newRow("text") << 2 << "10" << 922 << "0x00000001-0x0000039A (1-922)";
+    }
+
+    void pageSize()
+    {
+        QFETCH(int, mode);
+        QFETCH(QString, width);
+        QFETCH(int, block);
+        QFETCH(QString, label2);
+        World world;
+        world.write("f", sequence(5000));
+        Form1& form = world.start();
+        form.view.nViewWidth = 10;
+        Form2& viewer = world.open("f");
+        setmode(viewer, mode);
+        viewer.showpage();
+        viewer.txtWidth->setText(width);
+        QCOMPARE(form.view.nViewBlock, block);
+        QCOMPARE(viewer.Label2->text(), label2);
+        QCOMPARE(viewer.txtWidth->text(), width);
+        if (mode == 0) {
+            const int rowWidth = width.toInt() < 4 ? 10 : width.toInt();
+            QCOMPARE(QByteArray::fromStdString(viewer.Text1->page()).split('\n').first().count('<'), rowWidth);
+        }
+    }
+
+    void resize()
+    {
+        World world;
+        world.write("f", sequence(5000));
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        setmode(viewer, 1);
+        viewer.showpage();
+        QCOMPARE(form.view.nViewBlock, 160);
+        const int dpi = viewer.logicalDpiY();
+        viewer.resize(viewer.width() - 40, (4000 * dpi) / 1440);
+        const int outer = viewer.frameGeometry().height();
+        QTRY_VERIFY(std::abs(viewer.Text1->height() - (outer - (1550 * dpi) / 1440)) <= 1);
+        QVERIFY(std::abs(viewer.Frame1->geometry().right() + 1 - viewer.frameGeometry().width()) <= 1);
+        // Only the next page takes the new height.
+        QCOMPARE(form.view.nViewBlock, 160);
+        viewer.showpage();
+        QVERIFY(form.view.nViewBlock > 160 && form.view.nViewBlock % (4 * form.view.nViewWidth) == 0);
+    }
+
+    void modeChangeKeepsEdit()
+    {
+        World world;
+        world.write("f", QByteArray("ABCD\0EFG", 8) + sequence(100));
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        QCOMPARE(form.view.nViewMode, 1);
+        edit(viewer, "  B  ", "<7A> ");
+        setmode(viewer, 0);
+        QVERIFY(viewer.Text1->page().starts_with("000001: <41> <7A> <43>"));
+        // To Pure Text the NUL empties the box; back, the page comes from the file.
+        setmode(viewer, 2);
+        QCOMPARE(viewer.Text1->page(), std::string());
+        setmode(viewer, 0);
+        QVERIFY(viewer.Text1->page().starts_with("000001: <41> <42> <43>"));
+    }
+
+    void returnFromMainWindowReadsAgain()
+    {
+        World world;
+        world.write("f", sequence(40));
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        auto visit = [&](QWidget& other) {
+            edit(viewer, "ABC", "xyz");
+            other.activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(&other));
+            viewer.activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(&viewer));
+        };
+        // A window of the viewer's own (a dialog) is no return: the edit stays.
+        QDialog dialog(&viewer);
+        dialog.show();
+        visit(dialog);
+        QVERIFY(viewer.Text1->page().starts_with("xyz"));
+        viewer.Text1->setpage(sequence(40).toStdString());
+        visit(form);
+        QTRY_VERIFY(viewer.Text1->page().starts_with("ABC"));
+    }
+
+    void scrolling_data()
+    {
+        // Zeros: the file opens in Binary/Text, width 10, a quarter page of 40.
+        QTest::addColumn<qint64>("length");
+        QTest::addColumn<qint64>("start");
+        QTest::addColumn<int>("key");
+        QTest::addColumn<qint64>("pos");
+        QTest::newRow("Page Down from 1") << qint64(2000) << qint64(1) << int(Qt::Key_PageDown) << qint64(41);
+        QTest::newRow("Page Down from 1005") << qint64(2000) << qint64(1005) << int(Qt::Key_PageDown) << qint64(1041);
+        QTest::newRow("Page Up from 1005") << qint64(2000) << qint64(1005) << int(Qt::Key_PageUp) << qint64(961);
+        QTest::newRow("Page Up at the start") << qint64(2000) << qint64(1) << int(Qt::Key_PageUp) << qint64(1);
+        QTest::newRow("Page Down at the end") << qint64(2000) << qint64(1961) << int(Qt::Key_PageDown) << qint64(1961);
+        QTest::newRow("Page Down onto the end") << qint64(2000) << qint64(1921) << int(Qt::Key_PageDown) << qint64(1961);
+        // Far beyond 32,767 quarter pages the bar still follows the page.
+        QTest::newRow("far") << qint64(40) * 40000 << qint64(40) * 39000 + 1 << int(Qt::Key_PageDown)
+                             << qint64(40) * 39001 + 1;
+    }
+
+    void scrolling()
+    {
+        QFETCH(qint64, length);
+        QFETCH(qint64, start);
+        QFETCH(int, key);
+        QFETCH(qint64, pos);
+        World world;
+        world.write("f", QByteArray());
+        QFile::resize(world.file("f"), length);
+        Form1& form = world.start();
+        form.view.nViewWidth = 10;
+        Form2& viewer = world.open("f");
+        form.view.lViewPos = start;
+        viewer.showpage();
+        QTest::keyClick(viewer.Text1, Qt::Key(key));
+        QCOMPARE(form.view.lViewPos, pos);
+        QVERIFY(world.dialogs.records.empty());
+    }
+
+    void hitWalk()
+    {
+        World world;
+        world.write("a", "xxHITxxxxHIT");
+        world.write("b", "HITxx");
+        Form1& form = world.start();
+        world.find("HIT");
+        QCOMPARE(form.List2->count(), 3);
+        form.List2->setCurrentRow(0);
+        form.List2_Click();
+        Form2& viewer = *form.viewer();
+        QStringList seen;
+        auto f3 = [&](Qt::KeyboardModifiers modifiers) {
+            viewer.Form_KeyUp(114, modifiers == Qt::ShiftModifier ? 1 : 0);
+            seen << QString::number(form.List2->currentRow()) + ':' + QFileInfo(QString::fromStdString(form.view.sViewFile)).fileName()
+                        + '@' + QString::number(form.view.lViewHit);
+        };
+        // The arrow keys in List2 show each hit they reach.
+        QTest::keyClick(form.List2, Qt::Key_Down);
+        QCOMPARE(form.view.lViewHit, 10);
+        QTest::keyClick(form.List2, Qt::Key_Up);
+        QCOMPARE(form.view.lViewHit, 3);
+        f3({});
+        f3({});
+        f3({});                      // past the last line: refused
+        f3(Qt::ShiftModifier);
+        f3(Qt::ShiftModifier);
+        f3(Qt::ShiftModifier);       // up from the first line: none
+        f3({});
+        QCOMPARE(seen, (QStringList{"1:a@10", "2:b@1", "2:b@1", "1:a@10", "0:a@3", "-1:a@3", "0:a@3"}));
+    }
+
+    void gotoAnswers_data()
+    {
+        // The page opened from the file list (width 8) at 481, the last hit 500.
+        QTest::addColumn<GotoRow>("row");
+        const QStringList plain{"500"};
+        const QStringList twice{"500", "=KLM"};
+        QTest::newRow("0") << GotoRow{"KLM", 0, {"0"}, plain, 481, 500, true};
+        QTest::newRow("abc") << GotoRow{"KLM", 0, {"abc"}, plain, 481, 500, true};
+        QTest::newRow("the length") << GotoRow{"KLM", 0, {"2000"}, plain, 1984, 2000, true};
+        QTest::newRow("past the length") << GotoRow{"KLM", 0, {"2001"}, plain, 481, 500, true};
+        QTest::newRow("hexadecimal") << GotoRow{"KLM", 0, {"&H1A&"}, plain, 10, 26, true};
+        QTest::newRow("two rows and one") << GotoRow{"KLM", 0, {"17"}, plain, 1, 17, true};
+        QTest::newRow("a page on") << GotoRow{"KLM", 0, {"+"}, plain, 644, 660, true};
+        QTest::newRow("cancelled second box") << GotoRow{"KLM", 0, {"=", ""}, twice, 481, 500, true};
+        QTest::newRow("find the last find") << GotoRow{"KLM", 0, {"="}, twice, 1, 11, true};
+        QTest::newRow("another find") << GotoRow{"KLM", 0, {"=CDE"}, plain, 1, 3, true};
+        QTest::newRow("no last find") << GotoRow{"", 1, {"="}, {"&H1F4&", "="}, 481, 500, false};
+    }
+
+    void gotoAnswers()
+    {
+        QFETCH(GotoRow, row);
+        World world;
+        world.write("f", sequence(2000));
+        Form1& form = world.start();
+        if (!row.lastFind.isEmpty())
+            world.find(row.lastFind);
+        Form2& viewer = world.open("f");
+        setmode(viewer, 1);
+        viewer.nViewFormat = row.format;
+        form.view.lViewHit = 500;
+        form.view.lViewPos = 481;
+        World::setheight(viewer, kDesignHeight);
+        world.dialogs.inputs = std::deque<QString>(row.answers.begin(), row.answers.end());
+        viewer.mnuGoto_Click();
+        QStringList defaults;
+        for (const DialogRecord& asked : world.dialogs.records)
+            defaults << asked.defaultText;
+        QCOMPARE(defaults, row.defaults);
+        QCOMPARE(form.view.lViewPos, row.pos);
+        QCOMPARE(form.view.lViewHit, row.hit);
+        QCOMPARE(viewer.isVisible(), row.open);
+    }
+
+    void fullTextTooLarge()
+    {
+        // Refused with a message, never shown in part: an edit can't be saved.
+        World world;
+        world.write("big", QByteArray());
+        QFile::resize(world.file("big"), qint64(16) * 1024 * 1024 + 1);
+        Form1& form = world.start();
+        Form2& viewer = world.open("big");
+        setmode(viewer, 3);
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 1);
+        QCOMPARE(viewer.Text1->page(), std::string());
+        viewer.Text1->setpage("typed");
+        viewer.mnuSave_Click();
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 2);
+        QCOMPARE(QFileInfo(world.file("big")).size(), qint64(16) * 1024 * 1024 + 1);
+        QCOMPARE(form.view.lViewPos, 1);
+    }
+
+    void clickOnCell_data()
+    {
+        // Rows of 4 cells of 48 69 0D 0A 00 FF 5A; the row's CR LF is one
+        // character in the box, so box position 43 is the page text's 44.
+        const QByteArray example("\x48\x69\x0D\x0A\x00\xFF\x5A", 7);
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("format");
+        QTest::addColumn<int>("at");
+        QTest::addColumn<QString>("label");
+        QTest::newRow("worked example") << example << 0 << 0 << 43 << "6";
+        QTest::newRow("first cell") << example << 0 << 0 << 8 << "1";
+        QTest::newRow("hexadecimal") << example << 0 << 1 << 43 << "0x6";
+        QTest::newRow("position column") << example << 0 << 0 << 32 << "4";
+        QTest::newRow("far in Full Text") << QByteArray(40000, 'x') << 3 << 0 << 39000 << "39001";
+    }
+
+    void clickOnCell()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, mode);
+        QFETCH(int, format);
+        QFETCH(int, at);
+        QFETCH(QString, label);
+        World world;
+        world.write("f", bytes);
+        Form1& form = world.start();
+        form.view.nViewWidth = 4;
+        Form2& viewer = world.open("f");
+        viewer.nViewFormat = format;
+        setmode(viewer, mode);
+        QTextCursor cursor = viewer.Text1->textCursor();
+        cursor.setPosition(at);
+        viewer.Text1->setTextCursor(cursor);
+        QTest::mouseRelease(viewer.Text1->viewport(), Qt::LeftButton);
+        QCOMPARE(viewer.Label4->text(), label);
+    }
+
+    void saves_data()
+    {
+        QTest::addColumn<SaveRow>("row");
+        const QByteArray abc = sequence(40);
+        auto with = [&](int at, int cut, const QByteArray& put) { return QByteArray(abc).replace(at, cut, put); };
+        QTest::newRow("changed cell") << SaveRow{0, abc, "<42>", "<5A>", with(1, 1, "Z")};
+        QTest::newRow("deleted row") << SaveRow{0, abc, "000009: <49> <4A> <4B> <4C> <4D> <4E> <4F> <50> \r\n", "",
+                                                with(8, 8, "")};
+        QTest::newRow("added cell") << SaveRow{1, abc, "  B  ", "  B  <00> ", with(2, 0, QByteArray(1, '\0'))};
+        QTest::newRow("full text") << SaveRow{3, abc, "DEF", "d\r\ne\rf\n", with(3, 3, "d\r\ne\rf\n")};
+        const QByteArray crlf = QByteArray(921, 'x') + "\r\n" + sequence(10);
+        QTest::newRow("pure text took a byte more") << SaveRow{2, crlf, "xx", "y", QByteArray(crlf).replace(0, 2, "y")};
+    }
+
+    void saves()
+    {
+        QFETCH(SaveRow, row);
+        World world;
+        world.write("f", row.file);
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        setmode(viewer, row.mode);
+        edit(viewer, row.from, row.to);
+        viewer.mnuSave_Click();
+        QCOMPARE(readfile(world.file("f")), row.expected);
+        QVERIFY(world.dialogs.seen(DialogRecord::Kind::Message).isEmpty());
+        QCOMPARE(form.view.lViewLen, qint64(form.view.sViewText.size()));
+        // Saving again changes nothing more.
+        viewer.mnuSave_Click();
+        QCOMPARE(readfile(world.file("f")), row.expected);
+    }
+
+    void saveAfterModeChangeAndTwice()
+    {
+        World world;
+        const QByteArray abc = sequence(40);
+        world.write("f", abc);
+        Form1& form = world.start();
+        Form2& viewer = world.open("f");
+        setmode(viewer, 1);
+        viewer.showpage();
+        edit(viewer, "  A  ", "<61> <61> ");
+        setmode(viewer, 0);
+        // A move by the bar asks first; No writes nothing.
+        world.dialogs.replies = {Reply::No};
+        QTest::keyClick(viewer.Text1, Qt::Key_PageDown);
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
+                 QStringList{"Save Changes|Save changes to " + world.file("f") + "?"});
+        QCOMPARE(readfile(world.file("f")), abc);
+        form.view.lViewPos = 1;
+        viewer.showpage();
+        edit(viewer, "<41>", "<61> <61>");
+        viewer.mnuSave_Click();
+        QByteArray expected = QByteArray(abc).replace(0, 1, "aa");
+        QCOMPARE(readfile(world.file("f")), expected);
+        // The page is now 41 bytes long in the file: a second save splices there.
+        edit(viewer, "<61> <61>", "");
+        viewer.mnuSave_Click();
+        QCOMPARE(readfile(world.file("f")), abc.mid(1));
+    }
+};
+
+QTEST_MAIN(Form2Test)
+#include "form2.moc"
