@@ -120,10 +120,7 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
     fs::create_hard_link(base / "u", base / "h");
     dir.write("list0", std::string("x\ty\0 lead\0", 10));
     fs::create_directories(dir.path() / "work");
-    const struct {
-        std::vector<std::string> args;
-        std::string out, err;
-    } steps[] = {
+    const struct { std::vector<std::string> args; std::string out, err; } steps[] = {
         {{"replace", "-c", "HIT", "HITX", "*"},
          " lead\t000000001\nh\t000000001\nl1\t000000002\nnew\nline\t000000001\ntrail \t000000001\n"
          "x\t000000001\nx\ty\t000000001\n",
@@ -160,12 +157,7 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
 // exit status; what matches nothing is no trouble.
 TEST(CliFindReplace, SaysWhatItCouldNotSearch)
 {
-    const struct {
-        const char* what;
-        std::vector<std::string> args;
-        std::string err;
-        int status;
-    } rows[] = {
+    const struct { const char* what; std::vector<std::string> args; std::string err; int status; } rows[] = {
         {"a missing directory", {"find", "HIT", "nodir/*.txt"},
          "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
         {"a missing file", {"find", "HIT", "missing.txt"},

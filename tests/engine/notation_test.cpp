@@ -15,10 +15,7 @@ TEST(Decode, PercentAndAngleNotationsAndTheChoiceBetweenThem)
 {
     // How: 'p' decodepattern, 'n' the same without <nn>, 'a' decodeangle.
     // An expected "=" means the text comes back as typed.
-    const struct {
-        char how;
-        std::string text, expected;
-    } rows[] = {
+    const struct { char how; std::string text, expected; } rows[] = {
         {'p', "%0d%0a", "\r\n"}, {'p', "%ff%00", "\xff\0"s},
         {'p', "100%", "="}, {'p', "%41%4", "A%4"}, {'p', "%G1", "="},
         {'p', "%%41", "%A"},
@@ -76,12 +73,7 @@ TEST(UpperCase, FoldsAsciiAndLatin1LettersOnlyAndNoByteTwice)
 
 TEST(EncodeBytes, RendersCellsAndRows)
 {
-    const struct {
-        std::string bytes;
-        int width;
-        bool showtext;
-        std::string expected;
-    } rows[] = {
+    const struct { std::string bytes; int width; bool showtext; std::string expected; } rows[] = {
         {"A\r", 16, true, "  A  <0D> "},
         {"ABC", 2, false, "<41> <42> \r\n<43> "},
         {" !\x7f\x80", 8, true, "<20>   !    \x7f  <80> "},

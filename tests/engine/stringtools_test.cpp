@@ -69,9 +69,7 @@ TEST(LeadingNumber, ReadsTheHeadAndCutsAtTheDelimiter)
 
 TEST(ReplaceAll, RepeatsTheSearchAndTakesTwoStepsWhenTheReplacementHoldsTheTarget)
 {
-    const struct {
-        std::string text, target, replacement, expected;
-    } rows[] = {
+    const struct { std::string text, target, replacement, expected; } rows[] = {
         {"aaaab", "ab", "b", "b"},
         {"aabcbc", "abc", "", ""},
         {"aabb", "ab", "ba", "bbaa"},

@@ -27,12 +27,7 @@ public:
     std::string controls;  // one letter a call: "F" off, "T" on
 
     void showcontrols(bool bOn) override { controls += bOn ? 'T' : 'F'; }
-    void yield() override
-    {
-        ++yields;
-        if (yields == cancelAt)
-            bCancel = true;
-    }
+    void yield() override { bCancel = bCancel || ++yields == cancelAt; }
     void addline(const std::string& line) override { lines.push_back(line); }
 
     std::string walk(const fs::path& dir, const std::string& name, bool subs)
