@@ -328,25 +328,21 @@ TEST(CliFindReplace, TwoReplacesAtOnceLoseNoUpdate)
         test::TempDir dir;
         for (int i = 0; i < kFiles; ++i)
             dir.write("base/f" + std::to_string(i), std::string(300000, '.') + "HIT");
+        const fs::path works[2] = {dir.path() / "work0", dir.path() / "work1"};
         pid_t pids[2];
         for (int k = 0; k < 2; ++k) {
-            fs::create_directories(dir.path() / ("work" + std::to_string(k)));
-            pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base",
-                               dir.path() / ("work" + std::to_string(k)), 0);
+            fs::create_directories(works[k]);
+            pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base", works[k], 0);
         }
-        long reported = 0;
+        long reported = 0, xs = 0;
         for (int k = 0; k < 2; ++k) {
-            int status = 0;
-            ::waitpid(pids[k], &status, 0);
-            const std::string err = readfile(dir.path() / ("work" + std::to_string(k)) / "cli.err");
+            ::waitpid(pids[k], nullptr, 0);
+            const std::string err = readfile(works[k] / "cli.err");
             const std::size_t at = err.rfind(", ");
             reported += at == std::string::npos ? -1000 : std::stol(err.substr(at + 2));
         }
-        long xs = 0;
-        for (int i = 0; i < kFiles; ++i) {
-            const std::string now = readfile(dir.path() / ("base/f" + std::to_string(i)));
-            xs += static_cast<long>(now.size()) - 300003;
-        }
+        for (int i = 0; i < kFiles; ++i)
+            xs += static_cast<long>(readfile(dir.path() / ("base/f" + std::to_string(i))).size()) - 300003;
         EXPECT_EQ(xs, reported);
     }
 }
@@ -412,10 +408,8 @@ TEST(CliFindReplace, FindsAndReplacesBeyondFourGigabytes)
     test::TempDir dir;
     const fs::path big = dir.path() / "big.bin";
     const int fd = ::open(big.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::ftruncate(fd, kSize), 0);
-    ASSERT_EQ(::pwrite(fd, "NEEDLE", 6, at31 - 1), 6);
-    ASSERT_EQ(::pwrite(fd, "NEEDLE", 6, at32 - 1), 6);
+    ASSERT_TRUE(fd >= 0 && ::ftruncate(fd, kSize) == 0 && ::pwrite(fd, "NEEDLE", 6, at31 - 1) == 6 &&
+                ::pwrite(fd, "NEEDLE", 6, at32 - 1) == 6);
     ::close(fd);
     for (const std::vector<std::string>& args : {std::vector<std::string>{"find", "-c", "NEEDLE", "big.bin"},
                                                  {"replace", "-c", "NEEDLE", "pin", "big.bin"}}) {

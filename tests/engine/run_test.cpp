@@ -101,20 +101,12 @@ void checkcase(const RunCase& c)
         dir.write("base/" + name, content);
     for (const auto& [name, target] : c.links)
         std::filesystem::create_symlink(target, dir.path() / "base" / name);
-    RunRequest r;
-    r.sFind = c.sFind;
-    r.sReplaceText = c.sReplace;
-    r.bReplace = c.bReplace;
-    r.bMatchCase = c.bMatchCase;
-    r.bAsk = c.bAsk;
-    r.nLogMode = c.nLogMode;
-    r.sLogFile = dir.path() / "run.log";
-    r.sScratch = dir.path() / "scratch";
-    r.baseDir = dirs + "base/";
-    r.selected = c.selected;
+    RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
+                  .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
+                  .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .lines = {}, .names = c.names,
+                  .selected = c.selected};
     for (const std::string& name : c.names)
         r.lines.push_back(list1line(name, 3));
-    r.names = c.names;
     RecordingHost host(dirs, c.answers, c.onEvent);
     findinfiles(r, host);
     EXPECT_EQ(host.transcript, c.sFind.empty() ? "clearhits\nstatus none found\n" : kStart + c.transcript);
