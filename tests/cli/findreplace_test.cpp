@@ -31,6 +31,7 @@
 namespace brindlex::clitest {
 
 using test::readfile;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 namespace {
@@ -129,14 +130,8 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
          "brindlex-cli: <dir>/base/u: the same file as <dir>/base/h, rewritten once\n"
          "7 hits in 7 of 10 files, 7 files rewritten\n"},
         {{"find", "-0", "-c", "HITX", "*"},
-         [] {
-             std::string out;
-             for (const char* hit : {" lead 1", "h 1", "l1 2", "l2 2", "new\nline 1", "t 2", "trail  1", "u 1", "x 1", "x\ty 1"}) {
-                 const std::string line = hit;
-                 out += line.substr(0, line.rfind(' ')) + '\0' + "00000000" + line.back() + "\n";
-             }
-             return out;
-         }(),
+         " lead\0" "000000001\nh\0" "000000001\nl1\0" "000000002\nl2\0" "000000002\nnew\nline\0" "000000001\n"
+         "t\0" "000000002\ntrail \0" "000000001\nu\0" "000000001\nx\0" "000000001\nx\ty\0" "000000001\n"s,
          "10 hits in 10 of 10 files, 0 files rewritten\n"},
         {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n",
          "2 hits in 2 of 2 files, 0 files rewritten\n"},

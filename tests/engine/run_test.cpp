@@ -31,9 +31,7 @@ using OnEvent = std::function<void(const std::string& line, const std::filesyste
 class RecordingHost : public Host {
 public:
     RecordingHost(std::string dir, std::vector<Answer> answers, OnEvent onEvent)
-        : dir_(std::move(dir)), answers_(std::move(answers)), onEvent_(std::move(onEvent))
-    {
-    }
+        : dir_(std::move(dir)), answers_(std::move(answers)), onEvent_(std::move(onEvent)) {}
     std::string transcript;
 
     void showcontrols(bool bOn) override { record(bOn ? "controls on" : "controls off"); }
