@@ -222,29 +222,52 @@ void CliHost::yield()
 }
 
 // A file with millions of hits prints millions of lines: no printf, and no
-// stdio call per line either.
+// stdio call or copy of unknown length per line either.
 void CliHost::hit(const std::string& sName, std::int64_t lPos)
 {
-    if (bDryRun && (wouldRewrite.empty() || wouldRewrite.back() != sName)) [[unlikely]]
+    putlines(sName, &lPos, 1);
+}
+
+std::size_t CliHost::hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
+                          std::int64_t /*nHitsBefore*/)
+{
+    putlines(sName, lPos, count);
+    CliHost::yield();
+    return count;
+}
+
+void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count)
+{
+    // The name goes in as one copy of fixed length.
+    constexpr std::size_t kPrefix = 64;
+    char prefix[kPrefix] = {};
+    const bool shortname = sName.size() <= kPrefix;
+    if (shortname)
+        std::memcpy(prefix, sName.data(), sName.size());
+    if (bDryRun && count != 0 && (wouldRewrite.empty() || wouldRewrite.back() != sName)) [[unlikely]]
         wouldRewrite.push_back(sName);
-    const std::size_t most = sName.size() + kList2Tail + 1;
     if (!hits_)
         hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
-    if (kHitBuffer - hitsUsed_ < most)
-        flushhits();
-    char* out = hits_.get() + hitsUsed_;
-    if (most <= kHitBuffer) {
-        std::memcpy(out, sName.data(), sName.size());
-        out += sName.size();
-    } else {
-        fwrite_unlocked(sName.data(), 1, sName.size(), stdout);   // a name longer than the buffer
+    for (std::size_t k = 0; k < count; ++k) {
+        if (kHitBuffer - hitsUsed_ < kPrefix + kList2Tail + 1)
+            flushhits();
+        char* out = hits_.get() + hitsUsed_;
+        if (shortname) {
+            std::memcpy(out, prefix, kPrefix);
+            out += sName.size();
+        } else {
+            flushhits();   // a long name goes straight out
+            fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
+            out = hits_.get();
+        }
+        char* const tail = out;
+        out = putlist2tail(out, lPos[k]);
+        *tail = separator;   // the tab, or -0's NUL
+        *out++ = '\n';
+        hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
     }
-    char* const tail = out;
-    out = putlist2tail(out, lPos);
-    *tail = separator;   // the tab, or -0's NUL
-    *out++ = '\n';
-    hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
 }
+
 
 void CliHost::addentry(const std::string& name, std::int64_t size)
 {
@@ -319,8 +342,8 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     request.bMatchCase = o.bMatchCase;
     request.bAsk = o.bAsk;
     request.bConvertHex = o.bConvertHex;
-    // A dry run replaces nothing, so it logs no replacement either.
-    request.nLogMode = request.bDryRun ? (o.nLogMode & 1) : o.nLogMode;
+    request.nLogMode = o.nLogMode;
+    request.bReadAhead = true;
 
     const std::optional<std::filesystem::path> workdir =
         (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;

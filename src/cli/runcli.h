@@ -61,6 +61,9 @@ public:
     void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
     void yield() override;
     void hit(const std::string& sName, std::int64_t lPos) override;
+    // The lines of a batch one behind the other, and one look for SIGINT.
+    std::size_t hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
+                     std::int64_t nHitsBefore) override;
     void hitcount(std::int64_t /*nHits*/) override {}
     void message(const std::string& text, const Error& reason) override;
     Answer question(const std::string& title, const std::string& text) override;
@@ -84,6 +87,7 @@ private:
     // Hit lines gather here and go to stdout in large pieces: before any
     // message or question, and when the run ends (the controls come on).
     void flushhits();
+    void putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count);
 
     int tty_ = -1;
     std::string sInHand_;   // the file the status line names

@@ -183,29 +183,45 @@ private slots:
     {
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<bool>("vellumix");
-        QTest::newRow("blanks") << QByteArray("two  words .txt") << false;
-        QTest::newRow("quotes") << QByteArray("it's \"quoted\".txt") << true;
-        QTest::newRow("semicolon") << QByteArray("a;touch pwned;b") << false;
-        QTest::newRow("command substitution") << QByteArray("$(touch pwned)`touch pwned`") << true;
-        QTest::newRow("newline") << QByteArray("line\nbreak") << false;
-        QTest::newRow("not UTF-8") << QByteArray("\xff\xfe\x80.bin") << true;
-        QTest::newRow("a dash in front") << QByteArray("-p") << false;
+        QTest::addColumn<int>("item");
+        QTest::newRow("blanks") << QByteArray("two  words .txt") << false << 2;
+        QTest::newRow("quotes") << QByteArray("it's \"quoted\".txt") << true << 2;
+        QTest::newRow("semicolon") << QByteArray("a;touch pwned;b") << false << 2;
+        QTest::newRow("command substitution") << QByteArray("$(touch pwned)`touch pwned`") << true << 2;
+        QTest::newRow("newline") << QByteArray("line\nbreak") << false << 2;
+        QTest::newRow("not UTF-8") << QByteArray("\xff\xfe\x80.bin") << true << 2;
+        QTest::newRow("a dash in front") << QByteArray("-p") << false << 2;
+        // A file "x" stands beside them.
+        QTest::newRow("file, leading blank") << QByteArray(" lead") << false << 1;
+        QTest::newRow("file, trailing blank") << QByteArray("trail ") << true << 1;
+        QTest::newRow("file, tab after x") << QByteArray("x\ty") << true << 1;
+        QTest::newRow("hit, leading blank") << QByteArray(" lead") << true << 2;
+        QTest::newRow("hit, trailing blank") << QByteArray("trail ") << false << 2;
+        QTest::newRow("hit, tab after x") << QByteArray("x\ty") << true << 2;
     }
 
     void hostilenames()
     {
         QFETCH(QByteArray, name);
         QFETCH(bool, vellumix);
+        QFETCH(int, item);
         World world(vellumix);
         const std::string bytes = name.toStdString();
-        writebytes(world.file(bytes), "x");
+        writebytes(world.file(bytes), "abcdefHIT");
+        writebytes(world.file("x"), "other");
         world.dialogs.launch = true;
         auto form = world.start();
-        form->List2->addItem(towidget(bytes + "\t000000007"));
+        form->Text2->setText("HIT");
+        form->cmd_Click(0);
         QVERIFY(makecurrent(form->List1, bytes) && makecurrent(form->List2, bytes));
-        form->mnuEdit2->trigger();
+        QAction* action = item == 1 ? form->mnuEdit : form->mnuEdit2;
+        emit form->mnuFile->aboutToShow();
+        const std::string editor = !vellumix ? "notepad" : item == 1 ? "vellumix" : "vellumix -p";
+        QVERIFY(fromwidget(action->text()).ends_with(" " + bytes + " using " + editor));
+        action->trigger();
         QTRY_VERIFY(QFileInfo::exists(QString::fromStdString(world.argsfile())));
-        const std::string expected = world.file(bytes) + '\0' + (vellumix ? std::string("-p\0" "7\0", 5) : "");
+        const bool position = vellumix && item == 2;
+        const std::string expected = world.file(bytes) + '\0' + (position ? std::string("-p\0" "7\0", 5) : "");
         QCOMPARE(readbytes(world.argsfile()), expected);
         QVERIFY(world.dialogs.seen(DialogRecord::Kind::Message).isEmpty());
         QVERIFY(!QFileInfo::exists("pwned") && !QFileInfo::exists(QString::fromStdString(world.at("pwned"))));

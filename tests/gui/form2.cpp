@@ -118,7 +118,7 @@ QByteArray sequence(int length)
     return bytes;
 }
 
-struct OpenRow { QString from; int firstWidth; qint64 hit, pos; int width; };
+struct OpenRow { QString from, name; int firstWidth; qint64 hit, pos; int width; };
 struct GotoRow { QString lastFind; int format; QStringList answers, defaults; qint64 pos, hit; bool open; };
 struct SaveRow { int mode; QByteArray file, from, to, expected; };
 
@@ -165,11 +165,19 @@ private slots:
     void opening_data()
     {
         QTest::addColumn<OpenRow>("row");
-        QTest::newRow("file list") << OpenRow{"List1", 0, 0, 1, 8};
-        QTest::newRow("hit at 5") << OpenRow{"List2", 0, 5, 1, 10};
-        QTest::newRow("hit at 500") << OpenRow{"List2", 0, 500, 480, 10};
-        QTest::newRow("hit keeps a width of 8") << OpenRow{"List2", 8, 500, 484, 8};
-        QTest::newRow("file keeps a width of 10") << OpenRow{"List1", 10, 0, 1, 10};
+        // A name is the file's real name, blanks and tabs and all; "x" beside
+        // holds other bytes.
+        QTest::newRow("file list") << OpenRow{"List1", "a name\twith tab", 0, 0, 1, 8};
+        QTest::newRow("hit at 5") << OpenRow{"List2", "a name with  blanks", 0, 5, 1, 10};
+        QTest::newRow("hit at 500") << OpenRow{"List2", "a name with  blanks", 0, 500, 480, 10};
+        QTest::newRow("hit keeps a width of 8") << OpenRow{"List2", "a name with  blanks", 8, 500, 484, 8};
+        QTest::newRow("file keeps a width of 10") << OpenRow{"List1", "a name\twith tab", 10, 0, 1, 10};
+        QTest::newRow("file, leading blank") << OpenRow{"List1", " lead", 0, 0, 1, 8};
+        QTest::newRow("file, trailing blank") << OpenRow{"List1", "trail ", 0, 0, 1, 8};
+        QTest::newRow("file, tab after x") << OpenRow{"List1", "x\ty", 0, 0, 1, 8};
+        QTest::newRow("hit, leading blank") << OpenRow{"List2", " lead", 0, 5, 1, 10};
+        QTest::newRow("hit, trailing blank") << OpenRow{"List2", "trail ", 0, 5, 1, 10};
+        QTest::newRow("hit, tab after x") << OpenRow{"List2", "x\ty", 0, 500, 480, 10};
     }
 
     void opening()
@@ -179,13 +187,13 @@ private slots:
         QByteArray bytes(600, 'x');
         if (row.hit > 0)
             bytes.replace(row.hit - 1, 3, "HIT");
-        // A name is the file's real name, blanks and tabs and all.
-        const QString name = row.from == "List1" ? "a name\twith tab" : "a name with  blanks";
+        const QString& name = row.name;
         world.write(name, bytes);
+        world.write("x", "other");
         Form1& form = world.start();
         form.view.nViewWidth = row.firstWidth;
         if (row.from == "List1") {
-            form.List1->setCurrentRow(0);
+            form.List1->setCurrentItem(form.List1->findItems(name + '\t', Qt::MatchStartsWith).value(0));
             form.List1_DblClick();
         } else {
             world.find("HIT");

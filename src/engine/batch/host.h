@@ -74,6 +74,25 @@ public:
     // every hit; the window keeps the first 1000.
     virtual void hit(const std::string& /*sName*/, std::int64_t /*lPos*/) {}
 
+    // Hits of one file in bulk: `count` positions in the order of the scan,
+    // `nHitsBefore` hits of the file having come before them. By default
+    // each gets what a single hit gets (hit, hitcount, yield) and the batch
+    // stops at a cancel. Returns how many of them were taken: all, or up to
+    // the one at whose yield bCancel came up. A host that lists millions of
+    // hits overrides this to do its per-hit work in one tight loop.
+    virtual std::size_t hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
+                             std::int64_t nHitsBefore)
+    {
+        for (std::size_t k = 0; k < count; ++k) {
+            hit(sName, lPos[k]);
+            hitcount(nHitsBefore + static_cast<std::int64_t>(k) + 1);
+            yield();
+            if (bCancel)
+                return k + 1;
+        }
+        return count;
+    }
+
     // The question at a hit of a replace with asking on: a Yes/No/Cancel box
     // with a question mark icon.
     virtual Answer question(const std::string& /*title*/, const std::string& /*text*/) { return Answer::Yes; }

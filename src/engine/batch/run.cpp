@@ -7,6 +7,7 @@
 
 #include <sys/stat.h>
 
+#include "engine/batch/readahead.h"
 #include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
@@ -164,6 +165,8 @@ public:
     RunResult run();
 
 private:
+    void startreadahead(const std::vector<std::size_t>& order);
+    bool takeahead(FileScan& file, std::size_t taken);
     bool scanfile(FileScan& file);
     void commitfile(FileScan& file);
     void finish();
@@ -175,19 +178,23 @@ private:
     const PatternSearch search;
     RunResult result;
     Rewritten rewritten;
+    std::optional<ReadAhead> ahead;   // declared behind search, stopped before it goes
 };
 
 RunResult BatchRun::run()
 {
     host.enablecontrols(false);
     writeheadlines(log, request, patterns);
-    for (const std::size_t i : filestorun(request)) {
+    const std::vector<std::size_t> order = filestorun(request);
+    startreadahead(order);
+    for (std::size_t taken = 0; taken < order.size(); ++taken) {
         FileScan file;
-        file.index = i;
-        file.sName = realname(request, i);
+        file.index = order[taken];
+        file.sName = realname(request, file.index);
         file.sFile = request.baseDir + file.sName;
         host.status(file.sFile);
-        if (!scanfile(file))
+        const bool done = takeahead(file, taken);
+        if (!done && !scanfile(file))
             continue;
         if (host.bCancel) {
             // The file in hand keeps its bytes, and the status its count.
@@ -200,6 +207,37 @@ RunResult BatchRun::run()
     }
     finish();
     return result;
+}
+
+// Files may be opened and scanned ahead when the host allows it and no
+// hit needs a question or a log line.
+void BatchRun::startreadahead(const std::vector<std::size_t>& order)
+{
+    if (!request.bReadAhead ||
+        !ReadAhead::fits(patterns.sFind.size(), request.bReplace && request.bAsk, request.nLogMode != 0, order.size()))
+        return;
+    std::vector<std::string> files;
+    files.reserve(order.size());
+    for (const std::size_t i : order)
+        files.push_back(request.baseDir + realname(request, i));
+    ahead.emplace(std::move(files), search, request.bReplace);
+}
+
+// The file as a worker found it, told to the host as the file loop tells
+// it. False when it is left to scanfile. A replace's file whose name leads
+// to one rewritten already was never hit: scanfile notes it.
+bool BatchRun::takeahead(FileScan& file, std::size_t taken)
+{
+    if (!ahead)
+        return false;
+    const ReadAhead::Outcome outcome = ahead->take(taken);
+    if (!outcome.done || (request.bReplace && rewritten.find(outcome.st)))
+        return false;
+    host.progress(true, 0, static_cast<std::int64_t>(outcome.st.st_size));
+    file.nHits = tellhits(host, file.sName, outcome.lPos);
+    result.hits += file.nHits;
+    result.filesWithHits += file.nHits > 0;
+    return true;
 }
 
 // Opens and scans one file; in a replace its new content is streamed into

@@ -56,6 +56,9 @@ struct RunRequest {
     std::vector<std::string> lines;   // the file list (List1)
     std::vector<std::string> names;   // the real name of each line, as the walk found it ("" for none)
     std::vector<bool> selected;       // selection of the lines; none selected: all count
+    // Files may be opened and scanned ahead on worker threads (ReadAhead);
+    // the host sees the same events in the same order either way.
+    bool bReadAhead = false;
 };
 
 // What the run did. The hit list holds min(hits, kListLimit) lines.

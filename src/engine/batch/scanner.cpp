@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include <immintrin.h>
 #include <unistd.h>
 
 #include "engine/batch/runlog.h"
@@ -124,6 +125,56 @@ __attribute__((target_clones("avx2", "default"))) std::size_t PatternSearch::fil
     return npos;
 }
 
+// findall with AVX2: a 32-bit mask of the candidates of 32 places, taken
+// bit by bit. The loader's choice of clones can't pick this one, since the
+// mask has no generic vector form; it is chosen at run time instead.
+__attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const unsigned char* data,
+                                                                        std::size_t last, std::size_t& i,
+                                                                        std::uint32_t* out, std::size_t max) const
+{
+    const std::size_t n = pattern_.size();
+    const __m256i f0 = _mm256_set1_epi8(static_cast<char>(first_[0]));
+    const __m256i f1 = _mm256_set1_epi8(static_cast<char>(first_[1]));
+    const __m256i l0 = _mm256_set1_epi8(static_cast<char>(last_[0]));
+    const __m256i l1 = _mm256_set1_epi8(static_cast<char>(last_[1]));
+    std::size_t count = 0;
+    // Room for a whole group of 32 before each step.
+    for (; i + 31 <= last && count + 32 <= max; i += 32) {
+        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i));
+        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i + n - 1));
+        const __m256i m = _mm256_and_si256(_mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1)),
+                                           _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1)));
+        for (auto bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m)); bits != 0; bits &= bits - 1) {
+            const std::size_t at = i + static_cast<std::size_t>(__builtin_ctz(bits));
+            if (n == 1 || matchesat(data + at))
+                out[count++] = static_cast<std::uint32_t>(at);
+        }
+    }
+    return count;
+}
+
+std::size_t PatternSearch::findall(const unsigned char* data, std::size_t size, std::size_t& from,
+                                   std::uint32_t* out, std::size_t max) const
+{
+    const std::size_t n = pattern_.size();
+    if (n == 0 || !matchable_ || size < n || from > size - n) {
+        from = size;
+        return 0;
+    }
+    static const bool wide = __builtin_cpu_supports("avx2");
+    const std::size_t last = size - n;
+    std::size_t i = from;
+    std::size_t count = filterable_ && wide ? findallwide(data, last, i, out, max) : 0;
+    for (; i <= last && count < max; ++i) {
+        i = find(data, size, i);
+        if (i == npos)
+            break;
+        out[count++] = static_cast<std::uint32_t>(i);
+    }
+    from = i > last ? size : i;
+    return count;
+}
+
 std::size_t PatternSearch::find(const unsigned char* data, std::size_t size, std::size_t from) const
 {
     const std::size_t n = pattern_.size();
@@ -184,14 +235,14 @@ bool OutputBuffer::flush()
 Scanner::Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
                  std::int64_t windowBytes)
     : fd_(fd), lLen_(lLen), ownSearch_(sFind, bMatchCase), search_(ownSearch_), out_(out), host_(host),
-      window_(std::max<std::int64_t>(windowBytes, 1024))
+      window_(std::clamp<std::int64_t>(windowBytes, 1024, kMaxWindow))
 {
 }
 
 Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, Host& host,
                  std::int64_t windowBytes)
     : fd_(fd), lLen_(lLen), ownSearch_({}, true), search_(search), out_(out), host_(host),
-      window_(std::max<std::int64_t>(windowBytes, 1024))
+      window_(std::clamp<std::int64_t>(windowBytes, 1024, kMaxWindow))
 {
 }
 
@@ -322,6 +373,59 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
     }
 }
 
+std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max)
+{
+    const auto n = static_cast<std::int64_t>(search_.size());
+    std::int64_t pos = s - 1;   // 0-based: the next place an occurrence may start
+    if (n == 0 || pos + n > lLen_) {
+        s = 0;
+        return 0;
+    }
+    if (pos < wS_ || pos + n > wE_) {
+        if (emitting_ && outPos_ < pos)
+            emitrange(outPos_, pos);
+        if (!yieldcheck() || !load(pos)) {
+            s = 0;
+            return 0;
+        }
+    }
+    const unsigned char* const buf = buf_.get();
+    const auto size = static_cast<std::size_t>(wE_ - wS_);
+    const auto un = static_cast<std::size_t>(n);
+    auto at = static_cast<std::size_t>(pos - wS_);   // the restart in the window
+    std::size_t scanned = at;
+    std::size_t count = 0;
+    constexpr std::size_t kFound = 512;
+    std::uint32_t found[kFound];
+    while (count < max) {
+        const std::size_t k = search_.findall(buf, size, scanned, found, std::min(kFound, max - count));
+        for (std::size_t j = 0; j < k; ++j) {
+            const std::size_t p = found[j];
+            if (p < at)
+                continue;   // inside the bytes of a replaced hit
+            const std::int64_t lHit = wS_ + static_cast<std::int64_t>(p) + 1;
+            lPos[count++] = lHit;
+            if (sReplace) {
+                emitupto(lHit);
+                out_->write(*sReplace);
+                skipto(lHit + n);
+                at = p + un;
+            } else {
+                at = p + 1;
+            }
+        }
+        if (scanned >= size) {
+            // An occurrence may still begin in the last n - 1 bytes, unless
+            // a replaced hit covers them.
+            const std::size_t tail = std::max(at, size - un + 1);
+            s = wE_ >= lLen_ ? 0 : wS_ + static_cast<std::int64_t>(tail) + 1;
+            return count;
+        }
+    }
+    s = wS_ + static_cast<std::int64_t>(at) + 1;
+    return count;
+}
+
 void Scanner::emitupto(std::int64_t lTo)
 {
     if (!out_)
@@ -417,11 +521,47 @@ void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits)
     findnextinline(f, lPos, nHits);
 }
 
+namespace {
+
+// A file loop without questions or log lines, for a pattern whose hits are
+// its leftmost occurrences: the scanner hands over the hits of a window in
+// one go and the host takes them in one call. The host sees what the loop
+// of single hits shows it.
+std::int64_t scanbatches(ScanFile& f, const std::string& sName)
+{
+    constexpr std::size_t kBatch = 4096;
+    std::int64_t lPos[kBatch];
+    std::int64_t nHits = 0;
+    const std::string_view* sReplace = f.nOut ? &f.sReplace : nullptr;
+    const auto grow = static_cast<std::int64_t>(f.sReplace.size()) - static_cast<std::int64_t>(f.sFind.size());
+    std::int64_t s = 1;
+    while (s != 0) {
+        const std::size_t count = f.scanner.collect(s, sReplace, lPos, kBatch);
+        if (count == 0)
+            continue;
+        nHits += static_cast<std::int64_t>(f.host.hits(sName, lPos, count, nHits));
+        if (f.host.bCancel)
+            return nHits;
+        if (sReplace)
+            f.lLenChange += grow * static_cast<std::int64_t>(count);
+    }
+    if (f.nOut && !f.host.bCancel && !f.scanner.readfailed())
+        f.scanner.emitrest();
+    f.host.hitcount(nHits);
+    f.host.yield();
+    return nHits;
+}
+
+}  // namespace
+
 std::int64_t scanloop(ScanFile& f, const std::string& sName)
 {
     std::int64_t lPos = 0;
     std::int64_t nHits = 0;
     f.lLenChange = 0;
+    const bool logging = f.log && (f.nLogMode & 3);
+    if (!f.bAsk && !logging && !f.sFind.empty() && f.sFind.size() <= Scanner::kLeftmostFound)
+        return scanbatches(f, sName);
     do {
         findnextinline(f, lPos, nHits);
         if (lPos != 0)

@@ -46,12 +46,21 @@ public:
     // npos. An empty pattern is never found.
     std::size_t find(const unsigned char* data, std::size_t size, std::size_t from) const;
 
+    // Every occurrence at or after `from`, in order, up to `max` of them, as
+    // offsets into `out`; `from` becomes the offset up to which all have
+    // been reported (`size` when the buffer is done). For dense hits: one
+    // pass over the buffer instead of one search per hit.
+    std::size_t findall(const unsigned char* data, std::size_t size, std::size_t& from, std::uint32_t* out,
+                        std::size_t max) const;
+
     std::size_t size() const { return pattern_.size(); }
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
 private:
     bool matchesat(const unsigned char* p) const;
     std::size_t filter(const unsigned char* data, std::size_t& i, std::size_t last) const;
+    std::size_t findallwide(const unsigned char* data, std::size_t last, std::size_t& i, std::uint32_t* out,
+                            std::size_t max) const;
 
     std::string pattern_;
     bool bMatchCase_;
@@ -90,6 +99,14 @@ public:
         // must never see.
         if (bytes.empty())
             return;
+        if (bytes.size() <= 128 && room_ >= 128) [[likely]] {
+            // The span between two hits a few dozen bytes apart: two copies
+            // of fixed length that overlap, with no call.
+            copysmall(buf_.get() + used_, bytes.data(), bytes.size());
+            used_ += bytes.size();
+            room_ -= bytes.size();
+            return;
+        }
         if (bytes.size() <= room_ && bytes.size() < kDirectWrite) [[likely]] {
             std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
             used_ += bytes.size();
@@ -103,6 +120,28 @@ public:
 
 private:
     void writeslow(std::string_view bytes);
+    static void copysmall(char* to, const char* from, std::size_t n)
+    {
+        if (n >= 64) {
+            std::memcpy(to, from, 64);
+            std::memcpy(to + n - 64, from + n - 64, 64);
+        } else if (n >= 32) {
+            std::memcpy(to, from, 32);
+            std::memcpy(to + n - 32, from + n - 32, 32);
+        } else if (n >= 16) {
+            std::memcpy(to, from, 16);
+            std::memcpy(to + n - 16, from + n - 16, 16);
+        } else if (n >= 8) {
+            std::memcpy(to, from, 8);
+            std::memcpy(to + n - 8, from + n - 8, 8);
+        } else if (n >= 4) {
+            std::memcpy(to, from, 4);
+            std::memcpy(to + n - 4, from + n - 4, 4);
+        } else {
+            for (std::size_t k = 0; k < n; ++k)
+                to[k] = from[k];
+        }
+    }
 
     ByteSink* sink_;
     std::unique_ptr<char[]> buf_;
@@ -125,7 +164,7 @@ class Scanner {
 public:
     // `fd` is read with pread only; `lLen` is the length the scan takes as
     // the file's. `out` is the scratch output of a replace, null in a find.
-    // `windowBytes` (at least 1024) is how much is read at a time.
+    // `windowBytes` (1024 to kMaxWindow) is how much is read at a time.
     Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
             std::int64_t windowBytes = kDefaultWindow);
     // The same with a search prepared once for a whole run; `search` must
@@ -136,12 +175,28 @@ public:
     Scanner& operator=(const Scanner&) = delete;
 
     static constexpr std::int64_t kDefaultWindow = 1 << 20;
+    // Offsets in a window fit 32 bits.
+    static constexpr std::int64_t kMaxWindow = 1 << 30;
 
     // The next hit from restart position `s`. False when there is none up to
     // the file's end, when the host raised bCancel at a yield, or when a
     // read failed (readfailed()). Once the output has begun, the bytes that
     // the scan passes are emitted as it goes.
     bool next(std::int64_t s, ScanHit& hit);
+
+    // Patterns up to this long are always found at their leftmost
+    // occurrence from a restart: 1000 - 800 + 1.
+    static constexpr std::size_t kLeftmostFound = 201;
+
+    // The hits from restart position `s` that lie in the window in hand (one
+    // is loaded when the scan has left it), up to `max` of them, into
+    // `lPos`: a bulk next() for patterns of at most kLeftmostFound bytes,
+    // which needs no block. A find restarts one byte behind each hit; a
+    // replace (`sReplace` not null) writes the replacement at each hit and
+    // restarts behind the matched bytes. Returns the count; `s` becomes the
+    // next restart, or 0 when the file is done, the host cancelled or a
+    // read failed. With "AA" in "AAAA" a find gives 1, 2, 3, a replace 1, 3.
+    std::size_t collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max);
 
     // Emits the bytes up to position `lTo` - 1; the output begins with the
     // first call, at the first hit, so a file without hits writes nothing.

@@ -208,8 +208,13 @@ Error writejournal(const fs::path& scratch, const fs::path& target, const struct
         return ::open(journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
     }));
     if (!fd.valid() || ::write(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())
-        || ::fdatasync(fd.get()) != 0)
-        return errorfromerrno(errno, journal);
+        || ::fdatasync(fd.get()) != 0) {
+        // Half a journal would make the next start report a copy that never began.
+        const Error error = errorfromerrno(errno, journal);
+        if (fd.valid())
+            ::unlink(journal.c_str());
+        return error;
+    }
     FileHandle dir(::open(parentof(journal).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.valid())
         ::fsync(dir.get());
@@ -218,9 +223,11 @@ Error writejournal(const fs::path& scratch, const fs::path& target, const struct
 
 // Copies `length` bytes of `from` over `dest` in place and cuts it there.
 // The room is taken before the first byte changes, so a full disk ends the
-// copy while the file still holds its old content.
-Error copyover(int from, int dest, off_t length, const fs::path& scratch, const fs::path& target)
+// copy while the file still holds its old content. `touched` turns true
+// with the first change to `dest`: a failure before it leaves the file whole.
+Error copyover(int from, int dest, off_t length, const fs::path& scratch, const fs::path& target, bool& touched)
 {
+    touched = false;
     if (length > 0 && checked("fallocate", [&] { return ::fallocate(dest, FALLOC_FL_KEEP_SIZE, 0, length); }) != 0
         && errno != EOPNOTSUPP && errno != ENOSYS)
         return errorfromerrno(errno, target);
@@ -239,12 +246,14 @@ Error copyover(int from, int dest, off_t length, const fs::path& scratch, const 
                 continue;
             if (put <= 0)
                 return errorfromerrno(put < 0 ? errno : ENOSPC, target);
+            touched = true;
             done += put;
         }
         at += got;
     }
     if (checked("truncate-target", [&] { return ::ftruncate(dest, length); }) != 0)
         return errorfromerrno(errno, target);
+    touched = true;
     if (checked("sync-target", [&] { return ::fdatasync(dest); }) != 0)
         return errorfromerrno(errno, target);
     return {};
@@ -396,6 +405,10 @@ Error SafeReplace::Impl::openscratch()
     if (checked("lock-scratch", [&] { return ::flock(handle.get(), LOCK_EX | LOCK_NB); }) != 0)
         return errno == EWOULDBLOCK ? Error{EWOULDBLOCK, "Scratch file in use by another process", scratch}
                                     : errorfromerrno(errno, scratch);
+    // A copy in place that failed half done keeps its journal and the
+    // content it still needs until the next start finishes it.
+    if (::access(journalpath(scratch).c_str(), F_OK) == 0)
+        return Error{EBUSY, "Scratch file holds an unfinished copy", scratch};
     struct stat sst {};
     if (::fstat(handle.get(), &sst) != 0)
         return errorfromerrno(errno, scratch);
@@ -494,11 +507,19 @@ Error SafeReplace::Impl::copyinplace()
     const SignalHold hold;
     if (Error journal = writejournal(scratch, target, st, sst.st_size))
         return journal;
-    // A failed copy may have left the file half new: its journal stays, and
-    // the next start tries again.
-    if (Error copied = copyover(out.get(), dest.get(), sst.st_size, scratch, target))
+    // A copy that failed before its first change leaves the old content,
+    // which the journal must not overwrite later. One that failed after it
+    // leaves the file half new: the journal stays, the next start finishes
+    // the copy, and the reason says so.
+    bool touched = false;
+    Error copied = copyover(out.get(), dest.get(), sst.st_size, scratch, target, touched);
+    if (copied && touched) {
+        copied.text += " (the copy is finished from the kept scratch file at the next start)";
         return copied;
+    }
     ::unlink(journalpath(scratch).c_str());
+    if (copied)
+        return copied;
     // An ordinary user's write clears the set-id bits of the file itself.
     if (::fstat(dest.get(), &result) == 0 && (result.st_mode & 07777) != (st.st_mode & 07777))
         ::fchmod(dest.get(), st.st_mode & 07777);
@@ -744,7 +765,8 @@ Error finishcopy(int from, const fs::path& scratch, const fs::path& target, cons
     if (::fstat(dest.get(), &now) != 0 || now.st_dev != expected.st_dev || now.st_ino != expected.st_ino)
         return changederror(target);
     const SignalHold hold;
-    return copyover(from, dest.get(), length, scratch, target);
+    bool touched = false;
+    return copyover(from, dest.get(), length, scratch, target, touched);
 }
 
 }  // namespace

@@ -28,7 +28,12 @@
 //     copy runs, SIGTERM, SIGHUP and SIGINT wait, and a journal beside the
 //     scratch file names the target (path, device, inode, length): should
 //     the process die all the same, finishinterruptedcopy() at the next
-//     start completes the copy.
+//     start completes the copy. The journal lives only while the file may
+//     be half new: a copy that fails before its first change removes it
+//     (the file keeps its old content); one that fails after keeps it, and
+//     its error text adds "(the copy is finished from the kept scratch file
+//     at the next start)". Until then begin() refuses the scratch file
+//     (EBUSY, "Scratch file holds an unfinished copy").
 //  6. A file that the user may not write is never replaced: begin() still
 //     takes the new content, and commit() gives EACCES, "Permission denied".
 // On any failure nothing is left in the user's directory but the file.
@@ -88,8 +93,8 @@ public:
     std::filesystem::path copiedfrom() const;
 
     // Puts the new content in place. On failure the original is unchanged
-    // (the fallback copy aside, which keeps the scratch file) and the error
-    // says why.
+    // (save a copy in place that failed half done, which the next start
+    // finishes, as its error says) and the error says why.
     Error commit();
 
     // Drops the new content; the original stays as it was.

@@ -165,10 +165,11 @@ std::string list2line(std::string_view sName, std::int64_t lPos)
 
 List2Hit readlist2line(const std::string& line)
 {
-    std::string rest = line;
+    const std::size_t tab = std::min(line.rfind('\t'), line.size());
     List2Hit hit;
-    hit.sName = nexttoken(rest, "\t");
-    hit.lPos = leadingnumber(rest);
+    hit.sName = line.substr(0, tab);
+    if (tab < line.size())
+        hit.lPos = leadingnumber(line.substr(tab + 1));
     return hit;
 }
 

@@ -65,10 +65,12 @@ std::string list2line(std::string_view sName, std::int64_t lPos);
 inline constexpr std::size_t kList2Tail = 21;
 char* putlist2tail(char* out, std::int64_t lPos);
 
-// A List2 line read back, as the opener of the viewer reads it: the name is
-// the first field (firstfield), the position the number at the head of
-// what follows the tab (0 when there is none).
+// A List2 line read back: the name is everything before the last tab, as it
+// stands (a name may hold blanks at either end and tabs of its own), the
+// position the number at the head of what follows that tab (0 when there is
+// none). A line the run made gives back exactly the name it was made from.
 //   "sub/a.txt\t000000480" -> {"sub/a.txt", 480}
+//   "x\ty\t000000480"      -> {"x\ty", 480}
 struct List2Hit {
     std::string sName;
     std::int64_t lPos = 0;

@@ -635,38 +635,42 @@ void Form1::mnuOpenRepFile_Click()
     loadreplist(true);
 }
 
-std::string Form1::currentline(const QListWidget* list) const
+List2Hit Form1::currententry(const QListWidget* list) const
 {
-    const QListWidgetItem* item = list->currentRow() < 0 ? nullptr : list->currentItem();
-    return item ? fromwidget(item->text()) : std::string();
+    const QListWidgetItem* line = list->currentRow() < 0 ? nullptr : list->currentItem();
+    if (!line)
+        return {};
+    List2Hit entry = readlist2line(fromwidget(line->text()));
+    const QVariant real = line->data(kRealNameRole);
+    if (real.isValid())
+        entry.sName = real.toByteArray().toStdString();
+    return entry;
 }
 
 void Form1::mnuFile_Click()
 {
     const std::string s = sEditor == "vellumix" ? "vellumix -p" : sEditor;
-    const std::string line1 = currentline(List1);
-    const std::string line2 = currentline(List2);
-    mnuEdit->setText(towidget("&Edit " + firstfield(line1) + " using " + sEditor));
-    mnuEdit2->setText(towidget("E&dit " + firstfield(line2) + " using " + s));
-    mnuEdit->setEnabled(!line1.empty());
-    mnuEdit2->setEnabled(!line2.empty());
+    const std::string name1 = currententry(List1).sName;
+    const std::string name2 = currententry(List2).sName;
+    mnuEdit->setText(towidget("&Edit " + name1 + " using " + sEditor));
+    mnuEdit2->setText(towidget("E&dit " + name2 + " using " + s));
+    mnuEdit->setEnabled(!name1.empty());
+    mnuEdit2->setEnabled(!name2.empty());
     mnuDumpInt4->setEnabled(mnuEdit->isEnabled());
 }
 
 void Form1::mnuEdit_Click()
 {
-    const std::string line = currentline(List1);
-    if (!line.empty())
-        startedit(fromwidget(lblDir->text()) + firstfield(line), std::string());
+    const List2Hit entry = currententry(List1);
+    if (!entry.sName.empty())
+        startedit(fullname(entry.sName), std::string());
 }
 
 void Form1::mnuEdit2_Click()
 {
-    const std::string line = currentline(List2);
-    if (line.empty())
-        return;
-    const List2Hit hit = readlist2line(line);
-    startedit(fromwidget(lblDir->text()) + hit.sName, std::to_string(hit.lPos));
+    const List2Hit hit = currententry(List2);
+    if (!hit.sName.empty())
+        startedit(fullname(hit.sName), std::to_string(hit.lPos));
 }
 
 // The command line is built as one string for the message; the program gets
@@ -687,10 +691,10 @@ void Form1::startedit(const std::string& sPath, const std::string& sPosition)
 
 void Form1::mnuDumpInt4_Click()
 {
-    const std::string line = currentline(List1);
-    if (busy() || line.empty())
+    const std::string sName = currententry(List1).sName;
+    if (busy() || sName.empty())
         return;
-    const std::string sIn = fromwidget(lblDir->text()) + firstfield(line);
+    const std::string sIn = fullname(sName);
     ++nDumpCount;
     const std::filesystem::path sOut = workdirpath() / sheetname(nDumpCount);
     const QString title = towidget(std::string(sTitle));
@@ -715,13 +719,9 @@ void Form1::mnuDumpInt4_Click()
     dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
 }
 
-// A line's file: lblDir's caption and the text before the line's last tab.
-// The last field is the size or the position, so a name with blanks or tabs
-// comes back whole.
-std::string Form1::fullname(const QListWidgetItem* line) const
+std::string Form1::fullname(const std::string& sName) const
 {
-    const std::string text = fromwidget(line->text());
-    return fromwidget(lblDir->text()) + text.substr(0, std::min(text.rfind('\t'), text.size()));
+    return fromwidget(lblDir->text()) + sName;
 }
 
 void Form1::showviewer()
@@ -735,10 +735,10 @@ void Form1::showviewer()
 
 void Form1::List1_DblClick()
 {
-    const QListWidgetItem* line = List1->currentItem();
-    if (List1->currentRow() < 0 || !line)
+    const List2Hit entry = currententry(List1);
+    if (entry.sName.empty())
         return;
-    view.sViewFile = fullname(line);
+    view.sViewFile = fullname(entry.sName);
     if (view.nViewWidth == 0)
         view.nViewWidth = 8;
     view.lViewPos = 1;
@@ -747,15 +747,13 @@ void Form1::List1_DblClick()
 
 void Form1::openhit()
 {
-    const QListWidgetItem* line = List2->currentItem();
-    if (!line)
+    const List2Hit hit = currententry(List2);
+    if (hit.sName.empty())
         return;
-    view.sViewFile = fullname(line);
+    view.sViewFile = fullname(hit.sName);
     if (view.nViewWidth == 0)
         view.nViewWidth = 10;
-    const std::string text = fromwidget(line->text());
-    const std::size_t tab = text.rfind('\t');
-    view.lViewHit = leadingnumber(tab == std::string::npos ? std::string() : text.substr(tab + 1));
+    view.lViewHit = hit.lPos;
     view.lViewPos = std::max<std::int64_t>(1, view.lViewHit - 2 * static_cast<std::int64_t>(view.nViewWidth));
     showviewer();
 }

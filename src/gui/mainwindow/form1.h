@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/files/files.h"
 #include "gui/common/latin1.h"
 #include "gui/viewer/viewstate.h"
 
@@ -195,10 +196,15 @@ private:
     void buildmenus();
     void Form_Unload();
     void listing();
-    std::string currentline(const QListWidget* list) const;
+    // The file of the current line of List1 or List2 and, for a hit, its
+    // position; an empty name when no line is current. The name is the real
+    // one the run kept with the line (kRealNameRole); a line without it is
+    // read back by readlist2line.
+    List2Hit currententry(const QListWidget* list) const;
+    // lblDir's caption and `sName`.
+    std::string fullname(const std::string& sName) const;
     void startedit(const std::string& sPath, const std::string& sPosition);
     void showviewer();
-    std::string fullname(const QListWidgetItem* line) const;
     void List2_KeyWalk(const QEvent* event);
 
     // What the viewer asks of this window.
