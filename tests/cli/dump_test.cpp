@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
-
-#include <sys/stat.h>
 
 #include "cli/clirun.h"
 #include "support/tempdir.h"
@@ -50,14 +49,12 @@ TEST(DumpCommand, OutputFileIsReplacedWholeAndKeepsItsMode)
     test::TempDir dir;
     dir.write("in.bin", "\x05\x00"s);
     const auto sheet = dir.write("sheet.xls", "an older and longer sheet");
-    ASSERT_EQ(::chmod(sheet.c_str(), 0640), 0);
+    std::filesystem::permissions(sheet, static_cast<std::filesystem::perms>(0640));
     const CliResult r = runcli({"dump", "--size", "2", "--cols", "1", "-o", "sheet.xls", "in.bin"}, dir.path(), dir.path());
     EXPECT_TRUE(r.exited(0)) << r.err;
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(test::readfile(sheet), " 1 \t5\r\n");
-    struct stat st {};
-    ASSERT_EQ(::stat(sheet.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(sheet).permissions()), 0640);
 
     // A failed dump leaves the old sheet.
     const CliResult failed = runcli({"dump", "--size", "2", "--cols", "1", "--output", "sheet.xls", "gone"},

@@ -31,6 +31,7 @@
 namespace brindlex::clitest {
 
 using test::readfile;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 namespace {
@@ -120,10 +121,7 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
     fs::create_hard_link(base / "u", base / "h");
     dir.write("list0", std::string("x\ty\0 lead\0", 10));
     fs::create_directories(dir.path() / "work");
-    const struct {
-        std::vector<std::string> args;
-        std::string out, err;
-    } steps[] = {
+    const struct { std::vector<std::string> args; std::string out, err; } steps[] = {
         {{"replace", "-c", "HIT", "HITX", "*"},
          " lead\t000000001\nh\t000000001\nl1\t000000002\nnew\nline\t000000001\ntrail \t000000001\n"
          "x\t000000001\nx\ty\t000000001\n",
@@ -132,14 +130,8 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
          "brindlex-cli: <dir>/base/u: the same file as <dir>/base/h, rewritten once\n"
          "7 hits in 7 of 10 files, 7 files rewritten\n"},
         {{"find", "-0", "-c", "HITX", "*"},
-         [] {
-             std::string out;
-             for (const char* hit : {" lead 1", "h 1", "l1 2", "l2 2", "new\nline 1", "t 2", "trail  1", "u 1", "x 1", "x\ty 1"}) {
-                 const std::string line = hit;
-                 out += line.substr(0, line.rfind(' ')) + '\0' + "00000000" + line.back() + "\n";
-             }
-             return out;
-         }(),
+         " lead\0" "000000001\nh\0" "000000001\nl1\0" "000000002\nl2\0" "000000002\nnew\nline\0" "000000001\n"
+         "t\0" "000000002\ntrail \0" "000000001\nu\0" "000000001\nx\0" "000000001\nx\ty\0" "000000001\n"s,
          "10 hits in 10 of 10 files, 0 files rewritten\n"},
         {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n",
          "2 hits in 2 of 2 files, 0 files rewritten\n"},
@@ -160,12 +152,7 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
 // exit status; what matches nothing is no trouble.
 TEST(CliFindReplace, SaysWhatItCouldNotSearch)
 {
-    const struct {
-        const char* what;
-        std::vector<std::string> args;
-        std::string err;
-        int status;
-    } rows[] = {
+    const struct { const char* what; std::vector<std::string> args; std::string err; int status; } rows[] = {
         {"a missing directory", {"find", "HIT", "nodir/*.txt"},
          "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
         {"a missing file", {"find", "HIT", "missing.txt"},
@@ -340,25 +327,21 @@ TEST(CliFindReplace, TwoReplacesAtOnceLoseNoUpdate)
         test::TempDir dir;
         for (int i = 0; i < kFiles; ++i)
             dir.write("base/f" + std::to_string(i), std::string(300000, '.') + "HIT");
+        const fs::path works[2] = {dir.path() / "work0", dir.path() / "work1"};
         pid_t pids[2];
         for (int k = 0; k < 2; ++k) {
-            fs::create_directories(dir.path() / ("work" + std::to_string(k)));
-            pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base",
-                               dir.path() / ("work" + std::to_string(k)), 0);
+            fs::create_directories(works[k]);
+            pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base", works[k], 0);
         }
-        long reported = 0;
+        long reported = 0, xs = 0;
         for (int k = 0; k < 2; ++k) {
-            int status = 0;
-            ::waitpid(pids[k], &status, 0);
-            const std::string err = readfile(dir.path() / ("work" + std::to_string(k)) / "cli.err");
+            ::waitpid(pids[k], nullptr, 0);
+            const std::string err = readfile(works[k] / "cli.err");
             const std::size_t at = err.rfind(", ");
             reported += at == std::string::npos ? -1000 : std::stol(err.substr(at + 2));
         }
-        long xs = 0;
-        for (int i = 0; i < kFiles; ++i) {
-            const std::string now = readfile(dir.path() / ("base/f" + std::to_string(i)));
-            xs += static_cast<long>(now.size()) - 300003;
-        }
+        for (int i = 0; i < kFiles; ++i)
+            xs += static_cast<long>(readfile(dir.path() / ("base/f" + std::to_string(i))).size()) - 300003;
         EXPECT_EQ(xs, reported);
     }
 }
@@ -424,10 +407,8 @@ TEST(CliFindReplace, FindsAndReplacesBeyondFourGigabytes)
     test::TempDir dir;
     const fs::path big = dir.path() / "big.bin";
     const int fd = ::open(big.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::ftruncate(fd, kSize), 0);
-    ASSERT_EQ(::pwrite(fd, "NEEDLE", 6, at31 - 1), 6);
-    ASSERT_EQ(::pwrite(fd, "NEEDLE", 6, at32 - 1), 6);
+    ASSERT_TRUE(fd >= 0 && ::ftruncate(fd, kSize) == 0 && ::pwrite(fd, "NEEDLE", 6, at31 - 1) == 6 &&
+                ::pwrite(fd, "NEEDLE", 6, at32 - 1) == 6);
     ::close(fd);
     for (const std::vector<std::string>& args : {std::vector<std::string>{"find", "-c", "NEEDLE", "big.bin"},
                                                  {"replace", "-c", "NEEDLE", "pin", "big.bin"}}) {

@@ -140,11 +140,8 @@ TEST(PageCommand, SavesAPageNearTheEndOfFiveGigabytes)
         GTEST_SKIP() << "the save into the 5 GiB file needs 6 GiB free on " << dir.path();
     const fs::path big = dir.path() / "big.bin";
     const int fd = ::open(big.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::ftruncate(fd, kSize), 0);
-    ASSERT_EQ(::pwrite(fd, "HEAD", 4, 0), 4);
-    ASSERT_EQ(::pwrite(fd, "abcdefgh", 8, kAt - 1), 8);
-    ASSERT_EQ(::pwrite(fd, "TAIL", 4, kSize - 4), 4);
+    ASSERT_TRUE(fd >= 0 && ::ftruncate(fd, kSize) == 0 && ::pwrite(fd, "HEAD", 4, 0) == 4 &&
+                ::pwrite(fd, "abcdefgh", 8, kAt - 1) == 8 && ::pwrite(fd, "TAIL", 4, kSize - 4) == 4);
     ::close(fd);
     dir.write("edit", "FFFFFFFEC0: <61> <62> <63> <64> <65> <66> <67> <68> <58> \r\n");
     unsigned long long peak = 0;

@@ -113,12 +113,7 @@ TEST(CliProgress, ShownOnATerminalOnlyAndErased)
 
 TEST(CliDryRun, HitsOfTheReplaceAndNothingWritten)
 {
-    const struct {
-        const char* what;
-        std::vector<std::string> args;
-        std::string out, err;
-        int status;
-    } rows[] = {
+    const struct { const char* what; std::vector<std::string> args; std::string out, err; int status; } rows[] = {
         {"a replace restarts behind a hit: 1 and 3, not 1, 2 and 3", {"replace", "--dry-run", "aa", "X", "*.txt"},
          "a.txt\t000000001\na.txt\t000000003\n",
          "would rewrite <dir>/a.txt\n2 hits in 1 of 2 files, 0 files rewritten\n", 0},

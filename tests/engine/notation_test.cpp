@@ -15,12 +15,8 @@ TEST(Decode, PercentAndAngleNotationsAndTheChoiceBetweenThem)
 {
     // How: 'p' decodepattern, 'n' the same without <nn>, 'a' decodeangle.
     // An expected "=" means the text comes back as typed.
-    const struct {
-        char how;
-        std::string text, expected;
-    } rows[] = {
-        {'p', "%0d%0a", "\r\n"}, {'p', "%ff%00", "\xff\0"s},
-        {'p', "100%", "="}, {'p', "%41%4", "A%4"}, {'p', "%G1", "="},
+    const struct { char how; std::string text, expected; } rows[] = {
+        {'p', "%0d%0a", "\r\n"}, {'p', "%ff%00", "\xff\0"s}, {'p', "100%", "="}, {'p', "%41%4", "A%4"}, {'p', "%G1", "="},
         {'p', "%%41", "%A"},
         // A made byte is not read again.
         {'p', "%2541", "%41"},
@@ -28,16 +24,13 @@ TEST(Decode, PercentAndAngleNotationsAndTheChoiceBetweenThem)
         {'p', "%9%9", "\t9"},
         // Upper-casing makes no digit of a letter beyond F.
         {'p', "%\xE1" "1", "="},
-        {'p', "<0D>\r\n<0A>", "\r\n"}, {'p', "a b<20>c", "ab c"},
-        {'p', "<41> <4>", "A<4>"}, {'p', "%41<0D>", "%41\r"}, {'p', "ab> c", "ab>c"},
-        {'p', "<41><<42>", "A<B"}, {'p', "<41><4142>", "A<4142>"},
+        {'p', "<0D>\r\n<0A>", "\r\n"}, {'p', "a b<20>c", "ab c"}, {'p', "<41> <4>", "A<4>"}, {'p', "%41<0D>", "%41\r"},
+        {'p', "ab> c", "ab>c"}, {'p', "<41><<42>", "A<B"}, {'p', "<41><4142>", "A<4142>"},
         // One bad token leaves the whole text as typed.
         {'p', "<0d>", "="},
         // Angle notation only when the first ">" is three behind the first "<".
-        {'n', "<41>%42", "<41>B"}, {'p', "x>y<41>", "="}, {'p', "<414>", "="},
-        {'p', "<4> <0D>", "="}, {'p', "a<41>", "aA"},
-        {'a', "   ", ""}, {'a', " a  b\r\n\r\nc ", "abc"}, {'a', "<41>\n<42>\r\t<43>", "A\nB\r\tC"},
-        {'a', "%41", "%41"},
+        {'n', "<41>%42", "<41>B"}, {'p', "x>y<41>", "="}, {'p', "<414>", "="}, {'p', "<4> <0D>", "="}, {'p', "a<41>", "aA"},
+        {'a', "   ", ""}, {'a', " a  b\r\n\r\nc ", "abc"}, {'a', "<41>\n<42>\r\t<43>", "A\nB\r\tC"}, {'a', "%41", "%41"},
         {'a', "a\x1f" "b", "a<b"}, {'a', "<41>\x1f" "42>", "AB"},
     };
     for (const auto& row : rows) {
@@ -59,10 +52,8 @@ TEST(HexValue, ReadsUpToEightUpperCaseDigits)
 
 TEST(UpperCase, FoldsAsciiAndLatin1LettersOnlyAndNoByteTwice)
 {
-    const std::pair<int, int> rows[] = {
-        {'a', 'A'}, {'z', 'Z'}, {'`', '`'}, {'{', '{'}, {0xE0, 0xC0},
-        {0xF7, 0xF7}, {0xFE, 0xDE}, {0xFF, 0xFF}, {0xDF, 0xDF}, {0xB5, 0xB5},
-    };
+    const std::pair<int, int> rows[] = {{'a', 'A'}, {'z', 'Z'}, {'`', '`'}, {'{', '{'}, {0xE0, 0xC0},
+                                        {0xF7, 0xF7}, {0xFE, 0xDE}, {0xFF, 0xFF}, {0xDF, 0xDF}, {0xB5, 0xB5}};
     for (const auto& [from, to] : rows)
         EXPECT_EQ(uppercasebyte(static_cast<unsigned char>(from)), to) << "byte " << from;
     for (int c = 0; c < 256; ++c) {
@@ -76,17 +67,9 @@ TEST(UpperCase, FoldsAsciiAndLatin1LettersOnlyAndNoByteTwice)
 
 TEST(EncodeBytes, RendersCellsAndRows)
 {
-    const struct {
-        std::string bytes;
-        int width;
-        bool showtext;
-        std::string expected;
-    } rows[] = {
-        {"A\r", 16, true, "  A  <0D> "},
-        {"ABC", 2, false, "<41> <42> \r\n<43> "},
-        {" !\x7f\x80", 8, true, "<20>   !    \x7f  <80> "},
-        {"\0\xff\n"s, 8, false, "<00> <FF> <0A> "},
-        {"A", 0, false, "<41> \r\n"},
+    const struct { std::string bytes; int width; bool showtext; std::string expected; } rows[] = {
+        {"A\r", 16, true, "  A  <0D> "}, {"ABC", 2, false, "<41> <42> \r\n<43> "}, {"A", 0, false, "<41> \r\n"},
+        {" !\x7f\x80", 8, true, "<20>   !    \x7f  <80> "}, {"\0\xff\n"s, 8, false, "<00> <FF> <0A> "},
     };
     for (const auto& row : rows)
         EXPECT_EQ(encodebytes(row.bytes, row.width, row.showtext), row.expected) << row.width;
@@ -116,14 +99,11 @@ TEST(RoundTrip, DecodeAngleGivesBackWhatEncodeBytesRendered)
 TEST(DecodePage, RowsAfterTheirColumn)
 {
     const std::pair<std::string, std::string> rows[] = {
-        {"000000: <41> <42>\r\n000002: <43>\r\n\r\n", "ABC"},
-        {"000000: a:b", "a:b"},
-        {"no colon at all <41>", ""},
+        {"000000: <41> <42>\r\n000002: <43>\r\n\r\n", "ABC"}, {"000000: a:b", "a:b"}, {"no colon at all <41>", ""},
         // A line without ":" goes with the next line's position column.
         {"000000: <41>\r\nstray <42>\r\n000002: <43>\r\n", "AC"},
         // A row with a bad token stays as it is.
-        {"0: <GG>   \r\n1: <42>", "<GG>B"},
-        {"0: <41>  <GG>", "<41>  <GG>"},
+        {"0: <GG>   \r\n1: <42>", "<GG>B"}, {"0: <41>  <GG>", "<41>  <GG>"},
     };
     for (const auto& [page, expected] : rows)
         EXPECT_EQ(decodepage(page), expected) << testing::PrintToString(page);

@@ -31,9 +31,7 @@ using OnEvent = std::function<void(const std::string& line, const std::filesyste
 class RecordingHost : public Host {
 public:
     RecordingHost(std::string dir, std::vector<Answer> answers, OnEvent onEvent)
-        : dir_(std::move(dir)), answers_(std::move(answers)), onEvent_(std::move(onEvent))
-    {
-    }
+        : dir_(std::move(dir)), answers_(std::move(answers)), onEvent_(std::move(onEvent)) {}
     std::string transcript;
 
     void showcontrols(bool bOn) override { record(bOn ? "controls on" : "controls off"); }
@@ -101,20 +99,12 @@ void checkcase(const RunCase& c)
         dir.write("base/" + name, content);
     for (const auto& [name, target] : c.links)
         std::filesystem::create_symlink(target, dir.path() / "base" / name);
-    RunRequest r;
-    r.sFind = c.sFind;
-    r.sReplaceText = c.sReplace;
-    r.bReplace = c.bReplace;
-    r.bMatchCase = c.bMatchCase;
-    r.bAsk = c.bAsk;
-    r.nLogMode = c.nLogMode;
-    r.sLogFile = dir.path() / "run.log";
-    r.sScratch = dir.path() / "scratch";
-    r.baseDir = dirs + "base/";
-    r.selected = c.selected;
+    RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
+                  .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
+                  .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .lines = {}, .names = c.names,
+                  .selected = c.selected};
     for (const std::string& name : c.names)
         r.lines.push_back(list1line(name, 3));
-    r.names = c.names;
     RecordingHost host(dirs, c.answers, c.onEvent);
     findinfiles(r, host);
     EXPECT_EQ(host.transcript, c.sFind.empty() ? "clearhits\nstatus none found\n" : kStart + c.transcript);
@@ -129,111 +119,66 @@ void checkcase(const RunCase& c)
 TEST(Run, OneCasePerBehaviour)
 {
     const std::string digits60 = "012345678901234567890123456789012345678901234567890123456789";
+    const std::string kChanged = "message Cannot replace! ERROR in file lengths for <dir>/base/a"
+                                 " | <dir>/base/a: File changed by another program since it was read\n";
     const RunCase cases[] = {
         {.what = "an empty find text only clears", .files = {{"a", "abc"}}, .names = {"a"}, .sFind = ""},
         {.what = "a folded find restarts one byte on; a missing file is reported and skipped",
-         .files = {{"a", "aAAb aa"}, {"b", "none"}},
-         .names = {"a", "gone", "b"},
-         .sFind = "aa",
+         .files = {{"a", "aAAb aa"}, {"b", "none"}}, .names = {"a", "gone", "b"}, .sFind = "aa",
          .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nhit a 2\nstatus 2\nhit a 6\nstatus 3\nstatus 3\n"
-                       "status <dir>/base/gone\n"
-                       "message Error opening <dir>/base/gone:\\r\\nNo such file or directory\n"
-                       "status <dir>/base/b\nstatus 0\n"
-                       "status 3\ncontrols on\n"},
+                       "status <dir>/base/gone\nmessage Error opening <dir>/base/gone:\\r\\nNo such file or directory\n"
+                       "status <dir>/base/b\nstatus 0\nstatus 3\ncontrols on\n"},
         {.what = "a longer replacement restarts behind the match; a file without hits is not rewritten",
-         .files = {{"a", "AAAA-A"}, {"b", "none"}},
-         .names = {"a", "b"},
-         .sFind = "aa",
-         .sReplace = "xyz",
-         .bReplace = true,
-         .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nhit a 3\nstatus 2\nstatus 2\n"
-                       "line 0 a\\t00000008*\n"
+         .files = {{"a", "AAAA-A"}, {"b", "none"}}, .names = {"a", "b"}, .sFind = "aa", .sReplace = "xyz", .bReplace = true,
+         .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nhit a 3\nstatus 2\nstatus 2\nline 0 a\\t00000008*\n"
                        "status <dir>/base/b\nstatus 0\nstatus 2\ncontrols on\n",
          .after = {{"a", "xyzxyz-A"}}},
         {.what = "an empty replacement deletes; a code in the pattern makes it match case",
-         .files = {{"a", "ab\rAB\r"}},
-         .names = {"a"},
-         .sFind = "AB<0D>",
-         .sReplace = "",
-         .bReplace = true,
+         .files = {{"a", "ab\rAB\r"}}, .names = {"a"}, .sFind = "AB<0D>", .sReplace = "", .bReplace = true,
          .transcript = "status <dir>/base/a\nhit a 4\nstatus 1\nstatus 1\nline 0 a\\t00000003*\nstatus 1\ncontrols on\n",
          .after = {{"a", "ab\r"}}},
         {.what = "a shorter replacement, logged: the heads, found with the file's bytes, replaced",
-         .files = {{"a", "x ab"}},
-         .names = {"a"},
-         .sFind = "ab",
-         .sReplace = "Z",
-         .bReplace = true,
-         .nLogMode = 3,
+         .files = {{"a", "x ab"}}, .names = {"a"}, .sFind = "ab", .sReplace = "Z", .bReplace = true, .nLogMode = 3,
          .transcript = "status <dir>/base/a\nhit a 3\nstatus 1\nstatus 1\nline 0 a\\t00000003*\nstatus 1\ncontrols on\n",
          .after = {{"a", "x Z"}},
-         .log = "find      A    B  \\r\\n"
-                "replace with     Z  \\r\\n"
-                "found    <dir>/base/a 0000003:   a    b  \\r\\n"
-                "replaced <dir>/base/a 0000003:   Z  \\r\\n"},
+         .log = "find      A    B  \\r\\nreplace with     Z  \\r\\n"
+                "found    <dir>/base/a 0000003:   a    b  \\r\\nreplaced <dir>/base/a 0000003:   Z  \\r\\n"},
         // The question shows the last 50 bytes before the hit, the prepared
         // pattern and 20 bytes behind it.
         {.what = "asking: Yes and No rewrite a; Cancel leaves b as it was and c unscanned",
-         .files = {{"a", digits60 + "qq" + std::string(25, '-')}, {"b", "1q2q"}, {"c", "q"}},
-         .names = {"a", "b", "c"},
-         .sFind = "q",
-         .sReplace = "R",
-         .bReplace = true,
-         .bAsk = true,
+         .files = {{"a", digits60 + "qq" + std::string(25, '-')}, {"b", "1q2q"}, {"c", "q"}}, .names = {"a", "b", "c"},
+         .sFind = "q", .sReplace = "R", .bReplace = true, .bAsk = true,
          .answers = {Answer::Yes, Answer::No, Answer::Yes, Answer::Cancel},
-         .transcript = "status <dir>/base/a\n"
-                       "question <dir>/base/a byte 61 | Replace \\r\\n" + digits60.substr(10) +
-                       "\\r\\n\\r\\nQ? q-------------------\n"
-                       "hit a 61\nstatus 1\n"
+         .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 61 | Replace \\r\\n" + digits60.substr(10) +
+                       "\\r\\n\\r\\nQ? q-------------------\nhit a 61\nstatus 1\n"
                        "question <dir>/base/a byte 62 | Replace \\r\\n\\r\\n\\r\\nQ? --------------------\n"
-                       "hit a 62\nstatus 2\nstatus 2\n"
-                       "line 0 a\\t00000087*\n"
-                       "status <dir>/base/b\n"
-                       "question <dir>/base/b byte 2 | Replace \\r\\n1\\r\\n\\r\\nQ? 2q\n"
-                       "hit b 2\nstatus 1\n"
-                       "question <dir>/base/b byte 4 | Replace \\r\\n2\\r\\n\\r\\nQ? \n"
-                       "hit b 4\nstatus 2\ncontrols on\n",
+                       "hit a 62\nstatus 2\nstatus 2\nline 0 a\\t00000087*\nstatus <dir>/base/b\n"
+                       "question <dir>/base/b byte 2 | Replace \\r\\n1\\r\\n\\r\\nQ? 2q\nhit b 2\nstatus 1\n"
+                       "question <dir>/base/b byte 4 | Replace \\r\\n2\\r\\n\\r\\nQ? \nhit b 4\nstatus 2\ncontrols on\n",
          .after = {{"a", digits60 + "Rq" + std::string(25, '-')}}},
         {.what = "a file that grows after its hit fails the length check and keeps its bytes",
-         .files = {{"a", "xax"}, {"b", "a"}},
-         .names = {"a", "b"},
-         .sFind = "a",
-         .sReplace = "b",
-         .bReplace = true,
+         .files = {{"a", "xax"}, {"b", "a"}}, .names = {"a", "b"}, .sFind = "a", .sReplace = "b", .bReplace = true,
          .onEvent = [](const std::string& line, const std::filesystem::path& base) {
              if (line == "hit a 2")
                  std::ofstream(base / "a", std::ios::app) << "more";
          },
-         .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\n"
-                       "message Cannot replace! ERROR in file lengths for <dir>/base/a"
-                       " | <dir>/base/a: File changed by another program since it was read\n"
-                       "status <dir>/base/b\nhit b 1\nstatus 1\nstatus 1\nline 1 b\\t00000001*\n"
-                       "status 2\ncontrols on\n",
+         .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\n" + kChanged +
+                       "status <dir>/base/b\nhit b 1\nstatus 1\nstatus 1\nline 1 b\\t00000001*\nstatus 2\ncontrols on\n",
          .after = {{"a", "xaxmore"}, {"b", "b"}}},
         {.what = "a file renamed over the one read before the first byte is written keeps its content",
-         .files = {{"a", "HIT"}, {"o", "HAT"}},
-         .names = {"a"},
-         .sFind = "hit",
-         .sReplace = "HOT",
-         .bReplace = true,
+         .files = {{"a", "HIT"}, {"o", "HAT"}}, .names = {"a"}, .sFind = "hit", .sReplace = "HOT", .bReplace = true,
          .bAsk = true,
          .onEvent = [](const std::string& line, const std::filesystem::path& base) {
              if (line.starts_with("question"))
                  std::filesystem::rename(base / "o", base / "a");
          },
          .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 1 | Replace \\r\\n\\r\\n\\r\\nHIT? \n"
-                       "hit a 1\nstatus 1\nstatus 1\n"
-                       "message Cannot replace! ERROR in file lengths for <dir>/base/a"
-                       " | <dir>/base/a: File changed by another program since it was read\n"
-                       "status 1\ncontrols on\n",
+                       "hit a 1\nstatus 1\nstatus 1\n" + kChanged + "status 1\ncontrols on\n",
          .after = {{"a", "HAT"}, {"o", ""}}},
         {.what = "real names are taken as they are; a file is rewritten once whichever name leads to it",
          .files = {{" lead", "hit"}, {"x\ty", "hit"}, {"x", "-"}, {"t", "xhitx"}},
-         .names = {" lead", "l1", "l2", "t", "x", "x\ty"},
-         .links = {{"l1", "t"}, {"l2", "t"}},
-         .sFind = "hit",
-         .sReplace = "hitx",
-         .bReplace = true,
+         .names = {" lead", "l1", "l2", "t", "x", "x\ty"}, .links = {{"l1", "t"}, {"l2", "t"}},
+         .sFind = "hit", .sReplace = "hitx", .bReplace = true,
          .transcript = "status <dir>/base/ lead\nhit  lead 1\nstatus 1\nstatus 1\nline 0  lead\\t00000004*\n"
                        "status <dir>/base/l1\nhit l1 2\nstatus 1\nstatus 1\nline 1 l1\\t00000006*\n"
                        "status <dir>/base/l2\nnote <dir>/base/l2: the same file as <dir>/base/l1, rewritten once\n"

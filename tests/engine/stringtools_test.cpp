@@ -18,11 +18,9 @@ TEST(NextToken, TakesTheSourceApart)
         std::vector<std::string> tokens;  // successive results until the source is empty
         std::string rest;                 // the source after the first call
     } rows[] = {
-        {"a b  c ", " ", {"a", "b", "c"}, "b  c"},
+        {"a b  c ", " ", {"a", "b", "c"}, "b  c"}, {"a::b", ":", {"a", "", "b"}, ":b"}, {"x=>y==>z", "==>", {"x=>y", "z"}, "z"},
         // Without a delimiter nothing is trimmed.
         {"  abc  ", ":", {"  abc  "}, ""},
-        {"a::b", ":", {"a", "", "b"}, ":b"},
-        {"x=>y==>z", "==>", {"x=>y", "z"}, "z"},
         // Only spaces are trimmed, and case is exact.
         {"\t a \t| b\r\n", "|", {"\t a \t", "b\r\n"}, "b\r\n"},
         {"a\0b c"s, " ", {"a\0b"s, "c"}, "c"},
@@ -47,9 +45,7 @@ TEST(LeadingNumber, ReadsTheHeadAndCutsAtTheDelimiter)
         std::vector<int> numbers;   // parsestringforinteger at "," until the text is empty
         std::int64_t head;          // leadingnumber of the whole text
     } rows[] = {
-        {"180,,200", {180, 0, 200}, 180},
-        {" \t-12ab,+7", {-12, 7}, -12},
-        {"x1", {0}, 0},
+        {"180,,200", {180, 0, 200}, 180}, {" \t-12ab,+7", {-12, 7}, -12}, {"x1", {0}, 0},
         {"99999,-99999", {32767, -32768}, 99999},
         {"99999999999999999999999", {32767}, 1'000'000'000'000'000'000},
     };
@@ -69,13 +65,8 @@ TEST(LeadingNumber, ReadsTheHeadAndCutsAtTheDelimiter)
 
 TEST(ReplaceAll, RepeatsTheSearchAndTakesTwoStepsWhenTheReplacementHoldsTheTarget)
 {
-    const struct {
-        std::string text, target, replacement, expected;
-    } rows[] = {
-        {"aaaab", "ab", "b", "b"},
-        {"aabcbc", "abc", "", ""},
-        {"aabb", "ab", "ba", "bbaa"},
-        {"aa", "a", "aa", "aaaa"},
+    const struct { std::string text, target, replacement, expected; } rows[] = {
+        {"aaaab", "ab", "b", "b"}, {"aabcbc", "abc", "", ""}, {"aabb", "ab", "ba", "bbaa"}, {"aa", "a", "aa", "aaaa"},
         // Every place-holder byte already in the text comes out as the
         // replacement, and a target that is the place-holder takes one pass.
         {"a\x1f" "b<", "<", " <", "a <b <"},

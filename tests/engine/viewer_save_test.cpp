@@ -23,14 +23,10 @@ const std::string kFile = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 // The viewer's page state between reads and saves.
 struct Viewer {
-    Viewer(fs::path f, fs::path s, int mode, int format = kFormatDecimal)
-        : file(std::move(f)), scratch(std::move(s)), nMode(mode), nFormat(format)
-    {
-    }
     fs::path file, scratch;
-    int nMode, nFormat;
-    Page page;
-    std::string sViewText;
+    int nMode, nFormat = kFormatDecimal;
+    Page page {};
+    std::string sViewText {};
 
     void show(std::int64_t lPos, std::int64_t nBlock)
     {
@@ -78,11 +74,7 @@ TEST(ViewerSave, SplicesTheEditedPageIntoTheFile)
         test::TempDir dir;
         Viewer v{dir.write("f", kFile), dir.path() / "brindlex.tmp", row.nMode};
         v.show(row.lPos, row.nBlock);
-        std::string text = v.page.sText;
-        if (row.from.empty())
-            text.clear();
-        else
-            text.replace(text.find(row.from), row.from.size(), row.to);
+        std::string text = row.from.empty() ? "" : v.page.sText.replace(v.page.sText.find(row.from), row.from.size(), row.to);
         EXPECT_EQ(v.save(text), row.after == kFile ? "unchanged" : "");
         EXPECT_EQ(test::readfile(v.file), row.after);
     }

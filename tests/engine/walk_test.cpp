@@ -27,12 +27,7 @@ public:
     std::string controls;  // one letter a call: "F" off, "T" on
 
     void showcontrols(bool bOn) override { controls += bOn ? 'T' : 'F'; }
-    void yield() override
-    {
-        ++yields;
-        if (yields == cancelAt)
-            bCancel = true;
-    }
+    void yield() override { bCancel = bCancel || ++yields == cancelAt; }
     void addline(const std::string& line) override { lines.push_back(line); }
 
     std::string walk(const fs::path& dir, const std::string& name, bool subs)
@@ -53,10 +48,9 @@ TEST(Walk, ListsWhatTheMaskSelectsAndNoOtherKindOfEntry)
     for (const char* name : {"a.txt", "b.bin", ".dot.txt", "sub/c.txt", "sub/Deep/D.txt", ".hidden/e.txt", "matchdir.txt/g.txt"})
         tmp.write(name, "12");
     const fs::path root = tmp.path();
-    fs::create_symlink("a.txt", root / "link-to-a.txt");
-    fs::create_symlink("missing", root / "dangling.txt");
-    fs::create_symlink("selfloop.txt", root / "selfloop.txt");
-    fs::create_symlink("/dev/null", root / "null.txt");
+    for (const auto& [link, target] : {std::pair{"link-to-a.txt", "a.txt"}, {"dangling.txt", "missing"},
+                                       {"selfloop.txt", "selfloop.txt"}, {"null.txt", "/dev/null"}})
+        fs::create_symlink(target, root / link);
     fs::create_directory_symlink("sub", root / "linkdir");
     fs::create_directory_symlink(".", root / "loop");
     ASSERT_EQ(::mkfifo((root / "fifo.txt").c_str(), 0644), 0);
