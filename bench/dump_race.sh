@@ -12,17 +12,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-cli=${1:-}
-if [ -z "$cli" ] && [ -n "${BRINDLEX_BUILD:-}" ]; then
-  cmake --build "$BRINDLEX_BUILD" --target brindlex-cli >/dev/null
-  cli=$BRINDLEX_BUILD/src/cli/brindlex-cli
-fi
-if [ -z "$cli" ]; then
-  cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRINDLEX_GUI=OFF >/dev/null
-  cmake --build build-bench --target brindlex-cli >/dev/null
-  cli=$PWD/build-bench/src/cli/brindlex-cli
-fi
-cli=$(readlink -f "$cli")
+. bench/clibuild.sh
 for tool in hyperfine od /usr/bin/time; do
   command -v "$tool" >/dev/null || { echo "dump_race.sh: $tool is missing" >&2; exit 2; }
 done

@@ -17,18 +17,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-cli=${1:-}
-if [ -z "$cli" ] && [ -n "${BRINDLEX_BUILD:-}" ]; then
-  # An existing build tree: brought up to date and its brindlex-cli taken.
-  cmake --build "$BRINDLEX_BUILD" --target brindlex-cli >/dev/null
-  cli=$BRINDLEX_BUILD/src/cli/brindlex-cli
-fi
-if [ -z "$cli" ]; then
-  cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRINDLEX_GUI=OFF >/dev/null
-  cmake --build build-bench --target brindlex-cli >/dev/null
-  cli=$PWD/build-bench/src/cli/brindlex-cli
-fi
-cli=$(readlink -f "$cli")
+. bench/clibuild.sh
 for tool in hyperfine rg bbe perl sed python3 cc; do
   command -v "$tool" >/dev/null || { echo "race.sh: $tool is missing" >&2; exit 2; }
 done
