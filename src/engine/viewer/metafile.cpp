@@ -67,12 +67,6 @@ std::size_t recordrow(std::string_view row, std::size_t record, unsigned n, std:
 
 }  // namespace
 
-std::string metarecordname(std::uint16_t function)
-{
-    const std::size_t offset = tableoffset(function);
-    return offset == std::string_view::npos ? std::string() : std::string(kNames.substr(offset, kEntry));
-}
-
 std::string formatmetapage(std::string_view sBlock, std::int64_t lPos, int nMode)
 {
     std::string text;

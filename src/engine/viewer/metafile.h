@@ -34,9 +34,4 @@ inline constexpr int kMetaRowBytes = 100;
 // decides the cells of plain rows, record cells are always hexadecimal.
 std::string formatmetapage(std::string_view sBlock, std::int64_t lPos, int nMode);
 
-// The record name of a function number ("&H" and three hexadecimal digits of
-// its low 12 bits looked up in the table), padded to 10 characters, or ""
-// for a number not in the table: 0x1521 and 0x521 both give "TEXTOUT   ".
-std::string metarecordname(std::uint16_t function);
-
 }  // namespace brindlex
