@@ -344,10 +344,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     request.bAsk = o.bAsk;
     request.bConvertHex = o.bConvertHex;
     request.nLogMode = o.nLogMode;
-    // With two cores one worker and the run hand every file to each other,
-    // and the hand-over costs more than the scan it spreads: measured over
-    // 20,000 small files, 0.41 s against 0.30 s without reading ahead.
-    request.bReadAhead = std::thread::hardware_concurrency() > 2;
+    request.bReadAhead = true;
 
     const std::optional<std::filesystem::path> workdir =
         (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;
@@ -375,6 +372,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::string expanded = expandmask(mask, cwd);
         request.baseDir = basedirfor(expanded);
         listfiles(expanded, o.bIncludeSubs, request.baseDir, host);
+        request.bWalkedNow = true;
         // One file named without a wildcard that isn't there: as grep says it.
         struct stat st {};
         if (host.lines.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos

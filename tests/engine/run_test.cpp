@@ -119,6 +119,13 @@ void checkcase(const RunCase& c)
 TEST(Run, OneCasePerBehaviour)
 {
     const std::string digits60 = "012345678901234567890123456789012345678901234567890123456789";
+    // Long enough to be read ahead on threads of its own, with hits at both
+    // ends; the first hit cuts it to 1000 bytes.
+    const std::string kLong = "xax" + std::string(17 << 20, 'x') + "a";
+    const OnEvent cutshort = [](const std::string& line, const std::filesystem::path& base) {
+        if (line == "hit a 2")
+            std::filesystem::resize_file(base / "a", 1000);
+    };
     const std::string kChanged = "message Cannot replace! ERROR in file lengths for <dir>/base/a"
                                  " | <dir>/base/a: File changed by another program since it was read\n";
     const RunCase cases[] = {
@@ -165,6 +172,15 @@ TEST(Run, OneCasePerBehaviour)
          .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\n" + kChanged +
                        "status <dir>/base/b\nhit b 1\nstatus 1\nstatus 1\nline 1 b\\t00000001*\nstatus 2\ncontrols on\n",
          .after = {{"a", "xaxmore"}, {"b", "b"}}},
+        {.what = "a long file cut short under a find is reported",
+         .files = {{"a", kLong}}, .names = {"a"}, .sFind = "a", .onEvent = cutshort,
+         .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\nmessage Error reading <dir>/base/a:\\r\\n"
+                       "The file became shorter while it was read\nstatus 1\ncontrols on\n",
+         .after = {{"a", kLong.substr(0, 1000)}}},
+        {.what = "a long file cut short under a replace keeps the bytes left",
+         .files = {{"a", kLong}}, .names = {"a"}, .sFind = "a", .sReplace = "b", .bReplace = true, .onEvent = cutshort,
+         .transcript = "status <dir>/base/a\nhit a 2\nstatus 1\nstatus 1\n" + kChanged + "status 1\ncontrols on\n",
+         .after = {{"a", kLong.substr(0, 1000)}}},
         {.what = "a file renamed over the one read before the first byte is written keeps its content",
          .files = {{"a", "HIT"}, {"o", "HAT"}}, .names = {"a"}, .sFind = "hit", .sReplace = "HOT", .bReplace = true,
          .bAsk = true,

@@ -35,8 +35,8 @@ bool ReadAhead::fits(std::size_t nFindLen, bool bAskAtHits, bool bLogHits, std::
            std::thread::hardware_concurrency() > 1;
 }
 
-ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace)
-    : files_(std::move(files)), search_(search), bReplace_(bReplace), slots_(kAhead)
+ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular)
+    : files_(std::move(files)), search_(search), bReplace_(bReplace), bSeenRegular_(bSeenRegular), slots_(std::make_unique<Slot[]>(kAhead))
 {
     // The run's own thread scans too, whenever it is ahead of the workers.
     const auto threads = std::min<std::size_t>(std::thread::hardware_concurrency() - 1, files_.size());
@@ -57,61 +57,85 @@ ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search
 
 ReadAhead::~ReadAhead()
 {
-    {
-        std::lock_guard lock(mutex_);
-        stopping_ = true;
-    }
-    room_.notify_all();
+    stopping_ = true;
+    // A sleeping worker wakes to any change of taken_.
+    taken_.fetch_add(1);
+    taken_.notify_all();
     for (std::thread& worker : workers_)
         worker.join();
 }
 
+std::size_t ReadAhead::claim()
+{
+    std::size_t index = claimed_.load();
+    for (;;) {
+        if (index >= files_.size() || stopping_.load(std::memory_order_relaxed))
+            return kNone;
+        if (index >= taken_.load() + kAhead)
+            return kFull;
+        if (claimed_.compare_exchange_weak(index, index + 1))
+            return index;
+    }
+}
+
+void ReadAhead::publish(std::size_t index)
+{
+    Slot& slot = slots_[index % kAhead];
+    slot.outcome = scan(files_[index]);
+    slot.ready.store(true);
+    // Only the run ever sleeps on a slot, and mostly it doesn't.
+    if (runWaits_.load())
+        slot.ready.notify_one();
+}
+
 ReadAhead::Outcome ReadAhead::take(std::size_t index)
 {
-    std::unique_lock lock(mutex_);
-    if (index >= claimed_) {
+    Slot& slot = slots_[index % kAhead];
+    Outcome outcome;
+    for (;;) {
+        std::size_t next = index;
         // No worker has come this far: the run scans the file itself
         // rather than wait.
-        claimed_ = index + 1;
-        taken_ = index + 1;
-        lock.unlock();
-        room_.notify_one();
-        return {};
+        if (claimed_.compare_exchange_strong(next, index + 1))
+            break;
+        if (slot.ready.load()) {
+            outcome = std::move(slot.outcome);
+            slot.outcome = Outcome {};
+            slot.ready.store(false);
+            break;
+        }
+        // The file is in a worker's hands: scan one further ahead meanwhile.
+        if (const std::size_t ahead = claim(); ahead < kFull) {
+            publish(ahead);
+            continue;
+        }
+        runWaits_.store(true);
+        slot.ready.wait(false);
+        runWaits_.store(false);
     }
-    Slot& slot = slots_[index % kAhead];
-    ++waiting_;
-    ready_.wait(lock, [&] { return slot.ready; });
-    --waiting_;
-    Outcome outcome = std::move(slot.outcome);
-    slot = Slot {};
     // Only now may a worker fill the slot again.
-    taken_ = index + 1;
-    lock.unlock();
-    room_.notify_one();
+    taken_.store(index + 1);
+    if (workersWait_.load() != 0)
+        taken_.notify_all();
     return outcome;
 }
 
 void ReadAhead::work()
 {
     for (;;) {
-        std::size_t index = 0;
-        {
-            std::unique_lock lock(mutex_);
-            room_.wait(lock, [&] { return stopping_ || claimed_ >= files_.size() || claimed_ < taken_ + kAhead; });
-            if (stopping_ || claimed_ >= files_.size())
-                return;
-            index = claimed_++;
+        const std::size_t index = claim();
+        if (index == kNone)
+            return;
+        if (index != kFull) {
+            publish(index);
+            continue;
         }
-        Outcome outcome = scan(files_[index]);
-        std::unique_lock lock(mutex_);
-        Slot& slot = slots_[index % kAhead];
-        slot.outcome = std::move(outcome);
-        slot.ready = true;
-        // Only the run ever waits for an outcome, and mostly it doesn't.
-        const bool wake = waiting_ != 0;
-        lock.unlock();
-        if (wake)
-            ready_.notify_one();
+        // kAhead outcomes wait: sleep until the run takes one.
+        ++workersWait_;
+        const std::size_t taken = taken_.load();
+        if (!stopping_ && claimed_.load() >= taken + kAhead)
+            taken_.wait(taken);
+        --workersWait_;
     }
 }
 
@@ -119,7 +143,7 @@ ReadAhead::Outcome ReadAhead::scan(const std::string& sFile) const
 {
     Outcome outcome;
     OpenedFile file;
-    if (openbinary(sFile, file) || file.size() > kAheadBytes)
+    if (openbinary(sFile, file, bSeenRegular_) || file.size() > kAheadBytes)
         return outcome;
     outcome.st = file.st;
     WorkerHost host(stopping_);

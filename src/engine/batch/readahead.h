@@ -13,12 +13,18 @@
 //
 // Memory is bounded: at most kAhead outcomes wait, each with at most
 // kAheadHits positions, and a worker reads one window at a time.
+//
+// Files are handed over without a lock: a thread claims the next file with
+// a compare-and-swap and publishes its outcome with a flag, and a thread
+// sleeps only when there is truly nothing to do. The run, finding the file
+// it comes to still in a worker's hands, scans the next unclaimed one
+// itself instead of waiting, so two cores stay busy even when every file
+// takes only microseconds.
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -52,7 +58,8 @@ public:
     // Starts the workers over `files` (full paths in the order the run
     // takes them). `search` must outlive this object. In a replace the
     // restart is behind the matched bytes and a file with hits is the run's.
-    ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace);
+    // `bSeenRegular` as for openbinary.
+    ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular = false);
     // Stops the workers at their next file or window and waits for them.
     ~ReadAhead();
     ReadAhead(const ReadAhead&) = delete;
@@ -64,22 +71,27 @@ public:
 
 private:
     struct Slot {
-        bool ready = false;
+        std::atomic<bool> ready {false};   // the outcome is in; the run clears it
         Outcome outcome;
     };
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+    static constexpr std::size_t kFull = kNone - 1;
     void work();
+    // The next file to scan ahead: its index, kNone when every file is
+    // claimed, kFull while kAhead outcomes wait for the run.
+    std::size_t claim();
+    void publish(std::size_t index);
     Outcome scan(const std::string& sFile) const;
 
     const std::vector<std::string> files_;
     const PatternSearch& search_;
     const bool bReplace_;
-    std::mutex mutex_;
-    std::condition_variable ready_;   // an outcome came
-    std::condition_variable room_;    // the run took one: a worker may go on
-    std::vector<Slot> slots_;      // files[i] in slots_[i % kAhead]
-    std::size_t claimed_ = 0;      // the next file a worker takes up
-    std::size_t taken_ = 0;        // the next file the run takes
-    int waiting_ = 0;              // the run waits for an outcome
+    const bool bSeenRegular_;
+    std::unique_ptr<Slot[]> slots_;         // files[i] in slots_[i % kAhead]
+    std::atomic<std::size_t> claimed_ {0};  // the next file to take up
+    std::atomic<std::size_t> taken_ {0};    // the next file the run takes
+    std::atomic<bool> runWaits_ {false};    // the run sleeps on a slot
+    std::atomic<int> workersWait_ {0};      // workers sleep on taken_
     std::atomic<bool> stopping_ {false};
     std::vector<std::thread> workers_;
 };

@@ -13,6 +13,7 @@
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
+#include "engine/core/state.h"
 #include "engine/files/files.h"
 #include "engine/pattern/notation.h"
 
@@ -91,6 +92,14 @@ struct FileScan {
     std::int64_t lLenChange = 0;
     std::unique_ptr<FileOutput> output;   // a replace's new content
 };
+
+// The message of a read that failed under the scan, errno `code` (0: the
+// file ended before its length).
+std::string readerrormessage(const std::string& sFile, int code)
+{
+    return "Error reading " + sFile + ":" + std::string(sCRLF) +
+           (code != 0 ? errorfromerrno(code).text : "The file became shorter while it was read");
+}
 
 Patterns preparepatterns(const RunRequest& request)
 {
@@ -220,7 +229,7 @@ void BatchRun::startreadahead(const std::vector<std::size_t>& order)
     files.reserve(order.size());
     for (const std::size_t i : order)
         files.push_back(request.baseDir + realname(request, i));
-    ahead.emplace(std::move(files), search, request.bReplace);
+    ahead.emplace(std::move(files), search, request.bReplace, request.bWalkedNow);
 }
 
 // The file as a worker found it, told to the host as the file loop tells
@@ -246,7 +255,7 @@ bool BatchRun::takeahead(FileScan& file, std::size_t taken)
 bool BatchRun::scanfile(FileScan& file)
 {
     OpenedFile& opened = file.opened;
-    const Error error = openbinary(file.sFile, opened);
+    const Error error = openbinary(file.sFile, opened, request.bWalkedNow);
     host.progress(true, 0, error ? 0 : opened.size());
     if (error) {
         host.message(openerrormessage(file.sFile, error), {});
@@ -270,6 +279,9 @@ bool BatchRun::scanfile(FileScan& file)
                    .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
     file.nHits = scanloop(scan, file.sName);
     file.lLenChange = scan.lLenChange;
+    // A replace's commit refuses the short output and says why.
+    if (scanner.readfailed() && !file.output)
+        host.message(readerrormessage(file.sFile, scanner.readerrno()));
     result.hits += file.nHits;
     result.filesWithHits += file.nHits > 0;
     result.failures = result.failures || scanner.readfailed();

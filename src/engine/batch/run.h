@@ -59,6 +59,10 @@ struct RunRequest {
     // Files may be opened and scanned ahead on worker threads (ReadAhead);
     // the host sees the same events in the same order either way.
     bool bReadAhead = false;
+    // The names come from a walk of this process moments ago, which saw
+    // each as a regular file: they are opened without a look first
+    // (openbinary's bSeenRegular).
+    bool bWalkedNow = false;
 };
 
 // What the run did. The hit list holds min(hits, kListLimit) lines.

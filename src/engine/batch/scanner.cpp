@@ -1,12 +1,20 @@
 #include "engine/batch/scanner.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <span>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include <immintrin.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "engine/batch/runlog.h"
@@ -19,6 +27,10 @@ namespace {
 // The block of the scan: its size and how far it moves without a hit.
 constexpr std::int64_t kBlock = 1000;
 constexpr std::int64_t kStep = 800;
+
+// The reads of a prefetching scan: small enough that the windows in flight
+// stay in the processor's cache.
+constexpr std::int64_t kPrefetchChunk = 512 << 10;
 
 // The host is asked to yield at least this often while a long stretch of a
 // file is scanned.
@@ -100,7 +112,13 @@ using Lanes = signed char __attribute__((vector_size(32)));
 // form; the compiler makes an AVX2 and a baseline copy and the loader picks
 // the one this processor runs. `i` is where the caller's scalar tail goes on
 // when nothing was found.
-__attribute__((target_clones("avx2", "default"))) std::size_t PatternSearch::filter(const unsigned char* data,
+#if defined(__SANITIZE_THREAD__)
+// The loader runs the resolver of a clone before the thread sanitizer is up.
+#define BRINDLEX_CLONES
+#else
+#define BRINDLEX_CLONES __attribute__((target_clones("avx2", "default")))
+#endif
+BRINDLEX_CLONES std::size_t PatternSearch::filter(const unsigned char* data,
                                                                                    std::size_t& i,
                                                                                    std::size_t last) const
 {
@@ -246,14 +264,236 @@ Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputB
 {
 }
 
+// Reads a long file ahead of the scan on threads of its own, window by
+// window, each thread a window at a time in its own cache, and finds the
+// occurrences in each as it comes, so that for the scan of the run only the
+// hits are left. Window k holds the file's bytes [kC - pad, (k+1)C + look),
+// C being the size of a read: the pad is the last bytes of window k - 1
+// (at most kPad), copied in when the scan moves on, so that a block that
+// starts in one read and ends in the next is whole in one window; `look` is
+// the pattern's length - 1, so that each occurrence that starts in
+// [kC, (k+1)C) is found in window k. The scan only ever moves on to the
+// window after the one in hand.
+//
+// A find that takes only the occurrences needs no bytes at all: each thread
+// then reads into a buffer of its own, used again and again, which stays in
+// its cache; and the scan's windows have no bytes (data null).
+class Scanner::Prefetch {
+public:
+    // `search` null: no occurrences are looked for. `bKeepBytes`: the scan
+    // takes the bytes too.
+    Prefetch(int fd, std::int64_t lLen, std::int64_t chunk, const PatternSearch* search, bool bKeepBytes)
+        : fd_(fd), lLen_(lLen), chunk_(chunk),
+          look_(search ? std::min<std::int64_t>(static_cast<std::int64_t>(search->size()), kBlock) - 1 : 0),
+          search_(search), bKeepBytes_(bKeepBytes || !search)
+    {
+        for (Slot& slot : bKeepBytes_ ? slots_ : std::span<Slot>())
+            slot.data = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(kPad + chunk + look_));
+        // SIGINT is the run's Cancel, for the thread that yields to the host.
+        sigset_t block, old;
+        sigemptyset(&block);
+        sigaddset(&block, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &block, &old);
+        const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
+        try {
+            for (unsigned t = 0; t < threads; ++t)
+                readers_.emplace_back([this] { readall(); });
+        } catch (const std::system_error&) {
+            // Fewer readers, and with none the scan reads for itself.
+        }
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+        if (readers_.empty())
+            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    }
+    ~Prefetch()
+    {
+        {
+            std::lock_guard lock(mutex_);
+            stop_ = true;
+        }
+        changed_.notify_all();
+        for (std::thread& reader : readers_)
+            reader.join();
+    }
+    Prefetch(const Prefetch&) = delete;
+    Prefetch& operator=(const Prefetch&) = delete;
+
+    std::int64_t chunk() const { return chunk_; }
+    // Why next() failed: errno, or 0 when the file ended early.
+    int error() const { return error_; }
+    // Where window k begins in the file.
+    std::int64_t start(std::int64_t k) const { return k * chunk_ - (bKeepBytes_ ? std::min(kPad, k * chunk_) : 0); }
+    // The window the scan holds; -1 before the first.
+    std::int64_t current() const { return cur_; }
+    // The occurrences that start in [kC, (k+1)C) of window k in hand, as
+    // offsets from kC, in order.
+    const std::vector<std::uint32_t>& found() const { return slots_[cur_ % kSlots].found; }
+
+    // Moves the scan to window cur_ + 1: its bytes and place in the file.
+    // False when it could not be read whole.
+    bool next(const unsigned char*& data, std::int64_t& wS, std::int64_t& wE)
+    {
+        const std::int64_t k = cur_ + 1;
+        Slot& slot = slots_[k % kSlots];
+        // A short spin spares a sleep and a wake-up when the window is due.
+        for (int spin = 0; spin < kSpins && slot.state.load(std::memory_order_acquire) == kEmpty; ++spin)
+            _mm_pause();
+        if (slot.state.load(std::memory_order_acquire) == kEmpty) {
+            std::unique_lock lock(mutex_);
+            ++scanWaits_;
+            changed_.wait(lock, [&] { return slot.state.load() != kEmpty; });
+            --scanWaits_;
+        }
+        if (slot.state.load(std::memory_order_acquire) != kRead) {
+            error_ = slot.error;
+            return false;
+        }
+        const std::int64_t pad = k * chunk_ - start(k);
+        if (k > 0) {
+            Slot& before = slots_[(k - 1) % kSlots];
+            if (bKeepBytes_)
+                std::memcpy(slot.data.get() + kPad - pad, before.data.get() + kPad + chunk_ - pad,
+                            static_cast<std::size_t>(pad));
+            before.state.store(kEmpty);
+            scanLeft_.store(k - 1);
+            if (readerWaits_.load() != 0)
+                wake();
+        }
+        cur_ = k;
+        data = bKeepBytes_ ? slot.data.get() + kPad - pad : nullptr;
+        wS = k * chunk_ - pad;
+        wE = std::min((k + 1) * chunk_ + look_, lLen_);
+        return true;
+    }
+
+    // More than a block and the longest pattern of a block.
+    static constexpr std::int64_t kPad = 4096;
+
+private:
+    enum : int { kEmpty, kRead, kFailed };
+    struct Slot {
+        std::unique_ptr<unsigned char[]> data;   // kPad bytes of room, then the read
+        std::vector<std::uint32_t> found;
+        int error = 0;                           // of a failed read: errno, 0 for the file's early end
+        std::atomic<int> state {kEmpty};         // kEmpty again once the scan has left it
+    };
+    static constexpr std::int64_t kSlots = 8;
+    static constexpr int kSpins = 256;
+
+    void wake()
+    {
+        { std::lock_guard lock(mutex_); }
+        changed_.notify_all();
+    }
+
+    void readall()
+    {
+        std::unique_ptr<unsigned char[]> own;
+        if (!bKeepBytes_)
+            own = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(chunk_ + look_));
+        for (;;) {
+            const std::int64_t k = claimed_.fetch_add(1);
+            const std::int64_t from = k * chunk_;
+            if (from >= lLen_)
+                return;
+            Slot& slot = slots_[k % kSlots];
+            if (!left(k - kSlots)) {
+                // kSlots windows are read ahead of the scan: wait for it.
+                std::unique_lock lock(mutex_);
+                ++readerWaits_;
+                changed_.wait(lock, [&] { return stop_ || left(k - kSlots); });
+                --readerWaits_;
+            }
+            if (stopping())
+                return;
+            const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
+            unsigned char* const into = bKeepBytes_ ? slot.data.get() + kPad : own.get();
+            std::int64_t got = 0;
+            while (got < want) {
+                const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from + got);
+                if (r < 0 && errno == EINTR)
+                    continue;
+                if (r <= 0) {
+                    slot.error = r < 0 ? errno : 0;
+                    break;
+                }
+                got += r;
+            }
+            if (search_ && got == want)
+                findall(slot, into, static_cast<std::size_t>(want));
+            slot.state.store(got == want ? kRead : kFailed);
+            if (scanWaits_.load() != 0)
+                wake();
+        }
+    }
+
+    // Whether the scan has left window k (and its slot is free).
+    bool left(std::int64_t k) const { return k < 0 || scanLeft_.load() >= k; }
+    bool stopping()
+    {
+        std::lock_guard lock(mutex_);
+        return stop_;
+    }
+
+    void findall(Slot& slot, const unsigned char* data, std::size_t size)
+    {
+        slot.found.clear();
+        std::uint32_t batch[512];
+        for (std::size_t from = 0; from < size;) {
+            const std::size_t count = search_->findall(data, size, from, batch, std::size(batch));
+            slot.found.insert(slot.found.end(), batch, batch + count);
+        }
+    }
+
+    const int fd_;
+    const std::int64_t lLen_;
+    const std::int64_t chunk_;
+    const std::int64_t look_;
+    const PatternSearch* const search_;
+    const bool bKeepBytes_;
+    Slot slots_[kSlots];
+    std::int64_t cur_ = -1;
+    int error_ = 0;
+    std::atomic<std::int64_t> scanLeft_ {-1};   // the windows up to here are left behind
+    std::atomic<std::int64_t> claimed_ {0};     // the next window a reader takes up
+    // Each side sleeps only when the other is behind, and is woken only then.
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::atomic<int> scanWaits_ {0};
+    std::atomic<int> readerWaits_ {0};
+    bool stop_ = false;   // under mutex_
+    std::vector<std::thread> readers_;
+};
+
+Scanner::~Scanner() = default;
+
+void Scanner::failread(int code)
+{
+    readfailed_ = true;
+    readErrno_ = code;
+    wS_ = wE_ = 0;
+}
+
 bool Scanner::load(std::int64_t from0)
 {
+    if (from0 == 0 && !prefetch_ && lLen_ > kPrefetchWindows * window_) {
+        try {
+            // The occurrences are looked for ahead only for collect().
+            prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
+                                                   bulk_ ? &search_ : nullptr, out_ != nullptr);
+        } catch (const std::system_error&) {
+            // No thread to spare: the scan reads for itself.
+        }
+    }
+    if (prefetch_ && loadahead(from0))
+        return !readfailed_;
     const std::int64_t want = std::min(window_, lLen_ - from0);
     if (!buf_) {
         // A small file gets a small buffer, left uninitialised: a run over
         // a tree of small files must not clear a whole window per file.
         buf_ = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(std::min(window_, lLen_)));
     }
+    win_ = buf_.get();
     std::int64_t got = 0;
     while (got < want) {
         const ssize_t r = ::pread(fd_, buf_.get() + got, static_cast<std::size_t>(want - got), from0 + got);
@@ -262,8 +502,7 @@ bool Scanner::load(std::int64_t from0)
         if (r <= 0) {
             // The file shrank or can't be read: the scan ends here, and the
             // output, being short, can't pass the length check.
-            readfailed_ = true;
-            wS_ = wE_ = 0;
+            failread(r < 0 ? errno : 0);
             return false;
         }
         got += r;
@@ -271,6 +510,28 @@ bool Scanner::load(std::int64_t from0)
     wS_ = from0;
     wE_ = from0 + want;
     sinceYield_ += want;
+    return true;
+}
+
+// The window that holds [from0, from0 + kBlock) from the prefetching
+// thread: always the one after the window in hand, as the scan goes on.
+// False when the scan asks for another (it went back): the prefetching
+// ends and the scan reads for itself from here.
+bool Scanner::loadahead(std::int64_t from0)
+{
+    const std::int64_t chunk = prefetch_->chunk();
+    const std::int64_t k = std::min((from0 + kBlock) / chunk, (lLen_ - 1) / chunk);
+    if (k != prefetch_->current() + 1 || from0 < prefetch_->start(k)) {
+        prefetch_.reset();
+        return false;
+    }
+    const std::int64_t before = wE_;
+    if (!prefetch_->next(win_, wS_, wE_)) {
+        failread(prefetch_->error());
+        return true;
+    }
+    foundAt_ = 0;
+    sinceYield_ += wE_ - std::max(before, wS_);
     return true;
 }
 
@@ -289,7 +550,7 @@ inline void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
     // The bytes between two hits in the window: the run of a replace.
     if (from0 >= wS_) [[likely]] {
         if (to0 > from0) {
-            out_->write(std::string_view(reinterpret_cast<const char*>(buf_.get() + (from0 - wS_)),
+            out_->write(std::string_view(reinterpret_cast<const char*>(win_ + (from0 - wS_)),
                                          static_cast<std::size_t>(to0 - from0)));
             outPos_ = to0;
         }
@@ -311,6 +572,7 @@ void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
             continue;
         if (r <= 0) {
             readfailed_ = true;
+            readErrno_ = r < 0 ? errno : 0;
             return;
         }
         out_->write(std::string_view(reinterpret_cast<const char*>(piece.data()), static_cast<std::size_t>(r)));
@@ -319,7 +581,7 @@ void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
     }
     if (to0 <= from0)
         return;
-    out_->write(std::string_view(reinterpret_cast<const char*>(buf_.get() + (from0 - wS_)),
+    out_->write(std::string_view(reinterpret_cast<const char*>(win_ + (from0 - wS_)),
                                  static_cast<std::size_t>(to0 - from0)));
     outPos_ = to0;
 }
@@ -339,7 +601,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
             if (!yieldcheck() || !load(pos))
                 return false;
         }
-        const std::size_t p = search_.find(buf_.get(), static_cast<std::size_t>(wE_ - wS_),
+        const std::size_t p = search_.find(win_, static_cast<std::size_t>(wE_ - wS_),
                                            static_cast<std::size_t>(pos - wS_));
         if (p == PatternSearch::npos) {
             if (wE_ >= lLen_)
@@ -366,7 +628,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
         }
         hit.lPos = lHit;
         hit.lBlock = lBlock;
-        hit.sBuf = std::string_view(reinterpret_cast<const char*>(buf_.get() + (b0 - wS_)),
+        hit.sBuf = std::string_view(reinterpret_cast<const char*>(win_ + (b0 - wS_)),
                                     static_cast<std::size_t>(end0 - b0));
         hit.nAt = static_cast<std::size_t>(lHit - lBlock + 1);
         return true;
@@ -376,6 +638,7 @@ bool Scanner::next(std::int64_t s, ScanHit& hit)
 std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max)
 {
     const auto n = static_cast<std::int64_t>(search_.size());
+    bulk_ = true;
     std::int64_t pos = s - 1;   // 0-based: the next place an occurrence may start
     if (n == 0 || pos + n > lLen_) {
         s = 0;
@@ -389,7 +652,6 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
             return 0;
         }
     }
-    const unsigned char* const buf = buf_.get();
     const auto size = static_cast<std::size_t>(wE_ - wS_);
     const auto un = static_cast<std::size_t>(n);
     auto at = static_cast<std::size_t>(pos - wS_);   // the restart in the window
@@ -398,7 +660,7 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
     constexpr std::size_t kFound = 512;
     std::uint32_t found[kFound];
     while (count < max) {
-        const std::size_t k = search_.findall(buf, size, scanned, found, std::min(kFound, max - count));
+        const std::size_t k = findall(size, scanned, found, std::min(kFound, max - count));
         for (std::size_t j = 0; j < k; ++j) {
             const std::size_t p = found[j];
             if (p < at)
@@ -423,6 +685,22 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
         }
     }
     s = wS_ + static_cast<std::int64_t>(at) + 1;
+    return count;
+}
+
+std::size_t Scanner::findall(std::size_t size, std::size_t& from, std::uint32_t* out, std::size_t max)
+{
+    if (!prefetch_)
+        return search_.findall(win_, size, from, out, max);
+    // Found ahead, as offsets from the read that the window's pad precedes.
+    const std::vector<std::uint32_t>& found = prefetch_->found();
+    const auto pad = static_cast<std::uint32_t>(prefetch_->current() * prefetch_->chunk() - wS_);
+    while (foundAt_ < found.size() && found[foundAt_] + pad < from)
+        ++foundAt_;
+    std::size_t count = 0;
+    for (; foundAt_ < found.size() && count < max; ++foundAt_)
+        out[count++] = found[foundAt_] + pad;
+    from = foundAt_ < found.size() ? found[foundAt_] + pad : size;
     return count;
 }
 

@@ -174,9 +174,14 @@ public:
     Scanner(const Scanner&) = delete;
     Scanner& operator=(const Scanner&) = delete;
 
+    ~Scanner();
+
     static constexpr std::int64_t kDefaultWindow = 1 << 20;
     // Offsets in a window fit 32 bits.
     static constexpr std::int64_t kMaxWindow = 1 << 30;
+    // A file longer than this many windows is read ahead of the scan on a
+    // thread of its own (Prefetch), so that reading and scanning overlap.
+    static constexpr std::int64_t kPrefetchWindows = 16;
 
     // The next hit from restart position `s`. False when there is none up to
     // the file's end, when the host raised bCancel at a yield, or when a
@@ -211,9 +216,16 @@ public:
 
     std::int64_t length() const { return lLen_; }
     bool readfailed() const { return readfailed_; }
+    // Why a read failed: errno, or 0 when the file ended before its length.
+    int readerrno() const { return readErrno_; }
 
 private:
+    class Prefetch;
     bool load(std::int64_t from0);
+    bool loadahead(std::int64_t from0);
+    void failread(int code);
+    // The occurrences in the window from `from` on, as PatternSearch::findall.
+    std::size_t findall(std::size_t size, std::size_t& from, std::uint32_t* out, std::size_t max);
     void emitrange(std::int64_t from0, std::int64_t to0);
     void emitbehind(std::int64_t from0, std::int64_t to0);
     bool yieldcheck();
@@ -225,12 +237,17 @@ private:
     OutputBuffer* out_;
     Host& host_;
     std::int64_t window_;
-    std::unique_ptr<unsigned char[]> buf_;
+    std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
+    std::unique_ptr<unsigned char[]> buf_;   // the window as read without prefetching
+    const unsigned char* win_ = nullptr;     // the window's bytes
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
     std::int64_t outPos_ = 0;        // 0-based next byte to emit
     std::int64_t sinceYield_ = 0;
+    std::size_t foundAt_ = 0;        // the next of the window's occurrences found ahead
+    bool bulk_ = false;              // the scan goes by collect()
     bool emitting_ = false;
     bool readfailed_ = false;
+    int readErrno_ = 0;
 };
 
 // Everything that the scan of one file and its hit steps need.

@@ -73,7 +73,7 @@ Error notregular(const std::filesystem::path& sFile)
 
 }  // namespace
 
-Error openbinary(const std::filesystem::path& sFile, OpenedFile& out)
+Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular)
 {
     out = OpenedFile{};
     // A first look by name keeps devices from being opened at all: opening
@@ -81,10 +81,12 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out)
     struct stat st {};
     const bool longname = sFile.native().size() >= PATH_MAX;
     FileHandle dir(longname ? openlong(sFile.parent_path(), O_PATH | O_DIRECTORY | O_CLOEXEC) : AT_FDCWD);
-    if (::fstatat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), &st, 0) != 0)
-        return errorfromerrno(errno, sFile);
-    if (!S_ISREG(st.st_mode))
-        return notregular(sFile);
+    if (!bSeenRegular) {
+        if (::fstatat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), &st, 0) != 0)
+            return errorfromerrno(errno, sFile);
+        if (!S_ISREG(st.st_mode))
+            return notregular(sFile);
+    }
 
     // O_NONBLOCK: should a FIFO take the name's place after the look above,
     // the open still returns at once instead of waiting for a writer. The

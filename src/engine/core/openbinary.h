@@ -49,7 +49,12 @@ int openlong(const std::filesystem::path& path, int flags);
 // Opens the existing regular file `sFile` for reading. On failure the
 // Error carries errno and its text; a file that is not a regular file gives
 // EINVAL with a text that says so. A path of any length is opened.
-Error openbinary(const std::filesystem::path& sFile, OpenedFile& out);
+// The name is looked at before it is opened, so that a device is never
+// opened at all, unless `bSeenRegular`: a walk of this process has just seen
+// the name as a regular file, and the look would cost a second lookup of the
+// path for nothing but a name changed since. Either way the open descriptor
+// is checked.
+Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular = false);
 
 // The message a failed open shows: "Error opening " sFile ":" CR LF text.
 std::string openerrormessage(const std::string& sFile, const Error& error);
