@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <span>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -118,9 +117,8 @@ using Lanes = signed char __attribute__((vector_size(32)));
 #else
 #define BRINDLEX_CLONES __attribute__((target_clones("avx2", "default")))
 #endif
-BRINDLEX_CLONES std::size_t PatternSearch::filter(const unsigned char* data,
-                                                                                   std::size_t& i,
-                                                                                   std::size_t last) const
+BRINDLEX_CLONES std::size_t PatternSearch::filter(const unsigned char* data, std::size_t& i,
+                                                  std::size_t last) const
 {
     const std::size_t n = pattern_.size();
     // A scalar added to a vector goes to every lane.
@@ -287,8 +285,10 @@ public:
           look_(search ? std::min<std::int64_t>(static_cast<std::int64_t>(search->size()), kBlock) - 1 : 0),
           search_(search), bKeepBytes_(bKeepBytes || !search)
     {
-        for (Slot& slot : bKeepBytes_ ? slots_ : std::span<Slot>())
-            slot.data = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(kPad + chunk + look_));
+        for (Slot& slot : slots_) {
+            if (bKeepBytes_)
+                slot.data = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(kPad + chunk + look_));
+        }
         // SIGINT is the run's Cancel, for the thread that yields to the host.
         sigset_t block, old;
         sigemptyset(&block);
@@ -404,7 +404,7 @@ private:
                 changed_.wait(lock, [&] { return stop_ || left(k - kSlots); });
                 --readerWaits_;
             }
-            if (stopping())
+            if (stop_.load())
                 return;
             const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
             unsigned char* const into = bKeepBytes_ ? slot.data.get() + kPad : own.get();
@@ -429,11 +429,6 @@ private:
 
     // Whether the scan has left window k (and its slot is free).
     bool left(std::int64_t k) const { return k < 0 || scanLeft_.load() >= k; }
-    bool stopping()
-    {
-        std::lock_guard lock(mutex_);
-        return stop_;
-    }
 
     void findall(Slot& slot, const unsigned char* data, std::size_t size)
     {
@@ -461,7 +456,7 @@ private:
     std::condition_variable changed_;
     std::atomic<int> scanWaits_ {0};
     std::atomic<int> readerWaits_ {0};
-    bool stop_ = false;   // under mutex_
+    std::atomic<bool> stop_ {false};   // set under mutex_, for the sleepers
     std::vector<std::thread> readers_;
 };
 

@@ -401,6 +401,7 @@ void Form1::findinfiles(const std::string& sFind, bool bReplace)
     request.sLogFile = sLogFile;
     request.sScratch = sScratch;
     request.baseDir = fromwidget(lblDir->text());
+    request.bReadAhead = true;
     const int count = List1->count();
     request.lines.reserve(static_cast<std::size_t>(count));
     request.selected.reserve(static_cast<std::size_t>(count));
