@@ -113,9 +113,12 @@ ReadAhead::Outcome ReadAhead::take(std::size_t index)
         slot.ready.wait(false);
         runWaits_.store(false);
     }
-    // Only now may a worker fill the slot again.
+    // Only now may a worker fill the slot again. A worker that sleeps
+    // because the run is slow (a replace rewrites) is woken once a few
+    // slots are free, not at every file: the run never waits for a sleeping
+    // worker, which has no file in hand.
     taken_.store(index + 1);
-    if (workersWait_.load() != 0)
+    if (workersWait_.load() != 0 && (index + 1) % kWakeEvery == 0)
         taken_.notify_all();
     return outcome;
 }

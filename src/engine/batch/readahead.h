@@ -75,6 +75,7 @@ private:
         Outcome outcome;
     };
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+    static constexpr std::size_t kWakeEvery = kAhead / 4;
     static constexpr std::size_t kFull = kNone - 1;
     void work();
     // The next file to scan ahead: its index, kNone when every file is
