@@ -38,21 +38,27 @@ bool ReadAhead::fits(std::size_t nFindLen, bool bAskAtHits, bool bLogHits, std::
 ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular)
     : files_(std::move(files)), search_(search), bReplace_(bReplace), bSeenRegular_(bSeenRegular), slots_(std::make_unique<Slot[]>(kAhead))
 {
-    // The run's own thread scans too, whenever it is ahead of the workers.
-    const auto threads = std::min<std::size_t>(std::thread::hardware_concurrency() - 1, files_.size());
-    // SIGINT is the run's Cancel: it goes to the thread that yields to the
-    // host, never interrupts a worker.
+    // The run's own thread scans too, whenever it is ahead of the workers,
+    // and scans what no worker takes up.
+    workers_ = startworkers(std::min<std::size_t>(std::thread::hardware_concurrency() - 1, files_.size()),
+                            [this] { work(); });
+}
+
+std::vector<std::thread> startworkers(std::size_t count, const std::function<void()>& body)
+{
+    std::vector<std::thread> threads;
     sigset_t block, old;
     sigemptyset(&block);
     sigaddset(&block, SIGINT);
     pthread_sigmask(SIG_BLOCK, &block, &old);
     try {
-        for (std::size_t t = 0; t < threads; ++t)
-            workers_.emplace_back([this] { work(); });
+        for (std::size_t t = 0; t < count; ++t)
+            threads.emplace_back(body);
     } catch (const std::system_error&) {
-        // Fewer workers, or none: the run scans what no worker takes up.
+        // Fewer threads, or none.
     }
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return threads;
 }
 
 ReadAhead::~ReadAhead()

@@ -24,6 +24,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -96,6 +97,11 @@ private:
     std::atomic<bool> stopping_ {false};
     std::vector<std::thread> workers_;
 };
+
+// Starts up to `count` threads running `body`, with SIGINT blocked in them:
+// it is the run's Cancel, for the thread that yields to the host, and must
+// never interrupt a worker. Fewer, or none, when the system has none to spare.
+std::vector<std::thread> startworkers(std::size_t count, const std::function<void()>& body);
 
 // Hands the hits of one file found by a worker to the host as the file loop
 // does: in batches, then the file's count and a yield unless cancelled.

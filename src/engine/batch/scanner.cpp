@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -13,9 +12,9 @@
 #include <vector>
 
 #include <immintrin.h>
-#include <pthread.h>
 #include <unistd.h>
 
+#include "engine/batch/readahead.h"
 #include "engine/batch/runlog.h"
 #include "engine/core/state.h"
 #include "engine/pattern/notation.h"
@@ -289,19 +288,8 @@ public:
             if (bKeepBytes_)
                 slot.data = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(kPad + chunk + look_));
         }
-        // SIGINT is the run's Cancel, for the thread that yields to the host.
-        sigset_t block, old;
-        sigemptyset(&block);
-        sigaddset(&block, SIGINT);
-        pthread_sigmask(SIG_BLOCK, &block, &old);
-        const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
-        try {
-            for (unsigned t = 0; t < threads; ++t)
-                readers_.emplace_back([this] { readall(); });
-        } catch (const std::system_error&) {
-            // Fewer readers, and with none the scan reads for itself.
-        }
-        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+        readers_ = startworkers(std::clamp(std::thread::hardware_concurrency(), 1u, 4u), [this] { readall(); });
+        // With no reader the scan reads for itself.
         if (readers_.empty())
             throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
     }
