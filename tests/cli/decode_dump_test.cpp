@@ -12,29 +12,39 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(DumpCommand, WritesTheSheetToStdoutOrRefusesWithStatusTwo)
+// decode and dump write raw bytes or a sheet to stdout, or refuse with
+// status 2 and a reason on stderr.
+TEST(DecodeAndDump, WriteTheirOutputOrRefuseWithStatusTwo)
 {
     const struct {
         std::vector<std::string> args;
         int status;
         std::string out;  // for status 2: part of what stderr must say
     } rows[] = {
-        {{"--size", "2", "--cols", "1", "in.bin"}, 0, " 1 \t258\r\n 2 \t-1\r\n 3 \t255\r\n"},
-        {{"--cols", "2", "--size", "4", "--", "in.bin"}, 0, " 1 \t-65278\t255\r\n"},
-        {{"--size", "2", "--cols", "1", "missing"}, 2, "No such file or directory"},
-        {{"--size", "3", "--cols", "1", "in.bin"}, 2, "expects --size 2|4"},
-        {{"--size", "2", "--cols", "0", "in.bin"}, 2, "--cols N of 1 to 32767"},
-        {{"--size", "2", "--cols", "32768", "in.bin"}, 2, "--cols N of 1 to 32767"},
-        {{"--size", "2", "--cols", "1x", "in.bin"}, 2, "--cols N of 1 to 32767"},
-        {{"--size", "2", "--cols"}, 2, "--cols needs a value"},
+        {{"decode", "<0D> <0A>"}, 0, "\r\n"},
+        {{"decode", "100%"}, 0, "100%"},
+        {{"decode", "%00%ff%0a"}, 0, "\0\xff\n"s},
+        {{"decode", "<41> <GG>"}, 0, "<41> <GG>"},
+        // The bytes are those typed, not upper-cased.
+        {{"decode", "abc%61"}, 0, "abca"},
+        {{"decode", "<41>%42", "--no-angle"}, 0, "<41>B"},
+        {{"decode", "--", "--no-angle"}, 0, "--no-angle"},
+        {{"decode"}, 2, "expects one TEXT"},
+        {{"decode", "-n", "a"}, 2, "unknown option '-n'"},
+        {{"dump", "--size", "2", "--cols", "1", "in.bin"}, 0, " 1 \t258\r\n 2 \t-1\r\n 3 \t255\r\n"},
+        {{"dump", "--cols", "2", "--size", "4", "--", "in.bin"}, 0, " 1 \t-65278\t255\r\n"},
+        {{"dump", "--size", "2", "--cols", "1", "missing"}, 2, "No such file or directory"},
+        {{"dump", "--size", "3", "--cols", "1", "in.bin"}, 2, "expects --size 2|4"},
+        {{"dump", "--size", "2", "--cols", "0", "in.bin"}, 2, "--cols N of 1 to 32767"},
+        {{"dump", "--size", "2", "--cols", "32768", "in.bin"}, 2, "--cols N of 1 to 32767"},
+        {{"dump", "--size", "2", "--cols", "1x", "in.bin"}, 2, "--cols N of 1 to 32767"},
+        {{"dump", "--size", "2", "--cols"}, 2, "--cols needs a value"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.args));
         test::TempDir dir;
         dir.write("in.bin", "\x02\x01\xff\xff\xff"s);
-        std::vector<std::string> args = {"dump"};
-        args.insert(args.end(), row.args.begin(), row.args.end());
-        const CliResult r = runcli(args, dir.path(), dir.path());
+        const CliResult r = runcli(row.args, dir.path(), dir.path());
         EXPECT_TRUE(r.exited(row.status)) << r.failure << " status " << r.exitstatus << " stderr " << r.err;
         EXPECT_EQ(r.out, row.status == 0 ? row.out : "");
         if (row.status == 0)
