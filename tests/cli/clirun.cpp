@@ -1,8 +1,10 @@
 #include "cli/clirun.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -45,6 +47,17 @@ const std::string& clipath()
 namespace {
 // Made before any test forks a child that drops to nobody.
 [[maybe_unused]] const std::string& gCliPath = clipath();
+
+// What a CLI that ended with `status` said, from its files in `work`.
+CliResult& finished(CliResult& r, int status, const fs::path& work)
+{
+    r.exitstatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.termsignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    r.out = test::readfile(work / "cli.out");
+    r.err = test::readfile(work / "cli.err");
+    return r;
+}
+
 }  // namespace
 
 pid_t startcli(const std::vector<std::string>& args, const fs::path& cwd, const fs::path& work, int input)
@@ -86,11 +99,37 @@ CliResult runcli(const std::vector<std::string>& args, const fs::path& cwd, cons
     ::close(in[1]);
     int status = 0;
     ::waitpid(pid, &status, 0);
-    r.exitstatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.termsignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    r.out = test::readfile(work / "cli.out");
-    r.err = test::readfile(work / "cli.err");
-    return r;
+    return finished(r, status, work);
+}
+
+CliResult runclipeak(const std::vector<std::string>& args, const fs::path& dir, unsigned long long& peakKiB)
+{
+    CliResult r;
+    peakKiB = 0;
+    const pid_t pid = startcli(args, dir, dir, 0);
+    int status = 0;
+    for (; ::waitpid(pid, &status, WNOHANG) == 0; std::this_thread::sleep_for(std::chrono::milliseconds(2))) {
+        // Until its exec the child is a copy of this test process, whose
+        // memory is not the command's.
+        if (test::readfile(fs::path("/proc") / std::to_string(pid) / "comm") == "brindlex-cli\n")
+            peakKiB = std::max(peakKiB, procstatus(pid, "VmHWM", 10));
+    }
+    return finished(r, status, dir);
+}
+
+int KillClock::end(pid_t pid, bool measure, int sig)
+{
+    const auto start = std::chrono::steady_clock::now();
+    if (!measure) {
+        const auto full = std::chrono::duration_cast<std::chrono::nanoseconds>(full_).count();
+        std::this_thread::sleep_for(std::chrono::nanoseconds(rng_() % static_cast<std::uint64_t>(std::max<std::int64_t>(1, full))));
+        ::kill(pid, sig);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    if (measure)
+        full_ = std::chrono::steady_clock::now() - start;
+    return status;
 }
 
 }  // namespace brindlex::clitest

@@ -4,7 +4,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -38,5 +40,32 @@ pid_t startcli(const std::vector<std::string>& args, const std::filesystem::path
 // signal as Cancel.
 CliResult runcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
                  const std::filesystem::path& work, const std::string& input = "", bool interrupt = false);
+
+// Runs the CLI to its end as startcli starts it, with no input, and gives
+// the peak of its memory in KiB. The peak is read from the child while it
+// runs: a spawned child's rusage also counts the memory of its parent.
+CliResult runclipeak(const std::vector<std::string>& args, const std::filesystem::path& dir,
+                     unsigned long long& peakKiB);
+
+// Memory stays bounded whatever a file's size; the sanitizers carry their own.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr unsigned long long kMaxRssKiB = 96 * 1024;
+#else
+inline constexpr unsigned long long kMaxRssKiB = 32 * 1024;
+#endif
+
+// Kills runs at random moments spread over the time of a whole run, which
+// the first run, left to its end, measures.
+class KillClock {
+public:
+    explicit KillClock(std::uint64_t seed) : rng_(seed) {}
+    // Waits for the CLI started as `pid` and gives its wait status; unless
+    // `measure`, kills it by `sig` first, at a random moment.
+    int end(pid_t pid, bool measure, int sig);
+
+private:
+    std::mt19937_64 rng_;
+    std::chrono::steady_clock::duration full_ {};
+};
 
 }  // namespace brindlex::clitest

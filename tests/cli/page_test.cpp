@@ -3,17 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
-#include <random>
+#include <fstream>
+#include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "cli/clirun.h"
 #include "support/tempdir.h"
@@ -91,8 +88,7 @@ TEST(PageCommand, KilledSaveLeavesTheFileOldOrNew)
         old += "line " + std::to_string(line) + " of the page test\n";
     const std::string page = "a page that is longer than the one it replaces\n";
     const std::string fresh = old.substr(0, 999) + page + old.substr(999 + 16);
-    std::chrono::steady_clock::duration full {};
-    std::mt19937_64 rng(11);
+    KillClock clock(11);
     int olds = 0;
     for (int round = -1; round < 12; ++round) {
         SCOPED_TRACE(round);
@@ -100,33 +96,18 @@ TEST(PageCommand, KilledSaveLeavesTheFileOldOrNew)
         dir.write("f", old);
         dir.write("edit", page);
         fs::create_directories(dir.path() / "work");
-        const auto start = std::chrono::steady_clock::now();
         const pid_t pid = startcli({"page", "--mode", "2", "--pos", "1000", "--block", "16", "--save", "edit", "f"},
                                    dir.path(), dir.path() / "work", 0);
         ASSERT_GT(pid, 0);
-        if (round >= 0) {
-            std::this_thread::sleep_for(std::chrono::nanoseconds(rng() % static_cast<std::uint64_t>(std::max<std::int64_t>(
-                1, std::chrono::duration_cast<std::chrono::nanoseconds>(full).count()))));
-            ::kill(pid, SIGKILL);
-        }
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        if (round < 0)
-            full = std::chrono::steady_clock::now() - start;
+        const int status = clock.end(pid, round < 0, SIGKILL);
         ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << readfile(dir.path() / "work/cli.err");
         const std::string now = readfile(dir.path() / "f");
         EXPECT_TRUE(now == old || now == fresh) << now.size() << " bytes";
         olds += round >= 0 && now == old;
-        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 3);
+        EXPECT_EQ(test::entrycount(dir.path()), 3);
     }
     EXPECT_GT(olds, 0) << "no kill came before the swap";
 }
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr unsigned long long kMaxRssKiB = 96 * 1024;
-#else
-constexpr unsigned long long kMaxRssKiB = 32 * 1024;
-#endif
 
 // A page near the end of a 5 GiB file: the page's bytes change, every other
 // byte stays, and the command's memory stays small.
@@ -139,42 +120,25 @@ TEST(PageCommand, SavesAPageNearTheEndOfFiveGigabytes)
     if (static_cast<std::int64_t>(room.f_bavail * room.f_frsize) < kSize + (1LL << 30))
         GTEST_SKIP() << "the save into the 5 GiB file needs 6 GiB free on " << dir.path();
     const fs::path big = dir.path() / "big.bin";
-    const int fd = ::open(big.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ASSERT_TRUE(fd >= 0 && ::ftruncate(fd, kSize) == 0 && ::pwrite(fd, "HEAD", 4, 0) == 4 &&
-                ::pwrite(fd, "abcdefgh", 8, kAt - 1) == 8 && ::pwrite(fd, "TAIL", 4, kSize - 4) == 4);
-    ::close(fd);
+    ASSERT_TRUE(test::sparsefile(big, kSize, {{0, "HEAD"}, {kAt - 1, "abcdefgh"}, {kSize - 4, "TAIL"}}));
     dir.write("edit", "FFFFFFFEC0: <61> <62> <63> <64> <65> <66> <67> <68> <58> \r\n");
     unsigned long long peak = 0;
-    const pid_t pid = startcli({"page", "--mode", "0", "--width", "8", "--format", "1", "--pos", std::to_string(kAt),
-                                "--block", "8", "--save", "edit", "big.bin"},
-                               dir.path(), dir.path(), 0);
-    int status = 0;
-    for (; ::waitpid(pid, &status, WNOHANG) == 0; std::this_thread::sleep_for(std::chrono::milliseconds(2))) {
-        if (readfile(fs::path("/proc") / std::to_string(pid) / "comm") == "brindlex-cli\n")
-            peak = std::max(peak, procstatus(pid, "VmHWM", 10));
-    }
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << readfile(dir.path() / "cli.err");
+    const CliResult r = runclipeak({"page", "--mode", "0", "--width", "8", "--format", "1", "--pos", std::to_string(kAt),
+                                    "--block", "8", "--save", "edit", "big.bin"}, dir.path(), peak);
+    EXPECT_TRUE(r.exited(0)) << r.err;
     EXPECT_GT(peak, 0u);
     EXPECT_LT(peak, kMaxRssKiB);
     EXPECT_EQ(static_cast<std::int64_t>(fs::file_size(big)), kSize + 1);
-    const int in = ::open(big.c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_GE(in, 0);
     // Every byte but the inserted one, in 1 MiB steps: zeros where there were zeros.
-    std::string buffer(1 << 20, '\0');
-    std::int64_t nonzero = 0;
-    for (std::int64_t at = 0; at < kSize + 1; at += static_cast<std::int64_t>(buffer.size())) {
-        const ssize_t n = ::pread(in, buffer.data(), buffer.size(), at);
-        ASSERT_GT(n, 0);
-        nonzero += static_cast<std::int64_t>(std::count_if(buffer.begin(), buffer.begin() + n, [](char c) { return c != 0; }));
-    }
-    std::string edges(4, '\0'), page(9, '\0');
-    ASSERT_EQ(::pread(in, edges.data(), 4, 0), 4);
-    ASSERT_EQ(::pread(in, page.data(), 9, kAt - 1), 9);
-    EXPECT_EQ(edges + page, "HEADabcdefghX");
-    ASSERT_EQ(::pread(in, edges.data(), 4, kSize - 3), 4);
-    EXPECT_EQ(edges, "TAIL");
-    EXPECT_EQ(nonzero, 4 + 9 + 4);
-    ::close(in);
+    std::ifstream in(big, std::ios::binary);
+    std::string buffer(1 << 20, '\0'), nonzero;
+    while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0)
+        std::copy_if(buffer.begin(), buffer.begin() + in.gcount(), std::back_inserter(nonzero), [](char c) { return c != 0; });
+    EXPECT_EQ(nonzero, "HEADabcdefghXTAIL");
+    std::string page(9, '\0'), tail(4, '\0');
+    in.clear();
+    in.seekg(kAt - 1).read(page.data(), 9).seekg(kSize - 3).read(tail.data(), 4);
+    EXPECT_EQ(page + tail, "abcdefghXTAIL");
 }
 
 }  // namespace

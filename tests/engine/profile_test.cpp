@@ -1,16 +1,13 @@
 // The ini store behind the replacement sets: requests, line order, in-place
 // rewrite, buffer limits, what is kept as it is, failed writes.
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
-#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -147,13 +144,10 @@ TEST(Profile, FailedWriteLeavesTheOldFile)
         ::chmod(dir.path().c_str(), 0777);
         ::chmod(ini.c_str(), readonly ? 0444 : 0644);
         const auto attempt = [&] {
-            std::signal(SIGXFSZ, SIG_IGN);
-            const rlimit limit {1024, 1024};
             if (!readonly)
-                ::setrlimit(RLIMIT_FSIZE, &limit);
+                test::limitfilesize(1024);
             const Error error = writeprofilestring(ini, "Replacements", "Previous", std::string(4000, 'x'));
-            const auto names = std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator());
-            return (error ? "failed " : "written ") + std::to_string(names) + " | " + readfile(ini);
+            return (error ? "failed " : "written ") + std::to_string(test::entrycount(dir.path())) + " | " + readfile(ini);
         };
         EXPECT_EQ(readonly ? test::rununprivileged(attempt) : test::runinchild(attempt), "failed 1 | " + kOld);
     }

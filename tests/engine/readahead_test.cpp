@@ -11,38 +11,11 @@
 
 #include "engine/batch/readahead.h"
 #include "engine/batch/run.h"
+#include "support/recordinghost.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
 namespace {
-
-class TranscriptHost : public Host {
-public:
-    explicit TranscriptHost(std::int64_t cancelAtHit) : cancelAtHit_(cancelAtHit) {}
-    std::string transcript;
-
-    void showcontrols(bool bOn) override { transcript += bOn ? "controls on\n" : "controls off\n"; }
-    void status(const std::string& caption) override { transcript += "status " + caption + "\n"; }
-    void hit(const std::string& sName, std::int64_t lPos) override
-    {
-        transcript += "hit " + sName + " " + std::to_string(lPos) + "\n";
-        ++hits_;
-    }
-    void yield() override
-    {
-        if (hits_ == cancelAtHit_)
-            bCancel = true;
-    }
-    void message(const std::string& text, const Error& /*reason*/) override { transcript += "message " + text + "\n"; }
-    void lineupdated(std::size_t index, const std::string& line) override
-    {
-        transcript += "line " + std::to_string(index) + " " + line + "\n";
-    }
-
-private:
-    std::int64_t cancelAtHit_;
-    std::int64_t hits_ = 0;
-};
 
 // 200 files of up to 3000 bytes over a few letters, so that "ab" is found
 // by chance in every other one, one file of more hits than a worker keeps,
@@ -89,7 +62,8 @@ Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::
     request.bReadAhead = bReadAhead;
     for (const std::string& name : makefiles(temp))
         request.lines.push_back(name + "\t1");
-    TranscriptHost host(cancelAtHit);
+    test::RecordingHost host;
+    host.cancelAtHit = cancelAtHit;
     Outcome out;
     out.result = findinfiles(request, host);
     out.transcript = host.transcript;

@@ -10,63 +10,23 @@
 
 #include "engine/batch/run.h"
 #include "engine/files/files.h"
+#include "support/recordinghost.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
 namespace {
 
 // Control bytes show as \r \n \t; the temporary directory as "<dir>/".
-std::string shown(std::string text, const std::string& dir)
+std::string shown(const std::string& text, const test::TempDir& dir)
 {
-    for (std::size_t at = 0; (at = text.find(dir, at)) != std::string::npos;)
-        text.replace(at, dir.size(), "<dir>/");
     std::string out;
-    for (char c : text)
+    for (char c : dir.shown(text))
         out += c == '\r' ? "\\r" : c == '\n' ? "\\n" : c == '\t' ? "\\t" : std::string(1, c);
     return out;
 }
 
+// A case may act at a moment of the run, after the line is recorded.
 using OnEvent = std::function<void(const std::string& line, const std::filesystem::path& base)>;
-
-class RecordingHost : public Host {
-public:
-    RecordingHost(std::string dir, std::vector<Answer> answers, OnEvent onEvent)
-        : dir_(std::move(dir)), answers_(std::move(answers)), onEvent_(std::move(onEvent)) {}
-    std::string transcript;
-
-    void showcontrols(bool bOn) override { record(bOn ? "controls on" : "controls off"); }
-    void clearhits() override { record("clearhits"); }
-    void status(const std::string& caption) override { record("status " + caption); }
-    void hit(const std::string& sName, std::int64_t lPos) override { record("hit " + sName + " " + std::to_string(lPos)); }
-    Answer question(const std::string& title, const std::string& text) override
-    {
-        record("question " + title + " | " + text);
-        return next_ < answers_.size() ? answers_[next_++] : Answer::Yes;
-    }
-    void message(const std::string& text, const Error& reason) override
-    {
-        record("message " + text + (reason ? " | " + reasontext(reason) : ""));
-    }
-    void note(const std::string& text) override { record("note " + text); }
-    void lineupdated(std::size_t index, const std::string& line) override
-    {
-        record("line " + std::to_string(index) + " " + line);
-    }
-
-private:
-    // A case may act at a moment of the run, after the line is recorded.
-    void record(const std::string& line)
-    {
-        transcript += shown(line, dir_) + "\n";
-        if (onEvent_)
-            onEvent_(shown(line, dir_), dir_ + "base");
-    }
-
-    std::string dir_;
-    std::vector<Answer> answers_;
-    OnEvent onEvent_;
-    std::size_t next_ = 0;
-};
 
 struct RunCase {
     const char* what {};
@@ -105,7 +65,11 @@ void checkcase(const RunCase& c)
                   .selected = c.selected};
     for (const std::string& name : c.names)
         r.lines.push_back(list1line(name, 3));
-    RecordingHost host(dirs, c.answers, c.onEvent);
+    test::RecordingHost host;
+    host.answers = c.answers;
+    host.show = [&](const std::string& line) { return shown(line, dir); };
+    if (c.onEvent)
+        host.onEvent = [&](const std::string& line) { c.onEvent(line, dir.path() / "base"); };
     findinfiles(r, host);
     EXPECT_EQ(host.transcript, c.sFind.empty() ? "clearhits\nstatus none found\n" : kStart + c.transcript);
     for (const auto& [name, content] : c.files) {
@@ -113,7 +77,7 @@ void checkcase(const RunCase& c)
         EXPECT_EQ(test::readfile(dir.path() / "base" / name), it == c.after.end() ? content : it->second) << name;
     }
     const bool logged = std::filesystem::exists(r.sLogFile);
-    EXPECT_EQ(logged ? shown(test::readfile(r.sLogFile), dirs) : "", c.log);
+    EXPECT_EQ(logged ? shown(test::readfile(r.sLogFile), dir) : "", c.log);
 }
 
 TEST(Run, OneCasePerBehaviour)
@@ -156,12 +120,12 @@ TEST(Run, OneCasePerBehaviour)
          .files = {{"a", digits60 + "qq" + std::string(25, '-')}, {"b", "1q2q"}, {"c", "q"}}, .names = {"a", "b", "c"},
          .sFind = "q", .sReplace = "R", .bReplace = true, .bAsk = true,
          .answers = {Answer::Yes, Answer::No, Answer::Yes, Answer::Cancel},
-         .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 61 | Replace \\r\\n" + digits60.substr(10) +
+         .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 61|Replace \\r\\n" + digits60.substr(10) +
                        "\\r\\n\\r\\nQ? q-------------------\nhit a 61\nstatus 1\n"
-                       "question <dir>/base/a byte 62 | Replace \\r\\n\\r\\n\\r\\nQ? --------------------\n"
+                       "question <dir>/base/a byte 62|Replace \\r\\n\\r\\n\\r\\nQ? --------------------\n"
                        "hit a 62\nstatus 2\nstatus 2\nline 0 a\\t00000087*\nstatus <dir>/base/b\n"
-                       "question <dir>/base/b byte 2 | Replace \\r\\n1\\r\\n\\r\\nQ? 2q\nhit b 2\nstatus 1\n"
-                       "question <dir>/base/b byte 4 | Replace \\r\\n2\\r\\n\\r\\nQ? \nhit b 4\nstatus 2\ncontrols on\n",
+                       "question <dir>/base/b byte 2|Replace \\r\\n1\\r\\n\\r\\nQ? 2q\nhit b 2\nstatus 1\n"
+                       "question <dir>/base/b byte 4|Replace \\r\\n2\\r\\n\\r\\nQ? \nhit b 4\nstatus 2\ncontrols on\n",
          .after = {{"a", digits60 + "Rq" + std::string(25, '-')}}},
         {.what = "a file that grows after its hit fails the length check and keeps its bytes",
          .files = {{"a", "xax"}, {"b", "a"}}, .names = {"a", "b"}, .sFind = "a", .sReplace = "b", .bReplace = true,
@@ -188,7 +152,7 @@ TEST(Run, OneCasePerBehaviour)
              if (line.starts_with("question"))
                  std::filesystem::rename(base / "o", base / "a");
          },
-         .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 1 | Replace \\r\\n\\r\\n\\r\\nHIT? \n"
+         .transcript = "status <dir>/base/a\nquestion <dir>/base/a byte 1|Replace \\r\\n\\r\\n\\r\\nHIT? \n"
                        "hit a 1\nstatus 1\nstatus 1\n" + kChanged + "status 1\ncontrols on\n",
          .after = {{"a", "HAT"}, {"o", ""}}},
         {.what = "real names are taken as they are; a file is rewritten once whichever name leads to it",

@@ -13,6 +13,7 @@
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
 #include "engine/pattern/notation.h"
+#include "support/recordinghost.h"
 #include "support/refscanner.h"
 #include "support/tempdir.h"
 
@@ -21,20 +22,6 @@ namespace {
 
 using test::RefResult;
 using test::RefScan;
-
-struct RecordingHost : Host {
-    std::vector<Answer> answers;
-    std::size_t next = 0;
-    std::string events;
-
-    void hit(const std::string& sName, std::int64_t lPos) override { events += test::hitevent(sName, lPos); }
-    void status(const std::string& caption) override { events += test::statusevent(caption); }
-    Answer question(const std::string& title, const std::string& text) override
-    {
-        events += test::questionevent(title, text);
-        return next < answers.size() ? answers[next++] : Answer::Yes;
-    }
-};
 
 struct StringSink : ByteSink {
     std::string bytes;
@@ -53,7 +40,7 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     const int fd = ::memfd_create("scan", MFD_CLOEXEC);
     if (::write(fd, content.data(), content.size()) != static_cast<ssize_t>(content.size()))
         ADD_FAILURE() << "memfd write";
-    RecordingHost host;
+    test::RecordingHost host;
     host.answers = scan.answers;
     StringSink sink;
     OutputBuffer out(&sink);
@@ -70,7 +57,7 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     }
     out.flush();
     ::close(fd);
-    result.events = host.events;
+    result.events = host.transcript;
     result.log = std::filesystem::exists(logFile) ? test::readfile(logFile) : "";
     result.output = sink.bytes;
     result.bCancel = host.bCancel;

@@ -3,9 +3,6 @@
 // the caret's position and AutoDetect.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -92,9 +89,7 @@ TEST(ViewerPage, ShowsAPageBeyondFourGigabytesAndRefusesAHugeFullText)
 {
     test::TempDir dir;
     const fs::path big = dir.path() / "sparse";
-    const int fd = ::open(big.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ASSERT_TRUE(fd >= 0 && ::ftruncate(fd, 5LL << 30) == 0 && ::pwrite(fd, "EDGE", 4, (4LL << 30) + 1) == 4);
-    ::close(fd);
+    ASSERT_TRUE(test::sparsefile(big, 5LL << 30, {{(4LL << 30) + 1, "EDGE"}}));
     const Page page = readpage(big, (4LL << 30) + 1, 8, 4, 1, 0);
     EXPECT_EQ(page.sText, "4294967297: <00>   E    D    G  \r\n4294967301:   E  <00> <00> <00> \r\n");
     EXPECT_EQ(page.lFileLen, 5LL << 30);

@@ -3,8 +3,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include <csignal>
+
 #include <grp.h>
 #include <pwd.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -76,5 +81,18 @@ gid_t unprivilegedgid() { return runningasroot() ? nogroupgid() : ::getegid(); }
 
 std::string rununprivileged(const std::function<std::string()>& body) { return runforked(body, runningasroot()); }
 std::string runinchild(const std::function<std::string()>& body) { return runforked(body, false); }
+
+void limitfilesize(std::int64_t bytes)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit {static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+bool mountsmalldisk(const std::filesystem::path& dir)
+{
+    return ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+        && ::mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=128k") == 0;
+}
 
 }  // namespace brindlex::test

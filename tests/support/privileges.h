@@ -3,6 +3,8 @@
 // own that must not reach the test process.
 #pragma once
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -26,5 +28,14 @@ std::string rununprivileged(const std::function<std::string()>& body);
 
 // The same without dropping privileges.
 std::string runinchild(const std::function<std::string()>& body);
+
+// For a child: no file may grow beyond `bytes` (ulimit -f), and the signal
+// that a write past it would raise is ignored, so the write fails instead.
+void limitfilesize(std::int64_t bytes);
+
+// For a child: a full disk at the directory `dir`, a tmpfs of 128 KiB in a
+// mount namespace of the child's own. False where that can't be had: a
+// file size limit of 60000 bytes then stands in for it.
+bool mountsmalldisk(const std::filesystem::path& dir);
 
 }  // namespace brindlex::test

@@ -73,10 +73,33 @@ std::filesystem::path TempDir::write(const std::string& relative, std::string_vi
     return p;
 }
 
+std::string TempDir::shown(std::string text) const
+{
+    const std::string root = path_.string() + "/";
+    for (std::size_t at = 0; (at = text.find(root, at)) != std::string::npos;)
+        text.replace(at, root.size(), "<dir>/");
+    return text;
+}
+
 std::string readfile(const std::filesystem::path& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+long entrycount(const std::filesystem::path& dir)
+{
+    return static_cast<long>(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()));
+}
+
+bool sparsefile(const std::filesystem::path& path, std::int64_t size,
+                const std::vector<std::pair<std::int64_t, std::string>>& pieces)
+{
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    bool ok = fd >= 0 && ::ftruncate(fd, size) == 0;
+    for (const auto& [at, bytes] : pieces)
+        ok = ok && ::pwrite(fd, bytes.data(), bytes.size(), at) == static_cast<ssize_t>(bytes.size());
+    return ::close(fd) == 0 && ok;
 }
 
 }  // namespace brindlex::test
