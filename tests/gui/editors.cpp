@@ -9,11 +9,11 @@
 #include <fstream>
 #include <memory>
 
-#include "gui/mainwindow/form1.h"
-#include "gui/seam/dialogs.h"
 #include "gui/seam/launch.h"
+#include "support/guiworld.h"
 
 using namespace brindlex::gui;
+using namespace brindlex::gui::test;
 
 namespace {
 
@@ -35,35 +35,32 @@ void writestub(const std::string& path, const std::string& out)
     QFile::setPermissions(QString::fromStdString(path), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
-// Files, work directory and stub editors in a private directory: `exe`
-// holds a vellumix when asked for, `bin` (first on PATH) a notepad.
-class World {
+// Stub editors beside the files: `exe` holds a vellumix when asked for,
+// `bin` (first on PATH) a notepad. Paths as bytes, for names that aren't UTF-8.
+class EditorWorld : public World {
 public:
-    explicit World(bool vellumix)
+    explicit EditorWorld(bool vellumix)
     {
-        for (const char* dir : {"files", "exe", "bin", "work", "config"})
-            QDir(root.path()).mkpath(dir);
-        qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
-        qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
-        qputenv("PATH", (root.path() + "/bin:" + path).toLocal8Bit());
-        QDir::setCurrent(root.path() + "/files");
+        QDir(World::at({})).mkpath("exe");
+        QDir(World::at({})).mkpath("bin");
+        qputenv("PATH", (World::at("bin:") + path).toLocal8Bit());
         writestub(at("bin/notepad"), argsfile());
         if (vellumix)
             writestub(at("exe/vellumix"), argsfile());
     }
-    ~World()
+    ~EditorWorld()
     {
-        QDir::setCurrent(previous);
         qputenv("PATH", path);
         // Names that aren't UTF-8 are beyond QTemporaryDir's own removal.
         std::error_code ignored;
-        std::filesystem::remove_all(root.path().toStdString(), ignored);
+        std::filesystem::remove_all(at("files"), ignored);
     }
 
-    std::string at(const std::string& relative) const { return root.path().toStdString() + "/" + relative; }
+    std::string at(const std::string& relative) const { return World::at({}).toStdString() + relative; }
     std::string file(const std::string& name) const { return at("files/") + name; }
     std::string argsfile() const { return at("args"); }
 
+    // Loaded without being shown: no test here needs the window active.
     std::unique_ptr<Form1> start()
     {
         auto form = std::make_unique<Form1>();
@@ -72,11 +69,7 @@ public:
         return form;
     }
 
-    ScriptedDialogs dialogs;
-
 private:
-    QTemporaryDir root;
-    QString previous = QDir::currentPath();
     QByteArray path = qgetenv("PATH");
 };
 
@@ -125,7 +118,7 @@ private slots:
     void editorstart()
     {
         QFETCH(StartRow, row);
-        World world(row.vellumix);
+        EditorWorld world(row.vellumix);
         QDir().mkpath(QString::fromStdString(world.file("sub")));
         writebytes(world.file("sub/a.txt"), "abc");
         world.dialogs.launch = row.launch;
@@ -205,7 +198,7 @@ private slots:
         QFETCH(QByteArray, name);
         QFETCH(bool, vellumix);
         QFETCH(int, item);
-        World world(vellumix);
+        EditorWorld world(vellumix);
         const std::string bytes = name.toStdString();
         writebytes(world.file(bytes), "abcdefHIT");
         writebytes(world.file("x"), "other");
@@ -231,7 +224,7 @@ private slots:
     // stopped at a prompt; each sheet opens whatever the dump said.
     void dump()
     {
-        World world(false);
+        EditorWorld world(false);
         writebytes(world.file("a.bin"), std::string("\x02\x01\xff\xff", 4));
         auto form = world.start();
         const QString work = QString::fromStdString(world.at("work/"));

@@ -1,19 +1,16 @@
-// The window driven through its real widgets. Each test gets a private world
-// of temporary directories, and every dialog is answered by a ScriptedDialogs
-// so that no test waits for a person.
+// The window driven through its real widgets, each test in a world of its own.
 #include <QtTest>
 #include <QtWidgets>
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "engine/core/faultinject.h"
-#include "gui/mainwindow/form1.h"
 #include "gui/mainwindow/windowhost.h"
-#include "gui/seam/dialogs.h"
+#include "support/guiworld.h"
 
 using namespace brindlex::gui;
+using namespace brindlex::gui::test;
 
 namespace {
 
@@ -25,66 +22,14 @@ QStringList lines(const QListWidget* list)
     return out;
 }
 
-QString writefile(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
-        qFatal("cannot write %s", qPrintable(path));
-    return path;
-}
-
-QByteArray readfile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
 // List lines built apart from the program's own formatting.
 QString sized(const QString& name, int size) { return name + '\t' + QString::number(size).rightJustified(8, '0'); }
 QString hitline(const QString& name, int pos) { return name + '\t' + QString::number(pos).rightJustified(9, '0'); }
 
-// The user's files in the current directory, the work and configuration
-// directories beside them: nothing of the real user's is touched.
-class World {
-public:
-    explicit World(std::initializer_list<std::pair<QString, QByteArray>> tree = {})
-    {
-        QDir(root.path()).mkpath("files");
-        qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
-        qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
-        QDir::setCurrent(files());
-        for (const auto& [name, bytes] : tree)
-            write(name, bytes);
-    }
-    ~World() { QDir::setCurrent(previous); }
-
-    QString files() const { return root.path() + "/files"; }
-    QString logfile() const { return root.path() + "/work/brindlex.log.txt"; }
-    QString defaultini() const { return root.path() + "/config/brindlex/brindlex.ini"; }
-    QString setsini() const { return root.path() + "/sets.ini"; }
-    QString file(const QString& relative) const { return files() + '/' + relative; }
-    QString write(const QString& relative, const QByteArray& bytes) const { return writefile(file(relative), bytes); }
-
-    // Shown and active before it loads, so that focus and keys behave as for
-    // a user and a test can watch the start-up itself.
-    std::unique_ptr<Form1> start(bool load = true)
-    {
-        auto form = std::make_unique<Form1>();
-        form->show();
-        if (!QTest::qWaitForWindowActive(form.get()))
-            qFatal("window not active");
-        if (load)
-            form->Form_Load({});
-        return form;
-    }
-
-    ScriptedDialogs dialogs;
-
-private:
-    QTemporaryDir root;
-    QString previous = QDir::currentPath();
-};
+// The default file and the file of sets the tests open, beside the files.
+QString defaultini(const World& world) { return world.at("config/brindlex/brindlex.ini"); }
+QString setsini(const World& world) { return world.at("sets.ini"); }
+QString logfile(const World& world) { return world.at("work/brindlex.log.txt"); }
 
 void setrun(Form1& form, const QString& find, const QString& replace = {}, bool matchCase = false, bool ask = false)
 {
@@ -134,7 +79,7 @@ void click(const Form1& form, const QString& caption)
 
 void opensets(World& world, Form1& form, const QByteArray& sets)
 {
-    world.dialogs.files = {writefile(world.setsini(), sets)};
+    world.dialogs.files = {writefile(setsini(world), sets)};
     form.mnuOpenRepFile->trigger();
 }
 
@@ -173,13 +118,13 @@ private slots:
     {
         QFETCH(StartRow, row);
         World world({{"a.txt", "a"}, {"b.txt", "bbb"}});
-        writefile(world.logfile(), "from the last start\r\n");
+        writefile(logfile(world), "from the last start\r\n");
         auto form = world.start(false);
         // Every listing begins by emptying List1.
         QSignalSpy cleared(form->List1->model(), &QAbstractItemModel::modelReset);
         form->Form_Load(fromwidget(row.command));
         QCOMPARE(form->windowTitle(), QStringLiteral("Brindlex for Windows Version 2.0h"));
-        QVERIFY(!QFileInfo::exists(world.logfile()));
+        QVERIFY(!QFileInfo::exists(logfile(world)));
         QCOMPARE(form->Text1->text(), world.file(row.text1));
         QCOMPARE(lines(form->List1), row.list1);
         QCOMPARE(cleared.count(), row.listings);
@@ -346,7 +291,7 @@ private slots:
     {
         World world({{"a.txt", "abc"}});
         auto form = world.start();
-        const QByteArray ini = readfile(world.defaultini());
+        const QByteArray ini = readfile(defaultini(world));
         const QStringList menu = shown(*form);
         setrun(*form, "b", "XY");
         brindlex::faultinject::arm({.alwaysStep = "write", .alwaysCode = ENOSPC});
@@ -354,11 +299,11 @@ private slots:
         brindlex::faultinject::disarm();
         const QString full = QString::fromLatin1(std::strerror(ENOSPC));
         QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-                 QStringList({"brindlex|The set Previous could not be saved in " + world.defaultini() + '|'
-                                  + world.defaultini() + ": " + full,
+                 QStringList({"brindlex|The set Previous could not be saved in " + defaultini(world) + '|'
+                                  + defaultini(world) + ": " + full,
                               "brindlex|Cannot replace! ERROR in file lengths for " + world.file("a.txt") + '|'
                                   + world.file("a.txt") + ": " + full}));
-        QCOMPARE(readfile(world.defaultini()), ini);
+        QCOMPARE(readfile(defaultini(world)), ini);
         QCOMPARE(shown(*form), menu);
         QCOMPARE(readfile(world.file("a.txt")), QByteArray("abc"));
         QCOMPARE(lines(form->List1), QStringList({sized("a.txt", 3)}));
@@ -428,7 +373,7 @@ private slots:
         // where the run is.
         auto heads = [&] {
             QStringList out;
-            for (const QByteArray& line : readfile(world.logfile()).split('\n'))
+            for (const QByteArray& line : readfile(logfile(world)).split('\n'))
                 if (!line.isEmpty())
                     out << line.left(line.indexOf(' '));
             return out.join(' ');
@@ -441,7 +386,7 @@ private slots:
         QCOMPARE(heads(), QStringLiteral("find replace found replaced found replaced"));
         QCOMPARE(click(0), QStringLiteral("2 011"));
         form->mnuoptKillLog_Click();
-        QVERIFY(!QFileInfo::exists(world.logfile()));
+        QVERIFY(!QFileInfo::exists(logfile(world)));
         writefile(path, "abcBe");
         form->cmd_Click(1);
         QCOMPARE(heads(), QStringLiteral("replace replaced replaced"));
@@ -452,17 +397,17 @@ private slots:
         World world;
         auto form = world.start();
         // The first start writes the default set into a new default file.
-        QCOMPARE(readfile(world.defaultini()), QByteArray("[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n"));
+        QCOMPARE(readfile(defaultini(world)), QByteArray("[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n"));
         QCOMPARE(shown(*form), kDefaultMenu);
         opensets(world, *form, "[Replacements]\r\na=1==>2\r\nuser-7=x\r\nR&&D=&==>\r\nUser-3=\r\n");
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::OpenFile), QStringList({"*.ini|" + world.defaultini()}));
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::OpenFile), QStringList({"*.ini|" + defaultini(world)}));
         QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-                 QStringList({"brindlex|4 replacements loaded from " + world.setsini() + "."}));
+                 QStringList({"brindlex|4 replacements loaded from " + setsini(world) + "."}));
         QCOMPARE(shown(*form), QStringList({"a|1==>2", "user-7|x", "R&&D|&==>", "User-3|", "-|", "&New|",
                                             "Replace &All of the Above|DoAllReps",
                                             "Find &All of the Above|DoAllFinds"}));
         // Back to the default file: nothing of the longer menu stays.
-        world.dialogs.files = {world.defaultini()};
+        world.dialogs.files = {defaultini(world)};
         form->mnuOpenRepFile->trigger();
         QCOMPARE(shown(*form), kDefaultMenu);
     }
@@ -480,7 +425,7 @@ private slots:
         QFETCH(bool, run);
         QFETCH(QString, name);
         World world({{"a.txt", "old text"}});
-        writefile(world.defaultini(), "[Replacements]\r\nUser-7=q%20r\r\n");
+        writefile(defaultini(world), "[Replacements]\r\nUser-7=q%20r\r\n");
         auto form = world.start();
         setrun(*form, "old text", "new");
         if (run)
@@ -491,7 +436,7 @@ private slots:
                  QStringList({"brindlex|Name for \r\n\r\nold text==>new\r\n\r\n?"}));
         QCOMPARE(world.dialogs.records.front().defaultText, name);
         QCOMPARE(current(*form), name + "|old text|new");
-        QVERIFY(readfile(world.defaultini()).contains("\r\n" + name.toLatin1() + "=old%20text==>new\r\n"));
+        QVERIFY(readfile(defaultini(world)).contains("\r\n" + name.toLatin1() + "=old%20text==>new\r\n"));
         QVERIFY(shown(*form).contains(name + "|old%20text==>new"));
         // The save rebuilt the menu, and the hits of the run went with it.
         QCOMPARE(form->List2->count(), 0);
@@ -503,7 +448,7 @@ private slots:
         const QString a = world.write("a.txt", "a b c");
         auto form = world.start();
         opensets(world, *form, "[Replacements]\r\nA=a==>1\r\nB=b==>2\r\nC=c==>3\r\n");
-        const QByteArray stored = readfile(world.setsini());
+        const QByteArray stored = readfile(setsini(world));
         form->host().bCancel = true;   // a Cancel left over must not stop the next run
         click(*form, "Replace &All of the Above");
         QCOMPARE(readfile(a), QByteArray("1 2 3"));
@@ -522,7 +467,7 @@ private slots:
         QCOMPARE(lines(form->List2), QStringList({hitline("a.txt", 3)}));
         QVERIFY(form->host().bCancel);
         QVERIFY(idle(*form));
-        QCOMPARE(readfile(world.setsini()), stored);   // no run writes into a file the user opened
+        QCOMPARE(readfile(setsini(world)), stored);   // no run writes into a file the user opened
     }
 };
 

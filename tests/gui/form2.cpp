@@ -1,27 +1,18 @@
 // The viewer driven through its real widgets, opened from the main window's
-// lists as a user opens it. Every dialog is answered by a ScriptedDialogs,
-// and each test has its own directories.
+// lists as a user opens it, each test in a world of its own.
 #include <QtTest>
 #include <QtWidgets>
 
-#include <memory>
-
-#include "gui/mainwindow/form1.h"
-#include "gui/seam/dialogs.h"
 #include "gui/viewer/form2.h"
 #include "gui/viewer/pagebox.h"
+#include "support/guiworld.h"
 
 using namespace brindlex::gui;
+using namespace brindlex::gui::test;
 
 namespace {
 
 constexpr int kDesignHeight = 1845;   // Text1's height at design, in twips
-
-QByteArray readfile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 // Bytes 1-255 and a few line-end mixtures, so that every byte meets the box.
 QByteArray allbytes()
@@ -32,33 +23,12 @@ QByteArray allbytes()
     return bytes;
 }
 
-class World {
+// A world whose window stays for the test's checks.
+class ViewWorld : public World {
 public:
-    World()
-    {
-        qputenv("BRINDLEX_TEMP", (root.path() + "/work").toLocal8Bit());
-        qputenv("XDG_CONFIG_HOME", (root.path() + "/config").toLocal8Bit());
-        QDir(root.path()).mkpath("files");
-        QDir::setCurrent(files());
-    }
-    ~World() { QDir::setCurrent(previous); }
-
-    QString files() const { return root.path() + "/files"; }
-    QString file(const QString& name) const { return files() + '/' + name; }
-    void write(const QString& name, const QByteArray& bytes) const
-    {
-        QFile f(file(name));
-        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(bytes) != bytes.size())
-            qFatal("cannot write %s", qPrintable(name));
-    }
-
     Form1& start(const std::string& command = {})
     {
-        form = std::make_unique<Form1>();
-        form->show();
-        if (!QTest::qWaitForWindowActive(form.get()))
-            qFatal("window not active");
-        form->Form_Load(command);
+        form = World::start(true, command);
         return *form;
     }
 
@@ -87,12 +57,7 @@ public:
         form->cmd_Click(0);
     }
 
-    ScriptedDialogs dialogs;
     std::unique_ptr<Form1> form;
-
-private:
-    QTemporaryDir root;
-    QString previous = QDir::currentPath();
 };
 
 void setmode(Form2& viewer, int mode)
@@ -183,7 +148,7 @@ private slots:
     void opening()
     {
         QFETCH(OpenRow, row);
-        World world;
+        ViewWorld world;
         QByteArray bytes(600, 'x');
         if (row.hit > 0)
             bytes.replace(row.hit - 1, 3, "HIT");
@@ -212,7 +177,7 @@ private slots:
 
     void startWithCommandLine()
     {
-        World world;
+        ViewWorld world;
         world.write("b.bin", QByteArray("\x00\x01", 2));
         Form1& form = world.start("b.bin");
         QVERIFY(form.viewer() && form.viewer()->isVisible());
@@ -239,7 +204,7 @@ private slots:
         QFETCH(QByteArray, bytes);
         QFETCH(int, mode);
         QFETCH(int, picked);
-        World world;
+        ViewWorld world;
         world.write("f", bytes);
         Form1& form = world.start();
         Form2& viewer = world.open("f");
@@ -255,7 +220,7 @@ private slots:
 
     void formatCycles()
     {
-        World world;
+        ViewWorld world;
         world.write("f", QByteArray(600, '\0'));
         world.start();
         Form2& viewer = world.open("f");
@@ -304,7 +269,7 @@ private slots:
         QFETCH(QString, width);
         QFETCH(int, block);
         QFETCH(QString, label2);
-        World world;
+        ViewWorld world;
         world.write("f", sequence(5000));
         Form1& form = world.start();
         form.view.nViewWidth = 10;
@@ -323,7 +288,7 @@ private slots:
 
     void resize()
     {
-        World world;
+        ViewWorld world;
         world.write("f", sequence(5000));
         Form1& form = world.start();
         Form2& viewer = world.open("f");
@@ -343,7 +308,7 @@ private slots:
 
     void modeChangeKeepsEdit()
     {
-        World world;
+        ViewWorld world;
         world.write("f", QByteArray("ABCD\0EFG", 8) + sequence(100));
         Form1& form = world.start();
         Form2& viewer = world.open("f");
@@ -360,7 +325,7 @@ private slots:
 
     void returnFromMainWindowReadsAgain()
     {
-        World world;
+        ViewWorld world;
         world.write("f", sequence(40));
         Form1& form = world.start();
         Form2& viewer = world.open("f");
@@ -405,7 +370,7 @@ private slots:
         QFETCH(qint64, start);
         QFETCH(int, key);
         QFETCH(qint64, pos);
-        World world;
+        ViewWorld world;
         world.write("f", QByteArray());
         QFile::resize(world.file("f"), length);
         Form1& form = world.start();
@@ -420,7 +385,7 @@ private slots:
 
     void hitWalk()
     {
-        World world;
+        ViewWorld world;
         world.write("a", "xxHITxxxxHIT");
         world.write("b", "HITxx");
         Form1& form = world.start();
@@ -472,7 +437,7 @@ private slots:
     void gotoAnswers()
     {
         QFETCH(GotoRow, row);
-        World world;
+        ViewWorld world;
         world.write("f", sequence(2000));
         Form1& form = world.start();
         if (!row.lastFind.isEmpty())
@@ -482,7 +447,7 @@ private slots:
         viewer.nViewFormat = row.format;
         form.view.lViewHit = 500;
         form.view.lViewPos = 481;
-        World::setheight(viewer, kDesignHeight);
+        ViewWorld::setheight(viewer, kDesignHeight);
         world.dialogs.inputs = std::deque<QString>(row.answers.begin(), row.answers.end());
         viewer.mnuGoto_Click();
         QStringList defaults;
@@ -497,7 +462,7 @@ private slots:
     void fullTextTooLarge()
     {
         // Refused with a message, never shown in part: an edit can't be saved.
-        World world;
+        ViewWorld world;
         world.write("big", QByteArray());
         QFile::resize(world.file("big"), qint64(16) * 1024 * 1024 + 1);
         Form1& form = world.start();
@@ -536,7 +501,7 @@ private slots:
         QFETCH(int, format);
         QFETCH(int, at);
         QFETCH(QString, label);
-        World world;
+        ViewWorld world;
         world.write("f", bytes);
         Form1& form = world.start();
         form.view.nViewWidth = 4;
@@ -567,7 +532,7 @@ private slots:
     void saves()
     {
         QFETCH(SaveRow, row);
-        World world;
+        ViewWorld world;
         world.write("f", row.file);
         Form1& form = world.start();
         Form2& viewer = world.open("f");
@@ -584,7 +549,7 @@ private slots:
 
     void saveAfterModeChangeAndTwice()
     {
-        World world;
+        ViewWorld world;
         const QByteArray abc = sequence(40);
         world.write("f", abc);
         Form1& form = world.start();

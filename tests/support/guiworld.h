@@ -1,0 +1,75 @@
+// The world of a window test: the user's files in the current directory,
+// the work and configuration directories beside them, so that nothing of
+// the real user's is touched; every dialog is answered by `dialogs`, so
+// that no test waits for a person.
+#pragma once
+
+#include <QtTest>
+#include <QtWidgets>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "gui/mainwindow/form1.h"
+#include "gui/seam/dialogs.h"
+
+namespace brindlex::gui::test {
+
+inline QString writefile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
+}
+
+inline QByteArray readfile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+class World {
+public:
+    explicit World(std::initializer_list<std::pair<QString, QByteArray>> tree = {})
+    {
+        QDir(root.path()).mkpath("files");
+        qputenv("BRINDLEX_TEMP", at("work").toLocal8Bit());
+        qputenv("XDG_CONFIG_HOME", at("config").toLocal8Bit());
+        QDir::setCurrent(files());
+        for (const auto& [name, bytes] : tree)
+            write(name, bytes);
+    }
+    ~World() { QDir::setCurrent(previous); }
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    QString at(const QString& relative) const { return root.path() + '/' + relative; }
+    QString files() const { return at("files"); }
+    QString file(const QString& relative) const { return at("files/" + relative); }
+    QString write(const QString& relative, const QByteArray& bytes) const { return writefile(file(relative), bytes); }
+
+    // Shown and active before it loads, so that focus and keys behave as for
+    // a user and a test can watch the start-up itself.
+    static std::unique_ptr<Form1> start(bool load = true, const std::string& command = {})
+    {
+        auto form = std::make_unique<Form1>();
+        form->show();
+        if (!QTest::qWaitForWindowActive(form.get()))
+            qFatal("window not active");
+        if (load)
+            form->Form_Load(command);
+        return form;
+    }
+
+    ScriptedDialogs dialogs;
+
+private:
+    QTemporaryDir root;
+    QString previous = QDir::currentPath();
+};
+
+}  // namespace brindlex::gui::test
