@@ -38,6 +38,7 @@ void maketree(const test::TempDir& dir)
         dir.write(name, "two");
     dir.write("base/a.txt", "one two");
     dir.write("base/a.txt2", "xtwo");
+    dir.write("base/a.dat", "aaaa");
     dir.write("base/sub/c.txt", "two two");
     dir.write("work/brindlex.log.txt", "old\r\n");
     fs::create_symlink("a.txt", dir.path() / "base/link.txt");
@@ -45,7 +46,7 @@ void maketree(const test::TempDir& dir)
     ASSERT_EQ(::mkfifo((dir.path() / "base/pipe.txt").c_str(), 0644), 0);
 }
 
-TEST(CliFindReplace, HitLinesStatusFilesAndLog)
+TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
 {
     const struct {
         const char* what;
@@ -73,6 +74,28 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
         // As the window's Cancel: the hits of the file scanned are listed, and it is not rewritten.
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
          "B.txt\t000000001\n", "1 hit in 1 of 1 file, 0 files rewritten, interrupted\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
+        // A dry run lists the hits of the replace, which restarts behind a hit.
+        {"a dry run: 1 and 3, not 1, 2 and 3", {"replace", "--dry-run", "aa", "X", "a.dat"}, "",
+         "a.dat\t000000001\na.dat\t000000003\n", "would rewrite <dir>/base/a.dat\n2 hits in 1 of 1 file, 0 files rewritten\n",
+         0, {{"a.dat", "aaaa"}}},
+        {"-i is the explicit default, the last of -c and -i holds", {"replace", "--dry-run", "-c", "-i", "AA", "X", "a.dat"},
+         "", "a.dat\t000000001\na.dat\t000000003\n",
+         "would rewrite <dir>/base/a.dat\n2 hits in 1 of 1 file, 0 files rewritten\n", 0, {{"a.dat", "aaaa"}}},
+        {"a dry run without a hit", {"replace", "--dry-run", "zz", "X", "a.dat"}, "", "",
+         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
+        {"only a replace has a dry run", {"find", "--dry-run", "aa", "a.dat"}, "", "",
+         "brindlex-cli: find: unknown option '--dry-run' (see brindlex-cli find --help)\n", 2},
+        // What could not be searched is told as grep -r tells it, and changes
+        // the exit status; what matches nothing is no trouble.
+        {"a missing directory", {"find", "two", "nodir/*.txt"}, "", "",
+         "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+        {"a missing file", {"find", "two", "missing.txt"}, "", "",
+         "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+        {"a wildcard that matches nothing", {"find", "two", "*.none"}, "", "", "0 hits in 0 of 0 files, 0 files rewritten\n", 1},
+        {"an empty pattern", {"replace", "", "x", "*"}, "", "", "brindlex-cli: replace: PATTERN is empty\n", 2},
+        {"a pattern too long to be found everywhere", {"find", std::string(202, 'H'), "a.txt"}, "", "",
+         "brindlex-cli: note: a pattern longer than 201 bytes is found only where it fits one 1000-byte block\n"
+         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -89,6 +112,7 @@ TEST(CliFindReplace, HitLinesStatusFilesAndLog)
         }
         EXPECT_EQ(fs::read_symlink(dir.path() / "base/link.txt"), "a.txt");
         EXPECT_EQ(dir.shown(readfile(dir.path() / "work/brindlex.log.txt")), row.log);
+        EXPECT_FALSE(fs::exists(dir.path() / "work/brindlex.tmp"));
     }
 }
 
@@ -134,31 +158,9 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
     EXPECT_EQ(readfile(base / "u"), "HITX");
 }
 
-// What could not be searched is told as grep -r tells it, and changes the
-// exit status; what matches nothing is no trouble.
-TEST(CliFindReplace, SaysWhatItCouldNotSearch)
+// stdout on a full device: the hits are lost, and that is said.
+TEST(CliFindReplace, SaysThatStdoutIsFull)
 {
-    const struct { const char* what; std::vector<std::string> args; std::string err; int status; } rows[] = {
-        {"a missing directory", {"find", "HIT", "nodir/*.txt"},
-         "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
-        {"a missing file", {"find", "HIT", "missing.txt"},
-         "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
-        {"a wildcard that matches nothing", {"find", "HIT", "*.none"}, "0 hits in 0 of 0 files, 0 files rewritten\n", 1},
-        {"an empty pattern", {"replace", "", "x", "*"}, "brindlex-cli: replace: PATTERN is empty\n", 2},
-        {"a pattern too long to be found everywhere", {"find", std::string(202, 'H'), "*"},
-         "brindlex-cli: note: a pattern longer than 201 bytes is found only where it fits one 1000-byte block\n"
-         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        test::TempDir dir;
-        dir.write("base/a.txt", "HIT");
-        fs::create_directories(dir.path() / "work");
-        const CliResult r = runcli(row.args, dir.path() / "base", dir.path() / "work");
-        EXPECT_EQ(r.exitstatus, row.status);
-        EXPECT_EQ(r.err, row.err);
-    }
-    // stdout on a full device: the hits are lost, and that is said.
     test::TempDir dir;
     dir.write("a.txt", "HIT");
     fs::create_symlink("/dev/full", dir.path() / "cli.out");

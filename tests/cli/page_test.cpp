@@ -1,4 +1,4 @@
-// brindlex-cli page: the viewer's page text on stdout, and --save, the
+// brindlex-cli page over long files: the page text streamed, and --save, the
 // viewer's splice, under a kill at any moment and beyond 4 GiB.
 #include <gtest/gtest.h>
 
@@ -21,49 +21,6 @@ namespace {
 using namespace std::string_literals;
 using test::readfile;
 namespace fs = std::filesystem;
-
-TEST(PageCommand, WritesThePageOrSavesAnEditedOne)
-{
-    const std::string kMeta = "ab\x03\0\0\0\x21\x15\x09\0"s;
-    const struct {
-        std::vector<std::string> args;
-        std::string edit;    // the page text given to --save
-        int status;
-        std::string out;     // stdout; for status 2 part of stderr
-        std::string after;   // the file afterwards
-    } rows[] = {
-        {{"f"}, "", 0, "000001:   H    i  <0D> <0A> <00> <FF>   Z  ", ""},
-        {{"--mode", "0", "--width", "4", "--format", "1", "f"}, "", 0,
-         "000001: <48> <69> <0D> <0A> \r\n000005: <00> <FF> <5A> ", ""},
-        {{"--mode", "2", "--pos", "2", "--block", "2", "f"}, "", 0, "i\r\n", ""},
-        {{"--mode", "0", "--width", "2", "--pos", "3", "--block", "2", "f"}, "000003: <41> <42> <43>", 0, "",
-         "HiABC\0\xFFZ"s},
-        // Bytes the records pass over are on no page: such a page is not saved.
-        {{"--format", "3", "m"}, "000001 = 03 : <03> <00> <00> <00> <21> <16>", 2, "metafile records", ""},
-        {{"none"}, "", 2, "Error opening none:\r\n", ""},
-        {{"--pos", "0", "f"}, "", 2, "bad value '0' for --pos", ""},
-        {{"f", "g"}, "", 2, "expects one FILE", ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.args));
-        test::TempDir dir;
-        dir.write("f", "Hi\r\n\0\xFFZ"s);
-        dir.write("m", kMeta);
-        fs::create_directories(dir.path() / "work");
-        std::vector<std::string> args = {"page"};
-        if (!row.edit.empty())
-            args.insert(args.end(), {"--save", dir.write("edit", row.edit).string()});
-        args.insert(args.end(), row.args.begin(), row.args.end());
-        const CliResult r = runcli(args, dir.path(), dir.path() / "work");
-        EXPECT_TRUE(r.exited(row.status)) << r.failure << " status " << r.exitstatus << " stderr " << r.err;
-        if (row.status == 0)
-            EXPECT_EQ(r.out, row.out);
-        else
-            EXPECT_NE(r.err.find(row.out), std::string::npos) << r.err;
-        EXPECT_EQ(readfile(dir.path() / "f"), row.after.empty() ? "Hi\r\n\0\xFFZ"s : row.after);
-        EXPECT_EQ(readfile(dir.path() / "m"), kMeta);
-    }
-}
 
 // Without --block the rows of a long file come out in stretches that join
 // up exactly as one page would.

@@ -1,5 +1,4 @@
-// What brindlex-cli shows beside its results: the progress line on a
-// terminal (and nowhere else), and the dry run of a replace.
+// The progress line of brindlex-cli: on a terminal, and nowhere else.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -108,35 +107,6 @@ TEST(CliProgress, ShownOnATerminalOnlyAndErased)
         }
         EXPECT_EQ(run.piped.find('\033'), std::string::npos);
         EXPECT_EQ(run.piped.empty(), !row.toPipe);
-    }
-}
-
-TEST(CliDryRun, HitsOfTheReplaceAndNothingWritten)
-{
-    const struct { const char* what; std::vector<std::string> args; std::string out, err; int status; } rows[] = {
-        {"a replace restarts behind a hit: 1 and 3, not 1, 2 and 3", {"replace", "--dry-run", "aa", "X", "*.txt"},
-         "a.txt\t000000001\na.txt\t000000003\n",
-         "would rewrite <dir>/base/a.txt\n2 hits in 1 of 2 files, 0 files rewritten\n", 0},
-        {"-i is the explicit default, the last of -c and -i holds", {"replace", "--dry-run", "-c", "-i", "AA", "X", "*.txt"},
-         "a.txt\t000000001\na.txt\t000000003\n",
-         "would rewrite <dir>/base/a.txt\n2 hits in 1 of 2 files, 0 files rewritten\n", 0},
-        {"no hit, no file", {"replace", "--dry-run", "zz", "X", "*.txt"}, "", "0 hits in 0 of 2 files, 0 files rewritten\n", 1},
-        {"only a replace has a dry run", {"find", "--dry-run", "aa", "*.txt"}, "",
-         "brindlex-cli: find: unknown option '--dry-run' (see brindlex-cli find --help)\n", 2},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        test::TempDir dir;
-        dir.write("base/a.txt", "aaaa");
-        dir.write("base/b.txt", "bbbb");
-        fs::create_directory(dir.path() / "work");
-        const CliResult r = runcli(row.args, dir.path() / "base", dir.path() / "work");
-        ASSERT_EQ(r.failure, "");
-        EXPECT_EQ(r.exitstatus, row.status);
-        EXPECT_EQ(r.out, row.out);
-        EXPECT_EQ(dir.shown(r.err), row.err);
-        EXPECT_EQ(test::readfile(dir.path() / "base/a.txt"), "aaaa");
-        EXPECT_FALSE(fs::exists(dir.path() / "work/brindlex.tmp"));
     }
 }
 

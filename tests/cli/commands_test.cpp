@@ -12,14 +12,18 @@ namespace {
 
 using namespace std::string_literals;
 
-// decode and dump write raw bytes or a sheet to stdout, or refuse with
+// decode, dump and page write raw bytes, a sheet or a page to stdout (page
+// --save splices an edited page into the file instead), or refuse with
 // status 2 and a reason on stderr.
-TEST(DecodeAndDump, WriteTheirOutputOrRefuseWithStatusTwo)
+TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
 {
+    const std::string kFile = "Hi\r\n\0\xFFZ"s, kMeta = "ab\x03\0\0\0\x21\x15\x09\0"s;
     const struct {
         std::vector<std::string> args;
         int status;
-        std::string out;  // for status 2: part of what stderr must say
+        std::string out;          // for status 2: part of what stderr must say
+        std::string edit = "";    // the page text given to page --save
+        std::string after = "";   // what f holds afterwards, when not kFile
     } rows[] = {
         {{"decode", "<0D> <0A>"}, 0, "\r\n"},
         {{"decode", "100%"}, 0, "100%"},
@@ -39,18 +43,36 @@ TEST(DecodeAndDump, WriteTheirOutputOrRefuseWithStatusTwo)
         {{"dump", "--size", "2", "--cols", "32768", "in.bin"}, 2, "--cols N of 1 to 32767"},
         {{"dump", "--size", "2", "--cols", "1x", "in.bin"}, 2, "--cols N of 1 to 32767"},
         {{"dump", "--size", "2", "--cols"}, 2, "--cols needs a value"},
+        {{"page", "f"}, 0, "000001:   H    i  <0D> <0A> <00> <FF>   Z  "},
+        {{"page", "--mode", "0", "--width", "4", "--format", "1", "f"}, 0,
+         "000001: <48> <69> <0D> <0A> \r\n000005: <00> <FF> <5A> "},
+        {{"page", "--mode", "2", "--pos", "2", "--block", "2", "f"}, 0, "i\r\n"},
+        {{"page", "--mode", "0", "--width", "2", "--pos", "3", "--block", "2", "f"}, 0, "", "000003: <41> <42> <43>",
+         "HiABC\0\xFFZ"s},
+        // Bytes the records pass over are on no page: such a page is not saved.
+        {{"page", "--format", "3", "m"}, 2, "metafile records", "000001 = 03 : <03> <00> <00> <00> <21> <16>"},
+        {{"page", "none"}, 2, "Error opening none:\r\n"},
+        {{"page", "--pos", "0", "f"}, 2, "bad value '0' for --pos"},
+        {{"page", "f", "g"}, 2, "expects one FILE"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.args));
         test::TempDir dir;
         dir.write("in.bin", "\x02\x01\xff\xff\xff"s);
-        const CliResult r = runcli(row.args, dir.path(), dir.path());
+        dir.write("f", kFile);
+        dir.write("m", kMeta);
+        std::vector<std::string> args = row.args;
+        if (!row.edit.empty())
+            args.insert(args.begin() + 1, {"--save", dir.write("edit", row.edit).string()});
+        const CliResult r = runcli(args, dir.path(), dir.path());
         EXPECT_TRUE(r.exited(row.status)) << r.failure << " status " << r.exitstatus << " stderr " << r.err;
         EXPECT_EQ(r.out, row.status == 0 ? row.out : "");
         if (row.status == 0)
             EXPECT_EQ(r.err, "");
         else
             EXPECT_NE(r.err.find(row.out), std::string::npos) << r.err;
+        EXPECT_EQ(test::readfile(dir.path() / "f"), row.after.empty() ? kFile : row.after);
+        EXPECT_EQ(test::readfile(dir.path() / "m"), kMeta);
     }
 }
 
