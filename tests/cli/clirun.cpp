@@ -121,8 +121,8 @@ int KillClock::end(pid_t pid, bool measure, int sig)
 {
     const auto start = std::chrono::steady_clock::now();
     if (!measure) {
-        const auto full = std::chrono::duration_cast<std::chrono::nanoseconds>(full_).count();
-        std::this_thread::sleep_for(std::chrono::nanoseconds(rng_() % static_cast<std::uint64_t>(std::max<std::int64_t>(1, full))));
+        const auto full = std::max<std::int64_t>(1, std::chrono::duration_cast<std::chrono::nanoseconds>(full_).count());
+        std::this_thread::sleep_for(std::chrono::nanoseconds(rng_() % static_cast<std::uint64_t>(full)));
         ::kill(pid, sig);
     }
     int status = 0;

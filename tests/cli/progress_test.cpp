@@ -81,17 +81,12 @@ TEST(CliProgress, ShownOnATerminalOnlyAndErased)
     for (const char* name : {"b.txt", "c.txt", "d.txt"})
         dir.write(name, "nothing");
     const std::string kErase = "\r\033[K";
-    const struct {
-        const char* what;
-        std::vector<std::string> extra;
-        bool toPipe;
-        std::chrono::milliseconds wait;
-        bool shown;
-    } rows[] = {
-        {"a long run on a terminal", {}, false, std::chrono::milliseconds(700), true},
-        {"a short run", {}, false, std::chrono::milliseconds(0), false},
-        {"stderr on a pipe", {}, true, std::chrono::milliseconds(700), false},
-        {"--no-progress", {"--no-progress"}, false, std::chrono::milliseconds(700), false},
+    using ms = std::chrono::milliseconds;
+    const struct { const char* what; std::vector<std::string> extra; bool toPipe; ms wait; bool shown; } rows[] = {
+        {"a long run on a terminal", {}, false, ms(700), true},
+        {"a short run", {}, false, ms(0), false},
+        {"stderr on a pipe", {}, true, ms(700), false},
+        {"--no-progress", {"--no-progress"}, false, ms(700), false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);

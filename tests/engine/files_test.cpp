@@ -11,13 +11,9 @@ namespace {
 
 TEST(Files, SplitsAMaskIntoDirectoryAndName)
 {
-    const struct {
-        std::string path, file, dir;
-    } rows[] = {
-        {"/data/*.txt", "*.txt", "/data"},
-        {"/*.*", "*.*", ""},
-        // Blanks go from the name part, and only from the ends of the path.
-        {"  /my dir/ a b ", "ab", "/my dir"},
+    // Blanks go from the name part, and only from the ends of the path.
+    const struct { std::string path, file, dir; } rows[] = {
+        {"/data/*.txt", "*.txt", "/data"}, {"/*.*", "*.*", ""}, {"  /my dir/ a b ", "ab", "/my dir"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(filepart(row.path), row.file) << row.path;
@@ -33,11 +29,7 @@ TEST(Files, ExpandsWhatTheDirButtonIsGiven)
     tmp.write("Sub Dir/a.txt", "x");
     const std::string root = tmp.path().string();
     const std::pair<std::string, std::string> rows[] = {
-        {"", "/*.*"},
-        {"*.txt", "/*.txt"},
-        {"Sub Dir", "/Sub Dir/*.*"},
-        {"@/Sub Dir/", "/Sub Dir/*.*"},
-        {"@/missing", "/missing"},
+        {"", "/*.*"}, {"*.txt", "/*.txt"}, {"Sub Dir", "/Sub Dir/*.*"}, {"@/Sub Dir/", "/Sub Dir/*.*"}, {"@/missing", "/missing"},
     };
     for (const auto& [text, expected] : rows) {
         const std::string typed = text.starts_with("@") ? root + text.substr(1) : text;
@@ -48,20 +40,10 @@ TEST(Files, ExpandsWhatTheDirButtonIsGiven)
 
 TEST(Files, WildcardsAreStarAndQuestionMarkOnly)
 {
-    const struct {
-        std::string mask, name;
-        bool match;
-    } rows[] = {
-        {"*.*", "readme", true},
-        {"*.*", ".hidden", true},
-        {"*.txt", "a.TXT", false},
-        {"a?c", "ac", false},
-        {"[ab]", "[ab]", true},
-        {"a\\*", "a\\xyz", true},
-        {"*a*b", "xaxxbx", false},
-        {"*?", "", false},
-        {"*a*a*a*a*a*a*a*a*a*a*b", std::string(200, 'a'), false},
-        {"\xc4*", "\xe4rger", false},
+    const struct { std::string mask, name; bool match; } rows[] = {
+        {"*.*", "readme", true}, {"*.*", ".hidden", true}, {"*.txt", "a.TXT", false}, {"a?c", "ac", false},
+        {"[ab]", "[ab]", true}, {"a\\*", "a\\xyz", true}, {"*a*b", "xaxxbx", false}, {"*?", "", false},
+        {"*a*a*a*a*a*a*a*a*a*a*b", std::string(200, 'a'), false}, {"\xc4*", "\xe4rger", false},
     };
     for (const auto& row : rows)
         EXPECT_EQ(wildcardmatch(row.mask, row.name), row.match) << "'" << row.mask << "' vs '" << row.name << "'";
@@ -84,14 +66,9 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     EXPECT_EQ(inserted, lines);
 
     // A hit line and what the viewer's opener reads back from it.
-    const struct {
-        std::string name;
-        std::int64_t lPos;
-        std::string line;
-    } hits[] = {{"sub/a b.txt", 480, "sub/a b.txt\t000000480"},
-                {"big", 98765432109876LL, "big\t98765432109876"},
-                {"nine", 123456789, "nine\t123456789"},
-                {" x\ty ", 7, " x\ty \t000000007"}};
+    const struct { std::string name; std::int64_t lPos; std::string line; } hits[] = {
+        {"sub/a b.txt", 480, "sub/a b.txt\t000000480"}, {"big", 98765432109876LL, "big\t98765432109876"},
+        {"nine", 123456789, "nine\t123456789"}, {" x\ty ", 7, " x\ty \t000000007"}};
     for (const auto& hit : hits) {
         EXPECT_EQ(list2line(hit.name, hit.lPos), hit.line);
         const List2Hit back = readlist2line(hit.line);

@@ -78,10 +78,8 @@ protected:
 // clears them on the file written.
 TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
 {
-    const struct {
-        mode_t mode;
-        bool hardlinked, viasymlink, unprivileged;
-    } rows[] = {{04750, false, true, false}, {0604, true, false, false}, {06755, false, false, true}, {06755, true, false, true}};
+    const struct { mode_t mode; bool hardlinked, viasymlink, unprivileged; } rows[] = {
+        {04750, false, true, false}, {0604, true, false, false}, {06755, false, false, true}, {06755, true, false, true}};
     const std::string after = counted(3 << 20, 'a');
     ASSERT_EQ(::chmod(work.path().c_str(), 01777), 0);
     for (const auto& row : rows) {
@@ -215,15 +213,9 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
     // Each scenario runs once to learn its steps, then with each step failing
     // in turn; alwaysstep fails every time, to force the other route. A file
     // emptied in place changes first at its cut, not at a write.
-    const struct {
-        const char* what;
-        bool hardlinked;
-        std::string alwaysstep;
-        std::size_t newsize;
-    } scenarios[] = {{"same directory", false, "", 2500000},
-                     {"hidden name", false, "open-tmpfile", 2500000},
-                     {"hard-linked", true, "", 2500000},
-                     {"hard-linked, emptied", true, "", 0}};
+    const struct { const char* what; bool hardlinked; std::string alwaysstep; std::size_t newsize; } scenarios[] = {
+        {"same directory", false, "", 2500000}, {"hidden name", false, "open-tmpfile", 2500000},
+        {"hard-linked", true, "", 2500000}, {"hard-linked, emptied", true, "", 0}};
     const std::string original = counted(1500000, 'o');
     for (const auto& sc : scenarios) {
         const std::string after = counted(sc.newsize, 'n');

@@ -211,10 +211,7 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     std::string restarted;   // each restart begins a block, so 800 (ending at 1001) is found now
     for (int p = 700; p <= 800; ++p)
         restarted += std::to_string(p) + " ";
-    const struct {
-        const char* what;
-        std::string content, sFind, hits;
-    } rows[] = {
+    const struct { const char* what; std::string content, sFind, hits; } rows[] = {
         {"202 bytes ending at 1000 fit the first block", planted(799, q202), q202, "799 "},
         {"202 bytes ending at 1001: past block 1, before block 801", planted(800, q202), q202, ""},
         {"1000 bytes on the grid", planted(801, q1000), q1000, "801 "},

@@ -53,13 +53,8 @@ TEST(ViewerPage, ReadsOneBlockWhereverItStands)
         hundred60 += static_cast<char>('A' + i % 26);
     const fs::path rows = dir.write("rows", hundred60);
     const fs::path crlf = dir.write("crlf", "abc\r\ndef\r");
-    const struct {
-        fs::path file;
-        std::int64_t lPos, nBlock;
-        int nMode;
-        std::int64_t pos, len;
-        std::string tail;   // how the page text ends
-    } cases[] = {
+    // tail: how the page text ends.
+    const struct { fs::path file; std::int64_t lPos, nBlock; int nMode; std::int64_t pos, len; std::string tail; } cases[] = {
         {rows, 1, 160, 0, 1, 160, "<44> \r\n"},     // a full last row ends in CR LF
         {rows, 160, 160, 0, 160, 1, "000160: <44> "},
         {rows, 161, 160, 0, 161, 0, ""},           // behind the end: an empty block

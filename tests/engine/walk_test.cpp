@@ -88,13 +88,8 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
         tmp.write(name, "1234");
     // Yields: 3 top files, then 7 top entries (".", "..", three files, two
     // directories); each subdirectory then 2 files and 4 entries.
-    const struct {
-        int cancelAt;
-        std::size_t lines;
-        std::string controls;
-        int yields;
-        bool flag;  // as the walk leaves it
-    } rows[] = {
+    // flag: as the walk leaves it.
+    const struct { int cancelAt; std::size_t lines; std::string controls; int yields; bool flag; } rows[] = {
         {0, 7, "FFTFTT", 22, false}, {1, 0, "FT", 1, true}, {4, 3, "FT", 4, true},
         {11, 5, "FFTFTT", 17, false}, {16, 7, "FFTFTT", 22, false}, {17, 5, "FFTFTT", 17, true},
     };
