@@ -183,9 +183,9 @@ TEST_F(DumpTest, FailedWriteShowsTheErrorNumberThenTheSheet)
     EXPECT_EQ(host.messages, (std::vector<std::string>{std::to_string(ENOSPC), "File S was created."}));
 }
 
-TEST(DumpNames, SheetNamesAndAnswers)
+// The sheets' names are the editor window's dump test.
+TEST(DumpNames, Answers)
 {
-    EXPECT_EQ(sheetname(1) + " " + sheetname(42) + " " + sheetname(1000), "001.xls 042.xls 1000.xls");
     const std::pair<const char*, int> answers[] = {
         {" 2", 2}, {"2.5x", 2}, {"3.5", 4}, {"-7", -7}, {"four", 0}, {"", 0}, {"32767", 32767}, {"32768", 0},
     };

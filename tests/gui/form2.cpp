@@ -225,16 +225,10 @@ private slots:
         Form2& viewer = world.open("f");
         QVERIFY(QTest::qWaitForWindowActive(&viewer));
         QList<int> seen;
-        for (int i = 0; i < 3; ++i) {
-            QTest::keyClick(viewer.Text1, Qt::Key_H, Qt::ControlModifier);
+        for (const Qt::Key key : {Qt::Key_H, Qt::Key_H, Qt::Key_H, Qt::Key_M, Qt::Key_M, Qt::Key_H}) {
+            QTest::keyClick(viewer.Text1, key, Qt::ControlModifier);
             seen << viewer.nViewFormat;
         }
-        for (int i = 0; i < 2; ++i) {
-            QTest::keyClick(viewer.Text1, Qt::Key_M, Qt::ControlModifier);
-            seen << viewer.nViewFormat;
-        }
-        QTest::keyClick(viewer.Text1, Qt::Key_H, Qt::ControlModifier);
-        seen << viewer.nViewFormat;
         QCOMPARE(seen, (QList<int>{1, 2, 0, 3, 1, 2}));
         QVERIFY(viewer.Text1->page().starts_with("000001.0: <00>"));
         // Ctrl+B flips between the byte modes, from AutoDetect to Binary/Text.
@@ -379,24 +373,19 @@ private slots:
         form.List2->setCurrentRow(0);
         form.List2_Click();
         Form2& viewer = *form.viewer();
-        QStringList seen;
-        auto f3 = [&](Qt::KeyboardModifiers modifiers) {
-            viewer.Form_KeyUp(114, modifiers == Qt::ShiftModifier ? 1 : 0);
-            seen << QString::number(form.List2->currentRow()) + ':' + QFileInfo(QString::fromStdString(form.view.sViewFile)).fileName()
-                        + '@' + QString::number(form.view.lViewHit);
-        };
         // The arrow keys in List2 show each hit they reach.
         QTest::keyClick(form.List2, Qt::Key_Down);
         QCOMPARE(form.view.lViewHit, 10);
         QTest::keyClick(form.List2, Qt::Key_Up);
         QCOMPARE(form.view.lViewHit, 3);
-        f3({});
-        f3({});
-        f3({});                      // past the last line: refused
-        f3(Qt::ShiftModifier);
-        f3(Qt::ShiftModifier);
-        f3(Qt::ShiftModifier);       // up from the first line: none
-        f3({});
+        // F3 three times, the third past the last line (refused); Shift+F3
+        // three times, the third up from the first line (none); F3.
+        QStringList seen;
+        for (const int shift : {0, 0, 0, 1, 1, 1, 0}) {
+            viewer.Form_KeyUp(114, shift);
+            seen << QString::number(form.List2->currentRow()) + ':' + QFileInfo(QString::fromStdString(form.view.sViewFile)).fileName()
+                        + '@' + QString::number(form.view.lViewHit);
+        }
         QCOMPARE(seen, (QStringList{"1:a@10", "2:b@1", "2:b@1", "1:a@10", "0:a@3", "-1:a@3", "0:a@3"}));
     }
 
