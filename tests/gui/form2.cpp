@@ -32,6 +32,17 @@ public:
         return *form;
     }
 
+    // The window on a file "f" of `bytes`, opened from the file list with
+    // rows of `width` when given.
+    Form2& view(const QByteArray& bytes, int width = 0)
+    {
+        write("f", bytes);
+        start();
+        if (width)
+            form->view.nViewWidth = width;
+        return open("f");
+    }
+
     // Opens `name` from the file list, with the page box at `heightTwips`.
     Form2& open(const QString& name, int heightTwips = kDesignHeight)
     {
@@ -204,9 +215,8 @@ private slots:
     {
         QFETCH(DetectRow, row);
         ViewWorld world;
-        world.write("f", row.bytes);
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(row.bytes);
+        Form1& form = *world.form;
         QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect"));
         QCOMPARE(form.view.nViewMode, row.mode);
         QCOMPARE(viewer.Label1->isVisibleTo(&viewer), row.mode < 2);
@@ -220,9 +230,7 @@ private slots:
     void formatCycles()
     {
         ViewWorld world;
-        world.write("f", QByteArray(600, '\0'));
-        world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(QByteArray(600, '\0'));
         QVERIFY(QTest::qWaitForWindowActive(&viewer));
         QList<int> seen;
         for (const Qt::Key key : {Qt::Key_H, Qt::Key_H, Qt::Key_H, Qt::Key_M, Qt::Key_M, Qt::Key_H}) {
@@ -258,10 +266,8 @@ private slots:
     {
         QFETCH(SizeRow, row);
         ViewWorld world;
-        world.write("f", sequence(5000));
-        Form1& form = world.start();
-        form.view.nViewWidth = 10;
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(sequence(5000), 10);
+        Form1& form = *world.form;
         setmode(viewer, row.mode);
         viewer.showpage();
         viewer.txtWidth->setText(row.width);
@@ -275,9 +281,8 @@ private slots:
     void resize()
     {
         ViewWorld world;
-        world.write("f", sequence(5000));
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(sequence(5000));
+        Form1& form = *world.form;
         setmode(viewer, 1);
         viewer.showpage();
         QCOMPARE(form.view.nViewBlock, 160);
@@ -295,9 +300,8 @@ private slots:
     void modeChangeKeepsEdit()
     {
         ViewWorld world;
-        world.write("f", QByteArray("ABCD\0EFG", 8) + sequence(100));
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(QByteArray("ABCD\0EFG", 8) + sequence(100));
+        Form1& form = *world.form;
         QCOMPARE(form.view.nViewMode, 1);
         edit(viewer, "  B  ", "<7A> ");
         setmode(viewer, 0);
@@ -312,9 +316,8 @@ private slots:
     void returnFromMainWindowReadsAgain()
     {
         ViewWorld world;
-        world.write("f", sequence(40));
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(sequence(40));
+        Form1& form = *world.form;
         auto visit = [&](QWidget& other) {
             edit(viewer, "ABC", "xyz");
             other.activateWindow();
@@ -350,11 +353,8 @@ private slots:
     {
         QFETCH(ScrollRow, row);
         ViewWorld world;
-        world.write("f", QByteArray());
-        QFile::resize(world.file("f"), row.length);
-        Form1& form = world.start();
-        form.view.nViewWidth = 10;
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(QByteArray(row.length, '\0'), 10);
+        Form1& form = *world.form;
         form.view.lViewPos = row.start;
         viewer.showpage();
         QTest::keyClick(viewer.Text1, row.key);
@@ -468,10 +468,7 @@ private slots:
     {
         QFETCH(CellRow, row);
         ViewWorld world;
-        world.write("f", row.bytes);
-        Form1& form = world.start();
-        form.view.nViewWidth = 4;
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(row.bytes, 4);
         viewer.nViewFormat = row.format;
         setmode(viewer, row.mode);
         QTextCursor cursor = viewer.Text1->textCursor();
@@ -497,9 +494,8 @@ private slots:
     {
         QFETCH(SaveRow, row);
         ViewWorld world;
-        world.write("f", row.file);
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(row.file);
+        Form1& form = *world.form;
         setmode(viewer, row.mode);
         edit(viewer, row.from, row.to);
         viewer.mnuSave_Click();
@@ -515,9 +511,8 @@ private slots:
     {
         ViewWorld world;
         const QByteArray abc = sequence(40);
-        world.write("f", abc);
-        Form1& form = world.start();
-        Form2& viewer = world.open("f");
+        Form2& viewer = world.view(abc);
+        Form1& form = *world.form;
         setmode(viewer, 1);
         viewer.showpage();
         edit(viewer, "  A  ", "<61> <61> ");
