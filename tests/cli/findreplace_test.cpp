@@ -294,8 +294,7 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         // beside the user's: the replace run again there takes it away.
         const CliResult again = runcli({"replace", "-c", "OLD", "NEW!!", "*"}, dir.path() / "base", dir.path() / "work");
         EXPECT_TRUE(again.exited(fresh == kFiles ? 1 : 0)) << again.err;
-        EXPECT_EQ(test::entrycount(dir.path() / "base"), kFiles)
-            << "no stray file";
+        EXPECT_EQ(test::entrycount(dir.path() / "base"), kFiles) << "no stray file";
     }
     EXPECT_GT(partly, 0) << "no signal came in the middle of a run";
 }

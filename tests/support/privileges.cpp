@@ -1,9 +1,8 @@
 #include "support/privileges.h"
 
 #include <cerrno>
-#include <cstring>
-
 #include <csignal>
+#include <cstring>
 
 #include <grp.h>
 #include <pwd.h>
