@@ -74,8 +74,8 @@ protected:
     test::TempDir work;  // the work directory
 };
 
-// The set-id bits are asked for by an ordinary user too, whose write
-// clears them on the file written.
+// An ordinary user's write clears the set-id bits of the file written: the
+// rows run as that user check that either route gives the mode back.
 TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
 {
     const struct { mode_t mode; bool hardlinked, viasymlink, unprivileged; } rows[] = {

@@ -26,7 +26,7 @@ QStringList lines(const QListWidget* list)
 QString sized(const QString& name, int size) { return name + '\t' + QString::number(size).rightJustified(8, '0'); }
 QString hitline(const QString& name, int pos) { return name + '\t' + QString::number(pos).rightJustified(9, '0'); }
 
-// The default file and the file of sets the tests open, beside the files.
+// The default file of sets, a file of sets a test opens, and the run log.
 QString defaultini(const World& world) { return world.at("config/brindlex/brindlex.ini"); }
 QString setsini(const World& world) { return world.at("sets.ini"); }
 QString logfile(const World& world) { return world.at("work/brindlex.log.txt"); }

@@ -23,7 +23,7 @@ QByteArray allbytes()
     return bytes;
 }
 
-// A world whose window stays for the test's checks.
+// A world that keeps its window, for the viewer opened from it.
 class ViewWorld : public World {
 public:
     Form1& start(const std::string& command = {})
@@ -149,9 +149,9 @@ private slots:
     void opening_data()
     {
         QTest::addColumn<OpenRow>("row");
-        // A name is the file's real name, blanks and tabs and all; "x" beside
-        // holds other bytes. Names that a trimmed or split list line would
-        // find wrongly are the editor tests' rows, on the same lookup.
+        // A name is the file's real name, blanks and tabs and all. More names
+        // that a trimmed or split list line would miss are the editor tests'
+        // rows, on the same lookup of the current line's file.
         QTest::newRow("file list") << OpenRow{"List1", "a name\twith tab", 0, 0, 1, 8};
         QTest::newRow("hit at 5") << OpenRow{"List2", "a name with  blanks", 0, 5, 1, 10};
         QTest::newRow("hit at 500") << OpenRow{"List2", "a name with  blanks", 0, 500, 480, 10};
@@ -168,7 +168,6 @@ private slots:
             bytes.replace(row.hit - 1, 3, "HIT");
         const QString& name = row.name;
         world.write(name, bytes);
-        world.write("x", "other");
         Form1& form = world.start();
         form.view.nViewWidth = row.firstWidth;
         if (row.from == "List1") {
