@@ -101,7 +101,9 @@ std::string hiddenname(const std::string& name, int attempt)
     std::snprintf(tag, sizeof tag, ".%llx%x%x-%d", now, ++counter, static_cast<unsigned>(attempt),
                   static_cast<int>(::getpid()));
     // Cut a long name so that the hidden one still fits a directory entry.
-    return "." + name.substr(0, 200) + tag + std::string(kTempSuffix);
+    std::string hidden(".");
+    hidden.append(name, 0, 200).append(tag).append(kTempSuffix);
+    return hidden;
 }
 
 // The process that made a hidden new file, or 0 for a name of any other kind.
