@@ -3,6 +3,7 @@
 // block rules where the answer follows by hand.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -182,6 +183,43 @@ TEST(ScannerDifferential, AgreesWithTheBlockModelOnRandomFiles)
     // The generator must reach the cases that matter, not only empty scans.
     EXPECT_GT(withHits, 1000);
     EXPECT_GT(cancelled, 20);
+}
+
+// Dense hits through a file long enough to be read ahead: the output goes
+// through many buffer flushes and windows, with a replacement of each kind
+// (short, up to a fixed copy's length, longer, empty) and spans between hits
+// on both sides of that length.
+TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
+{
+    test::TempDir dir;
+    std::mt19937_64 rng(20261123);
+    std::string content;
+    while (content.size() < (20u << 20)) {
+        content.append(rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
+        content += '\r';
+    }
+    for (const std::string& sReplace : {std::string("\r\n"), std::string(40, 'y'), std::string(300, 'z'), std::string()}) {
+        RefScan s;
+        s.sFile = "/data/big";
+        s.sName = "big";
+        s.bMatchCase = true;
+        s.sFind = "\r";
+        s.sReplace = sReplace;
+        s.bReplace = true;
+        const RefResult got = fastscanfile(content, s, Scanner::kDefaultWindow, dir.path() / "run.log");
+        std::string want;
+        std::int64_t nHits = 0;
+        for (const char c : content) {
+            nHits += c == '\r';
+            want += c == '\r' ? std::string_view(sReplace) : std::string_view(&c, 1);
+        }
+        SCOPED_TRACE("replacement of " + std::to_string(sReplace.size()) + " bytes");
+        EXPECT_EQ(got.nHits, nHits);
+        EXPECT_EQ(got.lLenChange, static_cast<std::int64_t>(want.size() - content.size()));
+        const auto differ = std::mismatch(got.output.begin(), got.output.end(), want.begin(), want.end());
+        EXPECT_EQ(differ.first - got.output.begin(), static_cast<std::ptrdiff_t>(want.size()));
+        EXPECT_EQ(got.output.size(), want.size());
+    }
 }
 
 // The hit positions of the model, each followed by a blank.

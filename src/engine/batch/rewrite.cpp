@@ -3,26 +3,18 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 
 namespace brindlex {
 namespace {
 
 // The file's length now, or -1 with the reason in `error`.
-std::int64_t lengthof(const std::string& sFile, Error& error)
+std::int64_t lengthof(const SafeReplace& replace, const std::string& sFile, Error& error)
 {
-    // By descriptor: a path longer than PATH_MAX is opened a piece at a time.
-    const FileHandle fd(openlong(sFile, O_PATH | O_CLOEXEC));
-    struct stat st {};
-    if (!fd.valid() || ::fstat(fd.get(), &st) != 0) {
+    const std::int64_t length = replace.lengthnow();
+    if (length < 0)
         error = errorfromerrno(errno, sFile);
-        return -1;
-    }
-    return static_cast<std::int64_t>(st.st_size);
+    return length;
 }
 
 // Why the lengths differ: a failed write says so itself; with every write
@@ -44,7 +36,7 @@ Rewrite commitrewrite(SafeReplace* replace, const Error& begun, const std::strin
         rewrite.reason = begun;
         return rewrite;
     }
-    const std::int64_t lOld = lengthof(sFile, rewrite.reason);
+    const std::int64_t lOld = lengthof(*replace, sFile, rewrite.reason);
     const std::int64_t lNew = replace->writtenlength();
     if (lOld < 0 || replace->writeerror() || lNew - lOld - lLenChange != 0) {
         if (lOld >= 0)
@@ -60,7 +52,7 @@ Rewrite commitrewrite(SafeReplace* replace, const Error& begun, const std::strin
         // The file is looked at again: a failed copy may have changed it.
         Error ignored;
         rewrite.failure = RewriteFailure::Copy;
-        rewrite.lLength = std::max<std::int64_t>(lengthof(sFile, ignored), 0);
+        rewrite.lLength = std::max<std::int64_t>(lengthof(*replace, sFile, ignored), 0);
     }
     return rewrite;
 }

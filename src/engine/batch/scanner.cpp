@@ -286,7 +286,8 @@ public:
     {
         for (Slot& slot : slots_) {
             if (bKeepBytes_)
-                slot.data = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(kPad + chunk + look_));
+                slot.data = std::make_unique_for_overwrite<unsigned char[]>(
+                    static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
         readers_ = startworkers(std::clamp(std::thread::hardware_concurrency(), 1u, 4u), [this] { readall(); });
         // With no reader the scan reads for itself.
@@ -360,7 +361,7 @@ public:
 private:
     enum : int { kEmpty, kRead, kFailed };
     struct Slot {
-        std::unique_ptr<unsigned char[]> data;   // kPad bytes of room, then the read
+        std::unique_ptr<unsigned char[]> data;   // kPad bytes of room, the read, kOverread spare
         std::vector<std::uint32_t> found;
         int error = 0;                           // of a failed read: errno, 0 for the file's early end
         std::atomic<int> state {kEmpty};         // kEmpty again once the scan has left it
@@ -473,8 +474,10 @@ bool Scanner::load(std::int64_t from0)
     const std::int64_t want = std::min(window_, lLen_ - from0);
     if (!buf_) {
         // A small file gets a small buffer, left uninitialised: a run over
-        // a tree of small files must not clear a whole window per file.
-        buf_ = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(std::min(window_, lLen_)));
+        // a tree of small files must not clear a whole window per file. The
+        // output's copies of fixed length may read kOverread bytes past it.
+        buf_ = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(std::min(window_, lLen_))
+                                                                + OutputBuffer::kOverread);
     }
     win_ = buf_.get();
     std::int64_t got = 0;
@@ -533,8 +536,7 @@ inline void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
     // The bytes between two hits in the window: the run of a replace.
     if (from0 >= wS_) [[likely]] {
         if (to0 > from0) {
-            out_->write(std::string_view(reinterpret_cast<const char*>(win_ + (from0 - wS_)),
-                                         static_cast<std::size_t>(to0 - from0)));
+            out_->writeover(reinterpret_cast<const char*>(win_ + (from0 - wS_)), static_cast<std::size_t>(to0 - from0));
             outPos_ = to0;
         }
         return;
@@ -642,22 +644,22 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
     std::size_t count = 0;
     constexpr std::size_t kFound = 512;
     std::uint32_t found[kFound];
+    Replacement rep;
+    if (sReplace)
+        rep.set(*sReplace);
     while (count < max) {
         const std::size_t k = findall(size, scanned, found, std::min(kFound, max - count));
-        for (std::size_t j = 0; j < k; ++j) {
-            const std::size_t p = found[j];
-            if (p < at)
-                continue;   // inside the bytes of a replaced hit
-            const std::int64_t lHit = wS_ + static_cast<std::int64_t>(p) + 1;
-            lPos[count++] = lHit;
-            if (sReplace) {
-                emitupto(lHit);
-                out_->write(*sReplace);
-                skipto(lHit + n);
-                at = p + un;
-            } else {
-                at = p + 1;
+        if (!sReplace) {
+            for (std::size_t j = 0; j < k; ++j) {
+                if (found[j] < at)
+                    continue;   // inside the bytes of a hit counted already
+                lPos[count++] = wS_ + static_cast<std::int64_t>(found[j]) + 1;
+                at = found[j] + 1;
             }
+        } else if (rep.bShort) {
+            count += replacefound<16>(found, k, at, lPos + count, rep);
+        } else {
+            count += replacefound<OutputBuffer::kOverread>(found, k, at, lPos + count, rep);
         }
         if (scanned >= size) {
             // An occurrence may still begin in the last n - 1 bytes, unless
@@ -668,6 +670,63 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
         }
     }
     s = wS_ + static_cast<std::int64_t>(at) + 1;
+    return count;
+}
+
+template <std::size_t RepN>
+std::size_t Scanner::replacefound(const std::uint32_t* found, std::size_t k, std::size_t& at, std::int64_t* lPos,
+                                  const Replacement& rep)
+{
+    // The hits of one batch in one pass. While the output goes on inside
+    // the window, the place it has reached, the buffer's cursor and its end
+    // stay in locals: each hit is two copies of fixed length and no store
+    // to this object. A span too long for such a copy, a buffer nearly
+    // full or output that hasn't begun take the general route.
+    constexpr std::size_t kSpan = OutputBuffer::kOverread;
+    const std::size_t un = search_.size();
+    const std::size_t nRep = rep.text.size();
+    const char* const win = reinterpret_cast<const char*>(win_);
+    char* o = nullptr;           // the cursor, while held
+    char* end = nullptr;
+    std::size_t from = 0;        // the window offset the output has reached, while held
+    auto hold = [&] {
+        if (emitting_ && outPos_ >= wS_) {
+            from = static_cast<std::size_t>(outPos_ - wS_);
+            o = out_->cursor();
+            end = o + out_->room();
+        }
+    };
+    auto release = [&] {
+        if (o) {
+            out_->settle(o);
+            outPos_ = wS_ + static_cast<std::int64_t>(from);
+            o = nullptr;
+        }
+    };
+    hold();
+    std::size_t count = 0;
+    for (std::size_t j = 0; j < k; ++j) {
+        const std::size_t p = found[j];
+        if (p < at)
+            continue;   // inside the bytes of a replaced hit
+        const std::int64_t lHit = wS_ + static_cast<std::int64_t>(p) + 1;
+        lPos[count++] = lHit;
+        at = p + un;
+        if (o && p - from <= kSpan && nRep <= RepN && static_cast<std::size_t>(end - o) >= kSpan + RepN) [[likely]] {
+            std::memcpy(o, win + from, kSpan);
+            o += p - from;
+            std::memcpy(o, rep.padded, RepN);
+            o += nRep;
+            from = at;
+            continue;
+        }
+        release();
+        emitupto(lHit);
+        out_->write(rep.text);
+        skipto(lHit + static_cast<std::int64_t>(un));
+        hold();
+    }
+    release();
     return count;
 }
 

@@ -87,8 +87,10 @@ public:
 // short span that fits) is a copy into the buffer, inline.
 class OutputBuffer {
 public:
-    // Writes shorter than kDirectWrite are gathered up to kBuffer bytes.
-    static constexpr std::size_t kBuffer = 1 << 20;
+    // Writes shorter than kDirectWrite are gathered up to kBuffer bytes: few
+    // enough for the buffer to be still in the core's cache when the kernel
+    // copies it out (a 1 MiB buffer made a dense replace slower).
+    static constexpr std::size_t kBuffer = 256 << 10;
     static constexpr std::size_t kDirectWrite = 64 << 10;
 
     explicit OutputBuffer(ByteSink* sink) : sink_(sink) {}
@@ -114,6 +116,32 @@ public:
             return;
         }
         writeslow(bytes);
+    }
+    // Like write(), for bytes that are followed by at least kOverread more
+    // readable bytes of the same buffer (a window): a short span is copied
+    // as one block of fixed length, with no branch on a length that changes
+    // from one hit to the next.
+    static constexpr std::size_t kOverread = 128;
+    void writeover(const char* from, std::size_t n)
+    {
+        if (n <= kOverread && room_ >= kOverread) [[likely]] {
+            std::memcpy(buf_.get() + used_, from, kOverread);
+            used_ += n;
+            room_ -= n;
+            return;
+        }
+        write(std::string_view(from, n));
+    }
+    // For a loop that writes many short spans itself: where the next byte
+    // goes, the room there (0 before the first write and after a failed
+    // one), and settle() to take the place the loop has reached.
+    char* cursor() { return buf_.get() + used_; }
+    std::size_t room() const { return room_; }
+    void settle(char* to)
+    {
+        const auto n = static_cast<std::size_t>(to - cursor());
+        used_ += n;
+        room_ -= n;
     }
     bool flush();
     bool ok() const { return ok_ && sink_ != nullptr; }
@@ -226,6 +254,23 @@ private:
     void failread(int code);
     // The occurrences in the window from `from` on, as PatternSearch::findall.
     std::size_t findall(std::size_t size, std::size_t& from, std::uint32_t* out, std::size_t max);
+    // A replacement, with a copy that may be read kOverread bytes long
+    // (only its first kOverread bytes: a longer one goes the general route).
+    struct Replacement {
+        std::string_view text;
+        bool bShort = false;   // 16 bytes at most, as CR LF for CR
+        char padded[OutputBuffer::kOverread] = {};
+        void set(std::string_view sReplace)
+        {
+            text = sReplace;
+            bShort = text.size() <= 16;
+            if (!text.empty())
+                std::memcpy(padded, text.data(), std::min(text.size(), sizeof padded));
+        }
+    };
+    template <std::size_t RepN>
+    std::size_t replacefound(const std::uint32_t* found, std::size_t k, std::size_t& at, std::int64_t* lPos,
+                             const Replacement& rep);
     void emitrange(std::int64_t from0, std::int64_t to0);
     void emitbehind(std::int64_t from0, std::int64_t to0);
     bool yieldcheck();

@@ -101,7 +101,9 @@ std::string hiddenname(const std::string& name, int attempt)
     std::snprintf(tag, sizeof tag, ".%llx%x%x-%d", now, ++counter, static_cast<unsigned>(attempt),
                   static_cast<int>(::getpid()));
     // Cut a long name so that the hidden one still fits a directory entry.
-    return "." + name.substr(0, 200) + tag + std::string(kTempSuffix);
+    std::string hidden(".");
+    hidden.append(name, 0, 200).append(tag).append(kTempSuffix);
+    return hidden;
 }
 
 // The process that made a hidden new file, or 0 for a name of any other kind.
@@ -535,20 +537,25 @@ SafeReplace::~SafeReplace()
 
 Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
 {
-    if (Error error = resolvelinks(given, target))
-        return error;
-    name = target.filename().string();
-    if (name.empty() || name == "." || name == "..")
-        return errorfromerrno(EISDIR, given);
-    if (Error error = opendir(parentof(target)))
-        return error;
-
-    // The name itself, never a link's target, looked at in the directory
+    // The name itself, never a link's target, is looked at in the directory
     // just opened: nothing is opened, so neither a FIFO nor a device is, and
-    // no read permission is needed to check it.
-    const int rc = checked("fstat-original", [&] {
-        return ::fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW);
-    });
+    // no read permission is needed to check it. Most names are no link: one
+    // look settles it; a link is followed to its end, and the directory of
+    // that end is opened instead.
+    target = given;
+    int rc = 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        name = target.filename().string();
+        if (name.empty() || name == "." || name == "..")
+            return errorfromerrno(EISDIR, given);
+        if (Error error = opendir(parentof(target)))
+            return error;
+        rc = checked("fstat-original", [&] { return ::fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW); });
+        if (pass == 1 || rc != 0 || !S_ISLNK(st.st_mode))
+            break;
+        if (Error error = resolvelinks(given, target))
+            return error;
+    }
     if (rc != 0 && errno == ENOENT && missing == Missing::Create) {
         exists = false;
         st = {};
@@ -652,6 +659,14 @@ std::int64_t SafeReplace::writtenlength() const
 std::int64_t SafeReplace::originallength() const
 {
     return static_cast<std::int64_t>(impl_->st.st_size);
+}
+
+std::int64_t SafeReplace::lengthnow() const
+{
+    struct stat st {};
+    if (::fstatat(impl_->dir.get(), impl_->name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return -1;
+    return static_cast<std::int64_t>(st.st_size);
 }
 
 const Error& SafeReplace::writeerror() const

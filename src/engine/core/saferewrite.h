@@ -84,6 +84,10 @@ public:
     // Length of the original file as it was opened.
     std::int64_t originallength() const;
 
+    // Length of what the name holds now, looked at in the directory opened
+    // at begin(); -1 with errno set when there is nothing to look at.
+    std::int64_t lengthnow() const;
+
     // The first failed write, kept for commit(); code 0 while none failed.
     const Error& writeerror() const;
 
