@@ -87,14 +87,29 @@ bool readfilelist(const std::string& from, char end, CliHost& host)
 // The lines in List1 order, each real name staying with its line.
 void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names)
 {
-    std::vector<std::size_t> order(lines.size());
-    for (std::size_t i = 0; i < order.size(); ++i)
-        order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return lines[a] < lines[b]; });
+    // The first eight bytes of each line as a big-endian number (integer
+    // order is then byte order) settle most comparisons without a look at
+    // the strings, which lie all over the heap.
+    struct Entry {
+        std::uint64_t key;
+        std::size_t index;
+    };
+    std::vector<Entry> order(lines.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        std::uint64_t key = 0;
+        for (std::size_t k = 0; k < 8; ++k)
+            key = key << 8 | (k < lines[i].size() ? static_cast<unsigned char>(lines[i][k]) : 0);
+        order[i] = {key, i};
+    }
+    std::stable_sort(order.begin(), order.end(), [&](const Entry& a, const Entry& b) {
+        return a.key != b.key ? a.key < b.key : lines[a.index] < lines[b.index];
+    });
     std::vector<std::string> sortedLines, sortedNames;
-    for (std::size_t i : order) {
-        sortedLines.push_back(std::move(lines[i]));
-        sortedNames.push_back(std::move(names[i]));
+    sortedLines.reserve(lines.size());
+    sortedNames.reserve(names.size());
+    for (const Entry& e : order) {
+        sortedLines.push_back(std::move(lines[e.index]));
+        sortedNames.push_back(std::move(names[e.index]));
     }
     lines = std::move(sortedLines);
     names = std::move(sortedNames);
