@@ -83,8 +83,8 @@ public:
 // Buffers small writes into large ones; long spans go straight through.
 // After the first failed write everything else is dropped, so the length of
 // what arrived stays short and the length check refuses it. A replace with a
-// hit every few dozen bytes writes twice per hit, so the common case (a
-// short span that fits) is a copy into the buffer, inline.
+// hit every few dozen bytes writes twice per hit: writeover() and the
+// cursor make those copies of fixed length.
 class OutputBuffer {
 public:
     // Writes shorter than kDirectWrite are gathered up to kBuffer bytes: few
@@ -101,14 +101,6 @@ public:
         // must never see.
         if (bytes.empty())
             return;
-        if (bytes.size() <= 128 && room_ >= 128) [[likely]] {
-            // The span between two hits a few dozen bytes apart: two copies
-            // of fixed length that overlap, with no call.
-            copysmall(buf_.get() + used_, bytes.data(), bytes.size());
-            used_ += bytes.size();
-            room_ -= bytes.size();
-            return;
-        }
         if (bytes.size() <= room_ && bytes.size() < kDirectWrite) [[likely]] {
             std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
             used_ += bytes.size();
@@ -148,29 +140,6 @@ public:
 
 private:
     void writeslow(std::string_view bytes);
-    static void copysmall(char* to, const char* from, std::size_t n)
-    {
-        if (n >= 64) {
-            std::memcpy(to, from, 64);
-            std::memcpy(to + n - 64, from + n - 64, 64);
-        } else if (n >= 32) {
-            std::memcpy(to, from, 32);
-            std::memcpy(to + n - 32, from + n - 32, 32);
-        } else if (n >= 16) {
-            std::memcpy(to, from, 16);
-            std::memcpy(to + n - 16, from + n - 16, 16);
-        } else if (n >= 8) {
-            std::memcpy(to, from, 8);
-            std::memcpy(to + n - 8, from + n - 8, 8);
-        } else if (n >= 4) {
-            std::memcpy(to, from, 4);
-            std::memcpy(to + n - 4, from + n - 4, 4);
-        } else {
-            for (std::size_t k = 0; k < n; ++k)
-                to[k] = from[k];
-        }
-    }
-
     ByteSink* sink_;
     std::unique_ptr<char[]> buf_;
     std::size_t used_ = 0;
