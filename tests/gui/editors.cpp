@@ -74,14 +74,12 @@ private:
 };
 
 // Makes the line of `name` current in `list`; false when there is none.
-bool makecurrent(QListWidget* list, const std::string& name)
+bool makecurrent(QAbstractItemView* list, const std::string& name)
 {
-    for (int i = 0; i < list->count(); ++i)
-        if (fromwidget(list->item(i)->text()).starts_with(name + '\t')) {
-            list->setCurrentRow(i);
-            return true;
-        }
-    return false;
+    const int row = findrow(list, towidget(name + '\t'));
+    if (row >= 0)
+        setcurrentrow(list, row);
+    return row >= 0;
 }
 
 QString shownmenu(const Form1& form)
@@ -120,11 +118,12 @@ private slots:
         QFETCH(StartRow, row);
         EditorWorld world(row.vellumix);
         QDir().mkpath(QString::fromStdString(world.file("sub")));
-        writebytes(world.file("sub/a.txt"), "abc");
+        writebytes(world.file("sub/a.txt"), std::string(1233, '-') + "HIT");
         world.dialogs.launch = row.launch;
         auto form = world.start();
         form->chkIncludeSubs->click();
-        form->List2->addItem("sub/a.txt\t000001234");
+        form->Text2->setText("HIT");
+        form->cmd_Click(0);
         QVERIFY(makecurrent(form->List1, "sub/a.txt") && makecurrent(form->List2, "sub/a.txt"));
         if (row.launch)
             QFile::remove(QString::fromStdString(world.at("exe/vellumix")));
@@ -265,7 +264,7 @@ private slots:
 
         // Without a current line the menu names no file, and nothing is asked.
         world.dialogs.records.clear();
-        form->List1->setCurrentRow(-1);
+        form->List1->setCurrentIndex(QModelIndex());
         QCOMPARE(shownmenu(*form), "&Edit  using notepad|off; E&dit  using notepad|off; Dump &Int4 File|off");
         form->mnuDumpInt4_Click();
         QVERIFY(world.dialogs.records.empty());

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <unistd.h>
+
 #include "engine/core/faultinject.h"
 #include "gui/mainwindow/windowhost.h"
 #include "support/guiworld.h"
@@ -13,14 +15,6 @@ using namespace brindlex::gui;
 using namespace brindlex::gui::test;
 
 namespace {
-
-QStringList lines(const QListWidget* list)
-{
-    QStringList out;
-    for (int i = 0; i < list->count(); ++i)
-        out << list->item(i)->text();
-    return out;
-}
 
 // List lines built apart from the program's own formatting.
 QString sized(const QString& name, int size) { return name + '\t' + QString::number(size).rightJustified(8, '0'); }
@@ -129,8 +123,8 @@ private slots:
         QCOMPARE(lines(form->List1), row.list1);
         QCOMPARE(cleared.count(), row.listings);
         // Current but not selected: a selection would narrow the next run.
-        QCOMPARE(form->List1->currentRow(), row.command.isEmpty() || row.list1.isEmpty() ? -1 : 0);
-        QVERIFY(form->List1->selectedItems().isEmpty());
+        QCOMPARE(currentrow(form->List1), row.command.isEmpty() || row.list1.isEmpty() ? -1 : 0);
+        QVERIFY(!form->List1->selectionModel()->hasSelection());
         QCOMPARE(QApplication::focusWidget(), form->Text1);
         QVERIFY(idle(*form));
     }
@@ -209,7 +203,7 @@ private slots:
         World world({{"a.txt", "xaAx"}, {"b.txt", "AaA"}});
         auto form = world.start();
         // With the case to match and a line selected, the run keeps to that file.
-        form->List1->item(1)->setSelected(true);
+        form->List1->selectionModel()->select(form->List1->model()->index(1, 0), QItemSelectionModel::Select);
         setrun(*form, "A", {}, true);
         QTest::mouseClick(form->cmd[0], Qt::LeftButton);
         QCOMPARE(lines(form->List2), QStringList({hitline("b.txt", 1), hitline("b.txt", 3)}));
@@ -259,7 +253,7 @@ private slots:
         QCOMPARE(readfile(one), row.first);
         QCOMPARE(readfile(two), row.second);
         QCOMPARE(lines(form->List1), QStringList({sized("1.txt", 6) + row.star, sized("2.txt", 1) + row.star}));
-        QCOMPARE(form->List2->count(), row.replies.size());
+        QCOMPARE(rows(form->List2), row.replies.size());
         QCOMPARE(form->host().bCancel, row.star.isEmpty());
         QVERIFY(idle(*form));
         const QStringList asked = world.dialogs.seen(DialogRecord::Kind::Message);
@@ -310,11 +304,39 @@ private slots:
         auto form = world.start();
         setrun(*form, "q", "Q", true);
         form->cmd_Click(1);
-        QCOMPARE(form->List2->count(), std::min(hits, 1000));
+        QCOMPARE(rows(form->List2), std::min(hits, 1000));
         QCOMPARE(form->Label5->text(), hits < 1000 ? QString::number(hits) : QStringLiteral("more than 1000"));
         QCOMPARE(lines(form->List2).last(), hitline("b.txt", std::min(hits, 1000) - hits / 2));
         // Hits behind the list's end are replaced all the same.
         QCOMPARE(readfile(world.file("b.txt")), QByteArray(hits - hits / 2, 'Q'));
+    }
+
+    // More files than a list box of 16-bit counts holds: a Replace rewrites
+    // every file with a hit, the last of the list too.
+    void replaceOverManyFiles()
+    {
+        World world;
+        constexpr int kFiles = 40000, kEvery = 5000;
+        // Names of one file without a hit (links are made far faster than
+        // files), and a file of its own for each hit.
+        const QByteArray none = QFile::encodeName(world.at("none"));
+        writefile(world.at("none"), "none");
+        for (int f = 0; f < kFiles; ++f) {
+            const QString name = world.file(QStringLiteral("f%1").arg(f, 5, 10, QLatin1Char('0')));
+            if (f % kEvery == kEvery - 1)
+                writefile(name, "a hit");
+            else
+                QVERIFY(::link(none.constData(), QFile::encodeName(name).constData()) == 0);
+        }
+        auto form = world.start();
+        QCOMPARE(rows(form->List1), kFiles);
+        setrun(*form, "hit", "HIT", true);
+        form->cmd_Click(1);
+        QCOMPARE(form->Label5->text(), QString::number(kFiles / kEvery));
+        for (int f = kEvery - 1; f < kFiles; f += kEvery)
+            QCOMPARE(readfile(world.file(QStringLiteral("f%1").arg(f, 5, 10, QLatin1Char('0')))), QByteArray("a HIT"));
+        QCOMPARE(lines(form->List1).last(), sized("f39999", 5) + '*');
+        QCOMPARE(readfile(world.file("f39998")), QByteArray("none"));
     }
 
     void enterChain()
@@ -323,7 +345,7 @@ private slots:
         auto form = world.start();
         form->Text1->clear();
         QTest::keyClicks(form->Text1, "*.txt");
-        QCOMPARE(form->List1->count(), 0);
+        QCOMPARE(rows(form->List1), 0);
         // The guard of selectalltext is cleared before each Enter, as the time
         // a person takes between two keys would.
         form->dLastFocus = 0;
@@ -352,7 +374,7 @@ private slots:
         auto click = [&](int index) {
             emit form->mnuopt->aboutToShow();
             form->mnuOptLog[std::size_t(index)]->trigger();
-            return QStringLiteral("%1 %2%3%4").arg(form->nLogMode).arg(form->mnuOptLog[0]->isChecked())
+            return QStringLiteral("%1 %2%3%4").arg(form->state().nLogMode).arg(form->mnuOptLog[0]->isChecked())
                 .arg(form->mnuOptLog[1]->isChecked()).arg(form->mnuConvertHex->isChecked());
         };
         // The first word of each log line; the lines themselves are checked
@@ -416,7 +438,7 @@ private slots:
         setrun(*form, "old text", "new");
         if (run)
             form->cmd_Click(0);
-        QCOMPARE(form->List2->count(), int(run));
+        QCOMPARE(rows(form->List2), int(run));
         click(*form, "&New");
         QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input),
                  QStringList({"brindlex|Name for \r\n\r\nold text==>new\r\n\r\n?"}));
@@ -425,7 +447,7 @@ private slots:
         QVERIFY(readfile(defaultini(world)).contains("\r\n" + name.toLatin1() + "=old%20text==>new\r\n"));
         QVERIFY(shown(*form).contains(name + "|old%20text==>new"));
         // The save rebuilt the menu, and the hits of the run went with it.
-        QCOMPARE(form->List2->count(), 0);
+        QCOMPARE(rows(form->List2), 0);
     }
 
     void listRun()

@@ -46,9 +46,8 @@ public:
     // Opens `name` from the file list, with the page box at `heightTwips`.
     Form2& open(const QString& name, int heightTwips = kDesignHeight)
     {
-        for (int row = 0; row < form->List1->count(); ++row)
-            if (form->List1->item(row)->text().startsWith(name + '\t'))
-                form->List1->setCurrentRow(row);
+        if (const int row = findrow(form->List1, name + '\t'); row >= 0)
+            setcurrentrow(form->List1, row);
         form->List1_DblClick();
         Form2& viewer = *form->viewer();
         setheight(viewer, heightTwips);
@@ -171,13 +170,13 @@ private slots:
         Form1& form = world.start();
         form.view.nViewWidth = row.firstWidth;
         if (row.from == "List1") {
-            form.List1->setCurrentItem(form.List1->findItems(name + '\t', Qt::MatchStartsWith).value(0));
+            setcurrentrow(form.List1, findrow(form.List1, name + '\t'));
             form.List1_DblClick();
         } else {
             world.find("HIT");
-            QCOMPARE(form.List2->count(), 1);
+            QCOMPARE(rows(form.List2), 1);
             QTest::mouseClick(form.List2->viewport(), Qt::LeftButton, {},
-                              form.List2->visualItemRect(form.List2->item(0)).center());
+                              form.List2->visualRect(form.List2->model()->index(0, 0)).center());
             QTRY_VERIFY(form.List2->hasFocus());
         }
         QVERIFY(form.viewer() && form.viewer()->isVisible());
@@ -368,8 +367,8 @@ private slots:
         world.write("b", "HITxx");
         Form1& form = world.start();
         world.find("HIT");
-        QCOMPARE(form.List2->count(), 3);
-        form.List2->setCurrentRow(0);
+        QCOMPARE(rows(form.List2), 3);
+        setcurrentrow(form.List2, 0);
         form.List2_Click();
         Form2& viewer = *form.viewer();
         // The arrow keys in List2 show each hit they reach.
@@ -382,7 +381,7 @@ private slots:
         QStringList seen;
         for (const int shift : {0, 0, 0, 1, 1, 1, 0}) {
             viewer.Form_KeyUp(114, shift);
-            seen << QString::number(form.List2->currentRow()) + ':' + QFileInfo(QString::fromStdString(form.view.sViewFile)).fileName()
+            seen << QString::number(currentrow(form.List2)) + ':' + QFileInfo(QString::fromStdString(form.view.sViewFile)).fileName()
                         + '@' + QString::number(form.view.lViewHit);
         }
         QCOMPARE(seen, (QStringList{"1:a@10", "2:b@1", "2:b@1", "1:a@10", "0:a@3", "-1:a@3", "0:a@3"}));

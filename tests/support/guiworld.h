@@ -32,6 +32,31 @@ inline QByteArray readfile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
 }
 
+// The lines a list view shows, and its rows by number, as the user sees them.
+inline QStringList lines(const QAbstractItemView* list)
+{
+    QStringList out;
+    const QAbstractItemModel* model = list->model();
+    for (int i = 0; i < model->rowCount(); ++i)
+        out << model->index(i, 0).data().toString();
+    return out;
+}
+inline int rows(const QAbstractItemView* list) { return list->model()->rowCount(); }
+inline int currentrow(const QAbstractItemView* list)
+{
+    return list->currentIndex().isValid() ? list->currentIndex().row() : -1;
+}
+inline void setcurrentrow(QAbstractItemView* list, int row) { list->setCurrentIndex(list->model()->index(row, 0)); }
+// The first row whose line begins with `start`, or -1.
+inline int findrow(const QAbstractItemView* list, const QString& start)
+{
+    const QStringList shown = lines(list);
+    for (int i = 0; i < shown.size(); ++i)
+        if (shown[i].startsWith(start))
+            return i;
+    return -1;
+}
+
 class World {
 public:
     explicit World(std::initializer_list<std::pair<QString, QByteArray>> tree = {})

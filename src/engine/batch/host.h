@@ -115,8 +115,9 @@ public:
     // against the scan.
     virtual void progress(bool /*bBegins*/, std::int64_t /*lDone*/, std::int64_t /*lLen*/) {}
 
-    // Line `index` of the file list was rewritten by a run: its new text.
-    virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}
+    // Line `index` of the file list was rewritten by a run: its new entry
+    // (the size after the rewrite, marked rewritten).
+    virtual void lineupdated(std::size_t /*index*/, const FileEntry& /*entry*/) {}
 };
 
 }  // namespace brindlex

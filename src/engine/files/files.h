@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,18 +39,27 @@ bool wildcardmatch(std::string_view mask, std::string_view name);
 // and "*" once a run has rewritten the file: "sub/a.txt\t00001234*".
 std::string list1line(std::string_view relname, std::int64_t size, bool rewritten = false);
 
+// A file of the list: its real name relative to the base directory (bytes),
+// its size as listed, and whether a run has rewritten it. Its line is
+// list1line(name, size, rewritten).
+struct FileEntry {
+    std::string name;
+    std::int64_t size = 0;
+    bool rewritten = false;
+};
+inline std::string list1line(const FileEntry& e) { return list1line(e.name, e.size, e.rewritten); }
+
 // The first field of a list line, as nexttoken at the tab gives it: the
 // text before the first tab trimmed of spaces; a line without a tab whole.
 std::string firstfield(const std::string& line);
 
-// The order of List1: ascending by the bytes of the lines, as unsigned
-// values (a byte above 127 sorts behind "z"). sortlist1 sorts a whole list;
-// list1insertion is where `line` goes among `count` sorted lines, behind
-// those equal to it, `lineat(i)` giving line i.
-bool list1less(std::string_view a, std::string_view b);
-void sortlist1(std::vector<std::string>& lines);
-std::size_t list1insertion(std::size_t count, const std::function<std::string(std::size_t)>& lineat,
-                           std::string_view line);
+// The order of List1: ascending by the bytes of the entries' lines, as
+// unsigned values (a byte above 127 sorts behind "z"; "a\t1" before "a.b"
+// before "a/z"), equal lines in the order they came. One sort of the whole
+// list, O(n log n): the first eight bytes of each line settle most
+// comparisons without a look at the names, which lie all over the heap, and
+// no line is ever made.
+void sortlist1(std::vector<FileEntry>& entries);
 
 // A List2 line (a hit): the name relative to the base directory, tab, the
 // 1-based position as "000000000", longer numbers in full:

@@ -9,7 +9,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
+#include <QListView>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMouseEvent>
@@ -29,6 +29,7 @@
 #include "engine/dump/dump.h"
 #include "engine/files/files.h"
 #include "engine/pattern/stringtools.h"
+#include "gui/mainwindow/listmodel.h"
 #include "gui/mainwindow/tabstopdelegate.h"
 #include "gui/mainwindow/windowhost.h"
 #include "engine/replacements/profile.h"
@@ -126,10 +127,14 @@ public:
         return c;
     }
 
-    QListWidget* listbox(const char* name, int left, int top, int width) const
+    QListView* listbox(const char* name, int left, int top, int width, QAbstractItemModel* model) const
     {
-        auto* l = new QListWidget(client);
+        auto* l = new QListView(client);
         place(l, name, left, top, width, 1980);
+        l->setModel(model);
+        // Every line is one text line high: the view need not measure
+        // 100,000 of them.
+        l->setUniformItemSizes(true);
         l->setSelectionMode(QAbstractItemView::ExtendedSelection);
         l->setItemDelegate(new TabStopDelegate(l));
         return l;
@@ -141,7 +146,10 @@ public:
     const int dpiY;
 };
 
-Form1::Form1(QWidget* parent) : QMainWindow(parent), windowHost(std::make_unique<WindowHost>(*this))
+Form1::Form1(QWidget* parent)
+    : QMainWindow(parent), filesModel(new SessionListModel(session, SessionListModel::Which::Files, this)),
+      hitsModel(new SessionListModel(session, SessionListModel::Which::Hits, this)),
+      windowHost(std::make_unique<WindowHost>(*this, session, *filesModel, *hitsModel))
 {
     setObjectName(QStringLiteral("Form1"));
     setWindowTitle(towidget(std::string(sCaption)));
@@ -206,19 +214,26 @@ void Form1::buildlists(Designer& d)
 {
     Label2 = d.label("Label2", "Size", 4850, 2160, 1410, 240, Qt::AlignLeft);
     setcolour(Label2, kDarkRed);
-    List1 = d.listbox("List1", 135, 2385, 6480);
+    List1 = d.listbox("List1", 135, 2385, 6480, filesModel);
     Label5 = d.label("Label5", "____", 120, 4560, 435, 195, Qt::AlignLeft);
     setcolour(Label5, kDarkRed);
     Label5->adjustSize();
     Label4 = d.label("Label4", "Location", 4850, 4560, 1410, 240, Qt::AlignLeft);
     setcolour(Label4, kDarkRed);
-    List2 = d.listbox("List2", 120, 4785, 6495);
+    List2 = d.listbox("List2", 120, 4785, 6495, hitsModel);
     List2->installEventFilter(this);
 
+    // The options go into the session as they change; a click on the
+    // check box lists again with the new state.
+    connect(chkIncludeSubs, &QCheckBox::toggled, this, [this](bool on) { session.bIncludeSubs = on; });
+    connect(chkCase, &QCheckBox::toggled, this, [this](bool on) { session.bMatchCase = on; });
+    connect(chkAsk, &QCheckBox::toggled, this, [this](bool on) { session.bAsk = on; });
+    connect(Text2, &QLineEdit::textChanged, this, [this](const QString& t) { session.sFind = fromwidget(t); });
+    connect(Text3, &QLineEdit::textChanged, this, [this](const QString& t) { session.sReplace = fromwidget(t); });
     connect(chkIncludeSubs, &QCheckBox::clicked, this, [this] { chkIncludeSubs_Click(); });
-    connect(List1, &QListWidget::itemDoubleClicked, this, [this] { List1_DblClick(); });
-    connect(List2, &QListWidget::itemClicked, this, [this] { List2_Click(); });
-    connect(List2, &QListWidget::itemDoubleClicked, this, [this] { List2_DblClick(); });
+    connect(List1, &QListView::doubleClicked, this, [this] { List1_DblClick(); });
+    connect(List2, &QListView::clicked, this, [this] { List2_Click(); });
+    connect(List2, &QListView::doubleClicked, this, [this] { List2_DblClick(); });
 
     // The keyboard order of the design's tab indexes.
     const std::initializer_list<QWidget*> order{Text1, Text2, Text3, cmd[0], cmd[1], cmd[2],
@@ -296,13 +311,13 @@ void Form1::Form_Load(const std::string& sCommand)
     sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
     view.nViewMode = kModeAutoDetect;
     mnuRepl->setProperty("Tag", QStringLiteral("user0"));
-    bConvertHex = true;
+    session.bConvertHex = true;
     if (preparedworkdir()) {
-        sLogFile = logfilepath();
-        sScratch = scratchfilepath();
+        session.sLogFile = logfilepath();
+        session.sScratch = scratchfilepath();
         std::error_code ignored;
-        std::filesystem::remove(sLogFile, ignored);
-        if (const std::string finished = finishinterruptedcopy(sScratch); !finished.empty())
+        std::filesystem::remove(session.sLogFile, ignored);
+        if (const std::string finished = finishinterruptedcopy(session.sScratch); !finished.empty())
             dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
@@ -311,9 +326,9 @@ void Form1::Form_Load(const std::string& sCommand)
     if (!sCommand.empty()) {
         Text1->setText(towidget(sCommand));
         cmd_Click(2);
-        if (List1->count() == 0)
+        if (session.files.empty())
             chkIncludeSubs_Click();
-        if (List1->count() > 0) {
+        if (!session.files.empty()) {
             // The first line becomes the current one without being selected:
             // a selection would narrow the next run to that file.
             List1->setCurrentIndex(List1->model()->index(0, 0));
@@ -352,9 +367,9 @@ void Form1::cmd_Click(int Index)
         if (busy())
             return;
         saverep(std::string());
-        if (List1->count() == 0)
+        if (session.files.empty())
             cmd_Click(2);
-        findinfiles(fromwidget(Text2->text()), Index == 1);
+        findinfiles(session.sFind, Index == 1);
         break;
     case 2:
         if (!busy())
@@ -371,16 +386,18 @@ void Form1::cmd_Click(int Index)
 void Form1::listing()
 {
     BusyScope scope(nBusy);
-    List1->clear();
+    filesModel->reset([this] { session.files.clear(); });
     std::error_code ec;
     const std::filesystem::path cwd = std::filesystem::current_path(ec);
     const std::string mask = expandmask(fromwidget(Text1->text()), cwd);
     Text1->setText(towidget(mask));
-    const std::string baseDir = basedirfor(mask);
-    lblDir->setText(towidget(baseDir));
+    session.baseDir = basedirfor(mask);
+    lblDir->setText(towidget(session.baseDir));
     lblDir->adjustSize();
     windowHost->beginwork();
-    listfiles(mask, chkIncludeSubs->isChecked(), baseDir, *windowHost);
+    // The walk gathers the entries; the list shows them once, sorted.
+    listfiles(mask, session.bIncludeSubs, session.baseDir, *windowHost);
+    filesModel->append(session.files.size(), [this] { sortlist1(session.files); });
     windowHost->flush();
     List1->raise();
 }
@@ -390,29 +407,12 @@ void Form1::findinfiles(const std::string& sFind, bool bReplace)
     if (busy())
         return;
     BusyScope scope(nBusy);
-    RunRequest request;
-    request.sFind = sFind;
-    request.sReplaceText = fromwidget(Text3->text());
-    request.bReplace = bReplace;
-    request.bMatchCase = chkCase->isChecked();
-    request.bAsk = chkAsk->isChecked();
-    request.bConvertHex = bConvertHex;
-    request.nLogMode = nLogMode;
-    request.sLogFile = sLogFile;
-    request.sScratch = sScratch;
-    request.baseDir = fromwidget(lblDir->text());
-    request.bReadAhead = true;
-    const int count = List1->count();
-    request.lines.reserve(static_cast<std::size_t>(count));
-    request.selected.reserve(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-        const QListWidgetItem* line = List1->item(i);
-        request.lines.push_back(fromwidget(line->text()));
-        request.names.push_back(line->data(kRealNameRole).toByteArray().toStdString());
-        request.selected.push_back(line->isSelected());
-    }
+    std::vector<bool> selected(session.files.size());
+    for (const QModelIndex& line : List1->selectionModel()->selectedIndexes())
+        selected[static_cast<std::size_t>(line.row())] = true;
+    const RunRequest request = session.request(sFind, bReplace, std::move(selected));
     if (!sFind.empty())
-        sLastFind = sFind;
+        session.sLastFind = sFind;
     windowHost->beginwork();
     brindlex::findinfiles(request, *windowHost);
     windowHost->flush();
@@ -428,7 +428,7 @@ void Form1::lblDir_Click()
     if (busy())
         return;
     std::string answer = fromwidget(dialogs().inputbox(this, QStringLiteral("Directory?"),
-                                                       towidget(std::string(sTitle)), lblDir->text()));
+                                                       towidget(std::string(sTitle)), towidget(session.baseDir)));
     if (answer.empty())
         return;
     if (answer.back() != '/')
@@ -465,7 +465,7 @@ bool Form1::eventFilter(QObject* watched, QEvent* event)
     // A key press is a key that gives a character; Enter gives CR.
     const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
     if (box == Text1 && (enter || !key->text().isEmpty()))
-        List1->clear();
+        filesModel->reset([this] { session.files.clear(); });
     if (!enter)
         return false;
     if (box == Text1) {
@@ -490,7 +490,7 @@ void Form1::selectalltext(QLineEdit* box)
     box->setFocus();
 }
 
-void Form1::settabstops(QListWidget* lstList, const std::string& sStops)
+void Form1::settabstops(QAbstractItemView* lstList, const std::string& sStops)
 {
     std::string copy = sStops;
     std::vector<int> stops;
@@ -504,14 +504,14 @@ void Form1::settabstops(QListWidget* lstList, const std::string& sStops)
 
 void Form1::mnuConvertHex_Click()
 {
-    bConvertHex = !bConvertHex;
+    session.bConvertHex = !session.bConvertHex;
 }
 
 void Form1::mnuopt_Click()
 {
-    mnuOptLog[0]->setChecked((nLogMode & kLogFinds) != 0);
-    mnuOptLog[1]->setChecked((nLogMode & kLogReplaces) != 0);
-    mnuConvertHex->setChecked(bConvertHex);
+    mnuOptLog[0]->setChecked((session.nLogMode & kLogFinds) != 0);
+    mnuOptLog[1]->setChecked((session.nLogMode & kLogReplaces) != 0);
+    mnuConvertHex->setChecked(session.bConvertHex);
 }
 
 void Form1::mnuOptLog_Click(int Index)
@@ -519,9 +519,9 @@ void Form1::mnuOptLog_Click(int Index)
     if (Index == 0 || Index == 1) {
         const int bit = Index == 0 ? kLogFinds : kLogReplaces;
         if (mnuOptLog[static_cast<std::size_t>(Index)]->isChecked())
-            nLogMode &= ~bit;
+            session.nLogMode &= ~bit;
         else
-            nLogMode |= bit;
+            session.nLogMode |= bit;
     }
     mnuopt_Click();
 }
@@ -530,15 +530,15 @@ void Form1::mnuOptViewLog_Click()
 {
     // A log that doesn't exist opens nothing, and says nothing.
     std::error_code ec;
-    if (!sLogFile.empty() && std::filesystem::is_regular_file(sLogFile, ec))
-        dialogs().shellopen(QString::fromStdString(sLogFile.string()));
+    if (!session.sLogFile.empty() && std::filesystem::is_regular_file(session.sLogFile, ec))
+        dialogs().shellopen(QString::fromStdString(session.sLogFile.string()));
 }
 
 void Form1::mnuoptKillLog_Click()
 {
     std::error_code ignored;
-    if (!sLogFile.empty())
-        std::filesystem::remove(sLogFile, ignored);
+    if (!session.sLogFile.empty())
+        std::filesystem::remove(session.sLogFile, ignored);
 }
 
 void Form1::mnuHelp_Click()
@@ -557,7 +557,7 @@ void Form1::loadreplist(bool bShowMessage)
 {
     const std::vector<RepItem> items = brindlex::loadreplist(sIniFile, nRepCount);
     // The hit list is the rebuild's working list: what it showed is gone.
-    List2->clear();
+    hitsModel->reset([this] { session.hits.clear(); });
     fillrepmenu(mnuRepl, mnuRep, items, this, [this](int Index) { mnuRep_Click(Index); });
     if (bShowMessage) {
         // Below the sets stand "-" and "&New", and for a file of the user's
@@ -576,7 +576,7 @@ void Form1::saverep(const std::string& sName)
     };
     Error failed;
     const std::optional<std::string> key = brindlex::saverep(
-        sName, fromwidget(Text2->text()), fromwidget(Text3->text()), sIniFile, nRepCount, ask, &failed);
+        sName, session.sFind, session.sReplace, sIniFile, nRepCount, ask, &failed);
     if (!key)
         return;
     mnuRepl->setProperty("Tag", towidget(*key));
@@ -594,7 +594,7 @@ void Form1::mnuRep_Click(int Index)
     const RepItem clicked = repitem(mnuRep[static_cast<std::size_t>(Index)]);
     const RepAction action = repaction(clicked.tag);
     if (action == RepAction::New) {
-        if (Text2->text().isEmpty())
+        if (session.sFind.empty())
             dialogs().messagebox(this, towidget(std::string(kFillInMessage)), Buttons::Ok, Icon::None,
                                  towidget(std::string(sTitle)));
         else
@@ -636,16 +636,21 @@ void Form1::mnuOpenRepFile_Click()
     loadreplist(true);
 }
 
-List2Hit Form1::currententry(const QListWidget* list) const
+int Form1::currentrow(const QListView* list) const
 {
-    const QListWidgetItem* line = list->currentRow() < 0 ? nullptr : list->currentItem();
-    if (!line)
+    const QModelIndex current = list->currentIndex();
+    return current.isValid() ? current.row() : -1;
+}
+
+List2Hit Form1::currententry(const QListView* list) const
+{
+    const int row = currentrow(list);
+    if (row < 0)
         return {};
-    List2Hit entry = readlist2line(fromwidget(line->text()));
-    const QVariant real = line->data(kRealNameRole);
-    if (real.isValid())
-        entry.sName = real.toByteArray().toStdString();
-    return entry;
+    const auto at = static_cast<std::size_t>(row);
+    if (list == List1)
+        return at < session.files.size() ? List2Hit{session.files[at].name, 0} : List2Hit{};
+    return at < session.hits.size() ? session.hits[at] : List2Hit{};
 }
 
 void Form1::mnuFile_Click()
@@ -722,7 +727,7 @@ void Form1::mnuDumpInt4_Click()
 
 std::string Form1::fullname(const std::string& sName) const
 {
-    return fromwidget(lblDir->text()) + sName;
+    return session.baseDir + sName;
 }
 
 void Form1::showviewer()
@@ -761,7 +766,7 @@ void Form1::openhit()
 
 void Form1::List2_Click()
 {
-    if (List2->currentRow() < 0)
+    if (currentrow(List2) < 0)
         return;
     openhit();
     activateWindow();
@@ -770,7 +775,7 @@ void Form1::List2_Click()
 
 void Form1::List2_DblClick()
 {
-    if (List2->currentRow() >= 0)
+    if (currentrow(List2) >= 0)
         openhit();
 }
 
@@ -778,25 +783,25 @@ void Form1::List2_DblClick()
 void Form1::List2_KeyWalk(const QEvent* event)
 {
     if (event->type() == QEvent::KeyPress)
-        nRowBeforeKey = List2->currentRow();
+        nRowBeforeKey = currentrow(List2);
     else if (event->type() == QEvent::KeyRelease && !static_cast<const QKeyEvent*>(event)->isAutoRepeat()
-             && List2->currentRow() != nRowBeforeKey)
+             && currentrow(List2) != nRowBeforeKey)
         List2_Click();
 }
 
 int Form1::hitcount() const
 {
-    return List2->count();
+    return static_cast<int>(session.hits.size());
 }
 
 int Form1::currenthit() const
 {
-    return List2->currentRow();
+    return currentrow(List2);
 }
 
 void Form1::sethit(int row)
 {
-    List2->setCurrentRow(row);
+    List2->setCurrentIndex(hitsModel->index(row));
     if (row >= 0)
         openhit();
 }
@@ -805,10 +810,10 @@ void Form1::findfromviewer(const std::string& pattern)
 {
     Text2->setText(towidget(pattern));
     findinfiles(pattern, false);
-    if (List2->count() == 0)
+    if (session.hits.empty())
         return;
-    List2->setCurrentRow(-1);
-    List2->setCurrentRow(0);
+    List2->setCurrentIndex(QModelIndex());
+    List2->setCurrentIndex(hitsModel->index(0));
     List2_Click();
 }
 

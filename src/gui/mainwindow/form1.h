@@ -22,14 +22,15 @@
 
 #include "engine/files/files.h"
 #include "gui/common/latin1.h"
+#include "gui/mainwindow/session.h"
 #include "gui/viewer/viewstate.h"
 
 class QAction;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
-class QListWidget;
-class QListWidgetItem;
+class QAbstractItemView;
+class QListView;
 class QMenu;
 class QProgressBar;
 class QPushButton;
@@ -38,6 +39,7 @@ namespace brindlex::gui {
 
 class Designer;
 class Form2;
+class SessionListModel;
 class WindowHost;
 
 class Form1 : public QMainWindow, private ViewerHost {
@@ -73,7 +75,7 @@ public:
 
     // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
     // list units (4 units = one average character width of the list's font).
-    void settabstops(QListWidget* lstList, const std::string& sStops);
+    void settabstops(QAbstractItemView* lstList, const std::string& sStops);
 
     void mnuConvertHex_Click();
     void mnuopt_Click();
@@ -129,6 +131,9 @@ public:
 
     WindowHost& host() { return *windowHost; }
 
+    // What the window holds: List1 and List2 show it.
+    const Session& state() const { return session; }
+
     // Controls.
     QLabel* Label1 = nullptr;
     QLabel* Label2 = nullptr;
@@ -147,8 +152,8 @@ public:
     QCheckBox* chkIncludeSubs = nullptr;
     QCheckBox* chkCase = nullptr;
     QCheckBox* chkAsk = nullptr;
-    QListWidget* List1 = nullptr;
-    QListWidget* List2 = nullptr;
+    QListView* List1 = nullptr;
+    QListView* List2 = nullptr;
 
     // Menus. mnuRepl and every mnuRep item carry the dynamic property "Tag"
     // (a QString): the current set's name on mnuRepl ("user0" at start),
@@ -175,11 +180,6 @@ public:
     std::string sEditor;
     std::filesystem::path exeDir;     // where Form_Load looks for vellumix
     int nDumpCount = 0;               // the number of the last sheet
-    std::filesystem::path sLogFile;   // empty when the work directory can't be used
-    std::filesystem::path sScratch;   // likewise
-    int nLogMode = 0;                 // kLogFinds | kLogReplaces (engine/batch/runlog.h)
-    bool bConvertHex = false;
-    std::string sLastFind;
     double dLastFocus = 0;            // days, see selectalltext
 
     // The viewer's state, set here before the viewer opens.
@@ -197,10 +197,9 @@ private:
     void Form_Unload();
     void listing();
     // The file of the current line of List1 or List2 and, for a hit, its
-    // position; an empty name when no line is current. The name is the real
-    // one the run kept with the line (kRealNameRole); a line without it is
-    // read back by readlist2line.
-    List2Hit currententry(const QListWidget* list) const;
+    // position; an empty name when no line is current.
+    List2Hit currententry(const QListView* list) const;
+    int currentrow(const QListView* list) const;
     // lblDir's caption and `sName`.
     std::string fullname(const std::string& sName) const;
     void startedit(const std::string& sPath, const std::string& sPosition);
@@ -212,10 +211,13 @@ private:
     int hitcount() const override;
     int currenthit() const override;
     void sethit(int row) override;
-    std::string lastfind() const override { return sLastFind; }
+    std::string lastfind() const override { return session.sLastFind; }
     void findfromviewer(const std::string& pattern) override;
     void endprogram() override { Form_Unload(); }
 
+    Session session;
+    SessionListModel* filesModel = nullptr;
+    SessionListModel* hitsModel = nullptr;
     std::unique_ptr<WindowHost> windowHost;
     std::unique_ptr<Form2> form2;
     int nBusy = 0;
