@@ -1,10 +1,12 @@
 #include "engine/core/inplace.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
@@ -23,7 +25,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view kMagic = "BRINDLEX UNDO 1\n";
+constexpr std::string_view kMagic = "BRINDLEX UNDO 2\n";
+constexpr std::size_t kHeadNumbers = 6;   // device, inode, size, birth (s, ns), path length
 constexpr std::string_view kEnd = "UNDO END";
 constexpr std::string_view kPrefix = "brindlex.undo.";
 constexpr std::size_t kTrailer = 8 + 8 + 8;    // kEnd, record count, checksum
@@ -57,7 +60,18 @@ std::uint64_t getnumber(std::string_view in)
 struct Target {
     fs::path path;
     std::uint64_t dev = 0, ino = 0, size = 0;
+    std::uint64_t bornSec = 0, bornNsec = 0;   // 0, 0 where the file system doesn't tell
 };
+
+// When the file was made: a file made anew in the place of another, even
+// under the same inode number, was born later. 0, 0 where unknown.
+std::pair<std::uint64_t, std::uint64_t> birthof(int fd)
+{
+    struct statx stx {};
+    if (::statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &stx) != 0 || !(stx.stx_mask & STATX_BTIME))
+        return {0, 0};
+    return {static_cast<std::uint64_t>(stx.stx_btime.tv_sec), stx.stx_btime.tv_nsec};
+}
 
 Error writeall(int fd, std::string_view bytes, std::int64_t offset, const fs::path& path, const char* step)
 {
@@ -89,41 +103,56 @@ bool readall(int fd, char* to, std::size_t n, std::int64_t offset)
 }
 
 // Reads a journal's records one by one from its open descriptor, from
-// `begin` up to `end`, in pieces of a bounded buffer.
+// `begin` up to `end`, through a buffer of a few pieces.
 class RecordReader {
 public:
     RecordReader(int fd, std::int64_t begin, std::int64_t end) : fd_(fd), at_(begin), end_(end) {}
 
     // The next record; false at the end, or with `bad` set on a record that
-    // runs past the end.
+    // runs past the end or can't be read.
     bool next(std::int64_t& offset, std::string_view& oldBytes, std::string_view& newBytes, bool& bad)
     {
         if (at_ >= end_)
             return false;
-        char head[12];
-        if (end_ - at_ < 12 || !readall(fd_, head, 12, at_))
+        if (!have(12))
             return bad = true, false;
+        const char* head = buf_.data() + used_;
         offset = static_cast<std::int64_t>(getnumber({head, 8}));
-        const std::uint32_t len = static_cast<std::uint32_t>(static_cast<unsigned char>(head[8]))
-            | static_cast<std::uint32_t>(static_cast<unsigned char>(head[9])) << 8
-            | static_cast<std::uint32_t>(static_cast<unsigned char>(head[10])) << 16
-            | static_cast<std::uint32_t>(static_cast<unsigned char>(head[11])) << 24;
-        if (offset < 0 || len == 0 || len > kChunk || end_ - at_ - 12 < 2 * static_cast<std::int64_t>(len))
+        std::uint32_t len = 0;
+        for (int i = 3; i >= 0; --i)
+            len = (len << 8) | static_cast<unsigned char>(head[8 + i]);
+        if (offset < 0 || len == 0 || len > kChunk || !have(12 + 2 * std::size_t{len}))
             return bad = true, false;
-        bytes_.resize(2 * std::size_t{len});
-        if (!readall(fd_, bytes_.data(), bytes_.size(), at_ + 12))
-            return bad = true, false;
-        oldBytes = std::string_view(bytes_).substr(0, len);
-        newBytes = std::string_view(bytes_).substr(len);
+        const std::string_view record(buf_.data() + used_ + 12, 2 * std::size_t{len});
+        oldBytes = record.substr(0, len);
+        newBytes = record.substr(len);
+        used_ += 12 + 2 * std::size_t{len};
         at_ += 12 + 2 * static_cast<std::int64_t>(len);
         return true;
     }
 
 private:
+    // At least `n` bytes of the journal from at_ in the buffer, not past end_.
+    bool have(std::size_t n)
+    {
+        if (end_ - at_ < static_cast<std::int64_t>(n))
+            return false;
+        if (buf_.size() - used_ >= n)
+            return true;
+        buf_.erase(0, used_);
+        used_ = 0;
+        const std::size_t kept = buf_.size();
+        const auto want = static_cast<std::size_t>(
+            std::min<std::int64_t>(end_ - at_, static_cast<std::int64_t>(std::max(n, 2 * kChunk))));
+        buf_.resize(want);
+        return readall(fd_, buf_.data() + kept, want - kept, at_ + static_cast<std::int64_t>(kept));
+    }
+
     int fd_;
     std::int64_t at_;
     std::int64_t end_;
-    std::string bytes_;
+    std::string buf_;        // the journal from at_ - used_ on
+    std::size_t used_ = 0;
 };
 
 // The security.capability attribute of an executable goes with any write by
@@ -147,19 +176,85 @@ void keepprivileges(int fd, const struct stat& before, const std::string& capabi
         ::fsetxattr(fd, "security.capability", capability.data(), capability.size(), 0);
 }
 
+// Writes pieces of ascending offsets into a file. Pieces close to each other
+// (a dense replace: a line end every few dozen bytes) go out as one write of
+// the span that holds them, the bytes between read from the file in larger
+// reads; a piece far from the others is written alone.
+class SpanWriter {
+public:
+    SpanWriter(int fd, const fs::path& path) : fd_(fd), path_(path) {}
+
+    Error put(std::int64_t offset, std::string_view bytes)
+    {
+        const std::int64_t end = start_ + static_cast<std::int64_t>(span_.size());
+        const bool joins = !span_.empty() && offset >= end && offset - end <= kGap
+            && offset + static_cast<std::int64_t>(bytes.size()) - start_ <= kSpan;
+        if (!joins) {
+            if (Error error = flush())
+                return error;
+            start_ = offset;
+        } else if (offset > end) {
+            if (!between(end, offset))
+                return errorfromerrno(errno ? errno : EIO, path_);
+        }
+        span_.append(bytes);
+        return {};
+    }
+
+    Error flush()
+    {
+        Error error = writeall(fd_, span_, start_, path_, "inplace-write");
+        span_.clear();
+        return error;
+    }
+
+private:
+    static constexpr std::int64_t kGap = 4096;
+    static constexpr std::int64_t kSpan = 256 << 10;
+    static constexpr std::int64_t kAhead = 64 << 10;
+
+    // Appends the file's bytes [from, to) to the span, from what was read
+    // ahead or from a new read.
+    bool between(std::int64_t from, std::int64_t to)
+    {
+        const std::int64_t aheadEnd = aheadStart_ + static_cast<std::int64_t>(ahead_.size());
+        if (from < aheadStart_ || to > aheadEnd) {
+            ahead_.resize(static_cast<std::size_t>(std::max(to - from, kAhead)));
+            errno = 0;
+            const ssize_t n = ::pread(fd_, ahead_.data(), ahead_.size(), from);
+            ahead_.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+            aheadStart_ = from;
+            if (from + static_cast<std::int64_t>(ahead_.size()) < to)
+                return false;
+        }
+        span_.append(ahead_, static_cast<std::size_t>(from - aheadStart_), static_cast<std::size_t>(to - from));
+        return true;
+    }
+
+    int fd_;
+    const fs::path& path_;
+    std::int64_t start_ = 0;
+    std::string span_;
+    std::int64_t aheadStart_ = 0;
+    std::string ahead_;
+};
+
 // Writes the `newer` (or else the older) bytes of every record into `fd`.
 Error applyrecords(int journal, std::int64_t begin, std::int64_t end, int fd, bool newer, const fs::path& path)
 {
     RecordReader records(journal, begin, end);
+    SpanWriter out(fd, path);
     std::int64_t offset = 0;
     std::string_view oldBytes, newBytes;
     bool bad = false;
     while (records.next(offset, oldBytes, newBytes, bad)) {
-        if (Error error = writeall(fd, newer ? newBytes : oldBytes, offset, path, "inplace-write"))
+        if (Error error = out.put(offset, newer ? newBytes : oldBytes))
             return error;
     }
     if (bad)
         return Error{EIO, "Undo journal unreadable", path};
+    if (Error error = out.flush())
+        return error;
     if (checked("inplace-sync", [&] { return ::fdatasync(fd); }) != 0)
         return errorfromerrno(errno, path);
     return {};
@@ -310,8 +405,9 @@ std::unique_ptr<InPlaceEdit> InPlaceEdit::begin(const fs::path& target, const Op
     // The journal's head: the file as it was read.
     std::string head(kMagic);
     const struct stat& st = original.st;
+    const auto [bornSec, bornNsec] = birthof(original.fd.get());
     for (std::uint64_t n : {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
-                            static_cast<std::uint64_t>(st.st_size)})
+                            static_cast<std::uint64_t>(st.st_size), bornSec, bornNsec})
         putnumber(head, n);
     const std::string path = fs::absolute(target).lexically_normal().string();
     putnumber(head, path.size());
@@ -326,6 +422,15 @@ bool InPlaceEdit::add(std::int64_t offset, std::string_view oldBytes, std::strin
     Impl& d = *impl_;
     if (d.error)
         return false;
+    // A record holds at most a piece of the file's bytes, so that reading
+    // it back needs a bounded buffer.
+    while (oldBytes.size() > kChunk) {
+        if (!add(offset, oldBytes.substr(0, kChunk), newBytes.substr(0, kChunk)))
+            return false;
+        offset += static_cast<std::int64_t>(kChunk);
+        oldBytes.remove_prefix(kChunk);
+        newBytes.remove_prefix(kChunk);
+    }
     // Only the bytes that differ: a record from the first to the last.
     std::size_t first = 0, last = oldBytes.size();
     while (first < last && oldBytes[first] == newBytes[first])
@@ -375,7 +480,7 @@ Error InPlaceEdit::commit()
         // user may write it.
         const std::string procpath = "/proc/self/fd/" + std::to_string(readfd);
         FileHandle fd(checked("open-target", [&] {
-            return ::open(procpath.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+            return ::open(procpath.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
         }));
         if (!fd.valid())
             return errorfromerrno(errno, d.target);
@@ -417,7 +522,7 @@ Error readhead(int fd, const struct stat& st, const fs::path& journal, Target& t
 {
     const auto size = static_cast<std::int64_t>(st.st_size);
     const Error unreadable {EINVAL, "Undo journal incomplete or damaged", journal};
-    if (size < static_cast<std::int64_t>(kMagic.size() + 32 + kTrailer))
+    if (size < static_cast<std::int64_t>(kMagic.size() + 8 * kHeadNumbers + kTrailer))
         return unreadable;
     Checksum sum;
     std::string piece(kChunk, '\0');
@@ -433,14 +538,16 @@ Error readhead(int fd, const struct stat& st, const fs::path& journal, Target& t
     if (!readall(fd, trailer, kTrailer, end) || std::string_view(trailer, 8) != kEnd
         || getnumber({trailer + 16, 8}) != sum.h)
         return unreadable;
-    char head[kMagic.size() + 32];
+    char head[kMagic.size() + 8 * kHeadNumbers];
     if (!readall(fd, head, sizeof head, 0) || std::string_view(head, kMagic.size()) != kMagic)
         return unreadable;
     const char* n = head + kMagic.size();
     target.dev = getnumber({n, 8});
     target.ino = getnumber({n + 8, 8});
     target.size = getnumber({n + 16, 8});
-    const std::uint64_t pathLen = getnumber({n + 24, 8});
+    target.bornSec = getnumber({n + 24, 8});
+    target.bornNsec = getnumber({n + 32, 8});
+    const std::uint64_t pathLen = getnumber({n + 40, 8});
     begin = static_cast<std::int64_t>(sizeof head);
     if (pathLen == 0 || pathLen > static_cast<std::uint64_t>(end - begin))
         return unreadable;
@@ -497,7 +604,8 @@ std::string rollbackone(int dirfd, const fs::path& workdir, const std::string& n
         if (!file.valid())
             error = errorfromerrno(errno, target.path);
         else if (::fstat(file.get(), &now) != 0 || !S_ISREG(now.st_mode) || now.st_dev != target.dev
-                 || now.st_ino != target.ino || static_cast<std::uint64_t>(now.st_size) != target.size)
+                 || now.st_ino != target.ino || static_cast<std::uint64_t>(now.st_size) != target.size
+                 || birthof(file.get()) != std::pair(target.bornSec, target.bornNsec))
             error = Error{ESTALE, "File changed by another program since it was edited", target.path};
         else
             error = matchrecords(fd.get(), begin, end, file.get(), target.path, touched);
