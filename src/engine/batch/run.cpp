@@ -89,7 +89,7 @@ public:
             rewrite.reason = beginError_;
             return rewrite;
         }
-        if (::stat(target_.c_str(), &now) != 0 || now.st_size != original_.st.st_size) {
+        if (unread_ || ::stat(target_.c_str(), &now) != 0 || now.st_size != original_.st.st_size) {
             rewrite.failure = RewriteFailure::Length;
             rewrite.reason = Error{ESTALE, "File changed by another program since it was read", sFile};
             return rewrite;
@@ -103,6 +103,10 @@ public:
 
     const struct stat& result() const { return edit_ ? edit_->result() : original_.st; }
 
+    // The file could not be read to its end: its edits are refused as a new
+    // content that came out short would be.
+    void unread() { unread_ = true; }
+
 private:
     const std::string& target_;
     std::filesystem::path workdir_;
@@ -110,6 +114,7 @@ private:
     std::unique_ptr<InPlaceEdit> edit_;
     Error beginError_;
     bool tried_ = false;
+    bool unread_ = false;
 };
 
 // The new content of a dry run: the replace's steps without a file.
@@ -349,10 +354,10 @@ bool BatchRun::scanfile(FileScan& file)
     file.nHits = scanloop(scan, file.sName);
     file.lLenChange = scan.lLenChange;
     // A replace's commit refuses the short output and says why.
-    if (scanner.readfailed() && !file.output) {
+    if (scanner.readfailed() && file.inplace)
+        file.inplace->unread();
+    else if (scanner.readfailed() && !file.output)
         host.message(readerrormessage(file.sFile, scanner.readerrno()));
-        file.inplace.reset();   // edits of a file not wholly read are dropped
-    }
     result.hits += file.nHits;
     result.filesWithHits += file.nHits > 0;
     result.failures = result.failures || scanner.readfailed();
