@@ -320,7 +320,7 @@ void Form1::Form_Load(const std::string& sCommand)
         std::filesystem::remove(session.sLogFile, ignored);
         if (const std::string finished = finishinterruptedcopy(session.sScratch); !finished.empty())
             dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
-        if (const std::string undone = rollbackinplaceedits(sScratch.parent_path()); !undone.empty())
+        if (const std::string undone = rollbackinplaceedits(session.sScratch.parent_path()); !undone.empty())
             dialogs().messagebox(this, towidget(undone), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
