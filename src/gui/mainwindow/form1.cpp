@@ -6,6 +6,8 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -14,10 +16,13 @@
 #include <QMenuBar>
 #include <QMouseEvent>
 #include <QProgressBar>
+#include <QScreen>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QShortcut>
+#include <QStyle>
 
+#include <cstdlib>
 #include <optional>
 #include <system_error>
 
@@ -47,6 +52,8 @@ namespace {
 
 const QColor kDarkRed(0xC0, 0x00, 0x00);
 const char* const kTabStops = "180,190,200";
+// The client area's measures in the design, in twips.
+constexpr int kDesignWidth = 6855, kDesignHeight = 7035;
 
 // Keeps a walk or run from starting inside another for as long as it lasts.
 class BusyScope {
@@ -74,64 +81,54 @@ void setcolour(QWidget* widget, const QColor& colour)
 
 }  // namespace
 
-// Makes the controls of the client area at their design measures, in twips.
+// Makes the controls of the client area, each under its program name; the
+// grid of buildsurface places them.
 class Designer {
 public:
-    Designer(QWidget* client, QObject* filter)
-        : client(client), filter(filter), dpiX(client->logicalDpiX()), dpiY(client->logicalDpiY())
-    {
-    }
+    Designer(QWidget* client, QObject* filter) : client(client), filter(filter) {}
 
+    // A design measure in twips, in pixels of the window's screen.
     static int px(int twips, int dpi) { return (twips * dpi + 720) / 1440; }
 
-    void place(QWidget* w, const char* name, int left, int top, int width, int height) const
+    template <typename W>
+    W* named(W* w, const char* name) const
     {
         w->setObjectName(QLatin1String(name));
-        w->setGeometry(px(left, dpiX), px(top, dpiY), px(width, dpiX), px(height, dpiY));
+        return w;
     }
 
-    QLabel* label(const char* name, const char* text, int left, int top, int width, int height,
-                  Qt::Alignment align) const
+    QLabel* label(const char* name, const char* text, Qt::Alignment align) const
     {
-        auto* l = new QLabel(QLatin1String(text), client);
-        place(l, name, left, top, width, height);
+        auto* l = named(new QLabel(QLatin1String(text), client), name);
         l->setAlignment(align | Qt::AlignVCenter);
         return l;
     }
 
-    // The three boxes share their column and size; the window watches
-    // their keys and focus.
-    QLineEdit* textbox(const char* name, const char* text, int top) const
+    // The three boxes share their column; the window watches their keys
+    // and focus.
+    QLineEdit* textbox(const char* name, const char* text) const
     {
-        auto* t = new QLineEdit(QLatin1String(text), client);
-        place(t, name, 1125, top, 4000, 285);
+        auto* t = named(new QLineEdit(QLatin1String(text), client), name);
         t->installEventFilter(filter);
         return t;
     }
 
-    QPushButton* button(int index, const char* text, int top) const
+    QPushButton* button(int index, const char* text) const
     {
         auto* b = new QPushButton(QLatin1String(text), client);
-        place(b, QByteArray("cmd_" + QByteArray::number(index)).constData(), 5355, top, 1050, 285);
+        b->setObjectName(QStringLiteral("cmd_%1").arg(index));
         b->setAutoDefault(false);
         return b;
     }
 
-    // A check box is never narrower or lower than its caption needs; every
-    // one has room to its right and below in the design.
-    QCheckBox* checkbox(const char* name, const char* text, int left, int top, int width) const
+    QCheckBox* checkbox(const char* name, const char* text) const
     {
-        auto* c = new QCheckBox(QLatin1String(text), client);
-        place(c, name, left, top, width, 195);
-        const QSize hint = c->sizeHint();
-        c->resize(std::max(c->width(), hint.width()), std::max(c->height(), hint.height()));
-        return c;
+        return named(new QCheckBox(QLatin1String(text), client), name);
     }
 
-    QListView* listbox(const char* name, int left, int top, int width, QAbstractItemModel* model) const
+    QListView* listbox(const char* name, QAbstractItemModel* model) const
     {
-        auto* l = new QListView(client);
-        place(l, name, left, top, width, 1980);
+        auto* l = named(new QListView(client), name);
         l->setModel(model);
         // Every line is one text line high: the view need not measure
         // 100,000 of them.
@@ -143,8 +140,6 @@ public:
 
     QWidget* client;
     QObject* filter;
-    const int dpiX;
-    const int dpiY;
 };
 
 Form1::Form1(QWidget* parent)
@@ -165,64 +160,104 @@ Form1::Form1(QWidget* parent)
     prgWork->hide();
     statusBar()->setSizeGripEnabled(false);
     statusBar()->addWidget(prgWork, 1);
+    // The design's size of the client area, or more where the texts need it.
+    const QSize design(Designer::px(kDesignWidth, logicalDpiX()),
+                       Designer::px(kDesignHeight, logicalDpiY()) + menuBar()->sizeHint().height());
+    resize(design.expandedTo(minimumSizeHint()));
 }
 
 Form1::~Form1() = default;
 
+// The design's arrangement on a grid: captions right-aligned in front of
+// the three boxes, the command buttons in a column at their right, the
+// check boxes under the boxes, then the two lists with their captions, each
+// as wide as the window. The grid grows with the window (the lists take the
+// height) and never lets it shrink below what every text needs.
 void Form1::buildsurface()
 {
     auto* client = new QWidget(this);
     setCentralWidget(client);
     Designer d(client, this);
-    client->setFixedSize(d.px(6855, d.dpiX), d.px(7035, d.dpiY));
-    auto button = [&](int index, const char* text, int top) {
-        QPushButton* b = d.button(index, text, top);
+    auto button = [&](int index, const char* text) {
+        QPushButton* b = d.button(index, text);
         connect(b, &QPushButton::clicked, this, [this, index] { cmd_Click(index); });
         cmd[static_cast<std::size_t>(index)] = b;
+        return b;
     };
 
-    Label1 = d.label("Label1", "File(s)", -360, 315, 1410, 240, Qt::AlignRight);
-    Text1 = d.textbox("Text1", "*.*", 270);
-    button(2, "Dir", 270);
-    chkIncludeSubs = d.checkbox("chkIncludeSubs", "Include Subdirectories", 1125, 600, 2250);
-    Label6 = d.label("Label6", "Find", 450, 1005, 600, 240, Qt::AlignRight);
+    Label1 = d.label("Label1", "File(s)", Qt::AlignRight);
+    Text1 = d.textbox("Text1", "*.*");
+    chkIncludeSubs = d.checkbox("chkIncludeSubs", "Include Subdirectories");
+    Label6 = d.label("Label6", "Find", Qt::AlignRight);
     setcolour(Label6, Qt::black);
-    Text2 = d.textbox("Text2", "", 960);
-    button(0, "Find All", 960);
-    Label3 = d.label("Label3", "Replace", -360, 1455, 1410, 240, Qt::AlignRight);
-    Text3 = d.textbox("Text3", "", 1410);
-    button(1, "Replace", 1410);
-    chkCase = d.checkbox("chkCase", "Match Case", 1125, 1770, 1995);
-    chkAsk = d.checkbox("chkAsk", "Ask on Replace", 3150, 1770, 1995);
-    button(3, "Cancel", 1860);
+    Text2 = d.textbox("Text2", "");
+    Label3 = d.label("Label3", "Replace", Qt::AlignRight);
+    Text3 = d.textbox("Text3", "");
+    chkCase = d.checkbox("chkCase", "Match Case");
+    chkAsk = d.checkbox("chkAsk", "Ask on Replace");
+    auto* grid = new QGridLayout(client);
+    grid->setColumnStretch(1, 1);
+    grid->addWidget(Label1, 0, 0);
+    grid->addWidget(Text1, 0, 1);
+    grid->addWidget(button(2, "Dir"), 0, 2);
+    grid->addWidget(chkIncludeSubs, 1, 1);
+    grid->addWidget(Label6, 2, 0);
+    grid->addWidget(Text2, 2, 1);
+    grid->addWidget(button(0, "Find All"), 2, 2);
+    grid->addWidget(Label3, 3, 0);
+    grid->addWidget(Text3, 3, 1);
+    grid->addWidget(button(1, "Replace"), 3, 2);
+    auto* checks = new QHBoxLayout;
+    checks->addWidget(chkCase);
+    checks->addWidget(chkAsk);
+    checks->addStretch(1);
+    grid->addLayout(checks, 4, 1);
+    grid->addWidget(button(3, "Cancel"), 4, 2);
     cmd[3]->setEnabled(false);
     // The window's cancel button: Esc presses it at once (a button's own
     // shortcut clicks only after a delay), and only while it is on.
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     connect(escape, &QShortcut::activated, cmd[3], &QPushButton::click);
-    lblDir = d.label("lblDir", "____", 135, 2160, 435, 195, Qt::AlignLeft);
+    lblDir = d.label("lblDir", "____", Qt::AlignLeft);
     QFont underlined = lblDir->font();
     underlined.setUnderline(true);
     lblDir->setFont(underlined);
     setcolour(lblDir, kDarkRed);
-    lblDir->adjustSize();
     lblDir->installEventFilter(this);
-    buildlists(d);
+    buildlists(d, *grid);
 }
 
 // The two lists and their captions, below the boxes and buttons.
-void Form1::buildlists(Designer& d)
+void Form1::buildlists(Designer& d, QGridLayout& grid)
 {
-    Label2 = d.label("Label2", "Size", 4850, 2160, 1410, 240, Qt::AlignLeft);
+    Label2 = d.label("Label2", "Size", Qt::AlignLeft);
     setcolour(Label2, kDarkRed);
-    List1 = d.listbox("List1", 135, 2385, 6480, filesModel);
-    Label5 = d.label("Label5", "____", 120, 4560, 435, 195, Qt::AlignLeft);
+    List1 = d.listbox("List1", filesModel);
+    Label5 = d.label("Label5", "____", Qt::AlignLeft);
     setcolour(Label5, kDarkRed);
-    Label5->adjustSize();
-    Label4 = d.label("Label4", "Location", 4850, 4560, 1410, 240, Qt::AlignLeft);
+    // The status shows a file's path while a run is in hand: it is cut at
+    // "Location" rather than widening the window.
+    Label5->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Preferred);
+    Label4 = d.label("Label4", "Location", Qt::AlignLeft);
     setcolour(Label4, kDarkRed);
-    List2 = d.listbox("List2", 120, 4785, 6495, hitsModel);
+    List2 = d.listbox("List2", hitsModel);
     List2->installEventFilter(this);
+    // "Size" and "Location" stand over the lists' second column
+    // (alignlistcaptions).
+    auto captions = [&](QLabel* left, QLabel* right, int row) {
+        auto* line = new QHBoxLayout;
+        line->setSpacing(0);
+        line->addWidget(left);
+        line->addWidget(right);
+        line->addStretch(1);
+        grid.addLayout(line, row, 0, 1, 3);
+    };
+    captions(lblDir, Label2, 5);
+    grid.addWidget(List1, 6, 0, 1, 3);
+    captions(Label5, Label4, 7);
+    grid.addWidget(List2, 8, 0, 1, 3);
+    grid.setRowStretch(6, 1);
+    grid.setRowStretch(8, 1);
 
     // The options go into the session as they change; a click on the
     // check box lists again with the new state.
@@ -325,6 +360,7 @@ void Form1::Form_Load(const std::string& sCommand)
     }
     settabstops(List1, kTabStops);
     settabstops(List2, kTabStops);
+    alignlistcaptions(std::atoi(kTabStops));
     loadreplist(false);
     if (!sCommand.empty()) {
         Text1->setText(towidget(sCommand));
@@ -395,8 +431,7 @@ void Form1::listing()
     const std::string mask = expandmask(fromwidget(Text1->text()), cwd);
     Text1->setText(towidget(mask));
     session.baseDir = basedirfor(mask);
-    lblDir->setText(towidget(session.baseDir));
-    lblDir->adjustSize();
+    showbasedir();
     windowHost->beginwork();
     // The walk gathers the entries; the list shows them once, sorted.
     listfiles(mask, session.bIncludeSubs, session.baseDir, *windowHost);
@@ -419,6 +454,30 @@ void Form1::findinfiles(const std::string& sFind, bool bReplace)
     windowHost->beginwork();
     brindlex::findinfiles(request, *windowHost);
     windowHost->flush();
+}
+
+// The mask box and the directory's caption ask for their texts' whole
+// width: the window grows to show a long mask or directory, up to the
+// screen's width (or the design's on a screen narrower than that).
+void Form1::showbasedir()
+{
+    lblDir->setText(towidget(session.baseDir));
+    const QScreen* screen = this->screen();
+    const int most = std::max(Designer::px(kDesignWidth, logicalDpiX()),
+                              screen ? screen->availableGeometry().width() * 3 / 4 : QWIDGETSIZE_MAX);
+    const int frame = 2 * Text1->style()->pixelMetric(QStyle::PM_DefaultFrameWidth) + 8;
+    Text1->setMinimumWidth(std::min(Text1->fontMetrics().horizontalAdvance(Text1->text()) + frame, most));
+    lblDir->setMinimumWidth(std::max(
+        captionIndent, std::min(lblDir->fontMetrics().horizontalAdvance(lblDir->text()) + 2 * lblDir->margin(), most)));
+}
+
+// The first tab stop of the lists, where their second column begins.
+void Form1::alignlistcaptions(int stopUnits)
+{
+    captionIndent = List1->frameWidth() + TabStopDelegate::kTextMargin
+        + stopUnits * List1->fontMetrics().averageCharWidth() / 4;
+    Label5->setFixedWidth(captionIndent);
+    lblDir->setMinimumWidth(std::max(captionIndent, lblDir->minimumWidth()));
 }
 
 void Form1::chkIncludeSubs_Click()

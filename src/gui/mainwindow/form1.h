@@ -27,6 +27,7 @@
 
 class QAction;
 class QCheckBox;
+class QGridLayout;
 class QLabel;
 class QLineEdit;
 class QAbstractItemView;
@@ -192,7 +193,9 @@ protected:
 private:
     friend class WindowHost;
     void buildsurface();
-    void buildlists(Designer& d);
+    void buildlists(Designer& d, QGridLayout& grid);
+    void showbasedir();
+    void alignlistcaptions(int stopUnits);
     void buildmenus();
     void Form_Unload();
     void listing();
@@ -221,6 +224,7 @@ private:
     std::unique_ptr<WindowHost> windowHost;
     std::unique_ptr<Form2> form2;
     int nBusy = 0;
+    int captionIndent = 0;    // of "Size" and "Location", in pixels
     int nRowBeforeKey = -1;   // List2's current line as a key went down
 };
 

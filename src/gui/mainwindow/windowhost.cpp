@@ -179,7 +179,6 @@ void WindowHost::hitcount(std::int64_t nHits)
 void WindowHost::setstatus(const std::string& caption)
 {
     form.Label5->setText(towidget(caption));
-    form.Label5->adjustSize();
 }
 
 void WindowHost::hit(const std::string& sName, std::int64_t lPos)
