@@ -220,23 +220,26 @@ void Form2::followmain()
 {
     const QWidget* main = host.mainwindow();
     ++followTicks;
-    if (!main || followTicks > 60) {
+    if (!main || followTicks > 80) {
         follow.stop();
         return;
     }
-    const bool framed = main->windowHandle() && main->windowHandle()->isExposed()
-                        && main->frameGeometry() != main->geometry();
-    if (main->frameGeometry() != mainFrame) {
+    auto framed = [](const QWidget* w) {
+        return w->windowHandle() && w->windowHandle()->isExposed() && w->frameGeometry() != w->geometry();
+    };
+    // Until the viewer has a frame of its own, a move may have placed its
+    // inside where its frame should be: it is placed again once it has one.
+    if (main->frameGeometry() != mainFrame || (framed(this) && frameGeometry() != placed)) {
         placeonce();
-        followTicks = std::min(followTicks, 40);
-    } else if (framed && followTicks > 10) {
+        followTicks = std::min(followTicks, 60);
+    } else if (framed(main) && framed(this) && followTicks > 10) {
         follow.stop();
     }
 }
 
 void Form2::placeonce()
 {
-    const QWidget* main = host.mainwindow();
+    QWidget* main = host.mainwindow();
     if (!main)
         return;
     mainFrame = main->frameGeometry();
@@ -251,6 +254,14 @@ void Form2::placeonce()
     const int gap = pixels(25, logicalDpiX());
     int left = mainFrame.right() + 1;
     int outerWidth = area.right() + 1 - left - gap;
+    // Where the window manager put the main window too far right for the
+    // viewer, the main window moves left as far as it must and can.
+    if (const int shift = std::min(least.width() - outerWidth, mainFrame.left() - area.left()); shift > 0) {
+        mainFrame.translate(-shift, 0);
+        main->move(mainFrame.topLeft());
+        left -= shift;
+        outerWidth += shift;
+    }
     if (outerWidth < least.width()) {
         // No room to the right: as wide as it must be, moved left onto the screen.
         outerWidth = std::min(std::max(least.width(), pixels(9090, logicalDpiX()) + extraW), area.width());
@@ -263,6 +274,7 @@ void Form2::placeonce()
     left = std::max(left, area.left());
     resize(std::max(outerWidth - extraW, 1), std::max(outerHeight - extraH, 1));
     move(left, top);
+    placed = QRect(left, top, outerWidth, outerHeight);
 }
 
 void Form2::focuswindowchanged(QWindow* window)

@@ -168,6 +168,7 @@ private:
     // Placing beside the main window until its frame and place settle.
     QTimer follow;
     QRect mainFrame;
+    QRect placed;   // the frame the viewer was given
     int followTicks = 0;
 };
 
