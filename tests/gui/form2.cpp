@@ -249,6 +249,11 @@ private slots:
         }
         QCOMPARE(seen, (QList<int>{1, 2, 0, 3, 1, 2}));
         QVERIFY(viewer.Text1->page().starts_with("000001.0: <00>"));
+        // The record view says it is on: rows of 100, whatever the box held.
+        QTest::keyClick(viewer.Text1, Qt::Key_M, Qt::ControlModifier);
+        QVERIFY(viewer.txtWidth->text() == "100" && !viewer.txtWidth->isEnabled() && viewer.mnuMeta->isChecked());
+        QTest::keyClick(viewer.Text1, Qt::Key_M, Qt::ControlModifier);
+        QVERIFY(viewer.txtWidth->text() == "8" && viewer.txtWidth->isEnabled() && !viewer.mnuMeta->isChecked());
         // Ctrl+B flips between the byte modes, from AutoDetect to Binary/Text.
         QList<int> modes;
         for (const Qt::KeyboardModifiers modifiers :
@@ -479,7 +484,7 @@ private slots:
     void unsavedEdit_data()
     {
         QTest::addColumn<AskRow>("row");
-        for (const char* route : {"close", "Exit", "quit", "Goto", "F3", "Page Down", "another file", "width", "Ctrl+X cut"})
+        for (const char* route : {"close", "Exit", "quit", "Goto", "F3", "Page Down", "another file", "width", "Full Text", "Ctrl+X cut"})
             for (const auto& [name, reply] : {std::pair{"Yes", Reply::Yes}, {"No", Reply::No}, {"Cancel", Reply::Cancel}})
                 QTest::addRow("%s, %s", route, name) << AskRow{route, reply};
     }
@@ -526,6 +531,8 @@ private slots:
             form.List1->setCurrentItem(form.List1->findItems("g\t", Qt::MatchStartsWith).value(0)), form.List1_DblClick();
         else if (row.route == "width")
             viewer.txtWidth->setText("12");
+        else if (row.route == "Full Text")
+            setmode(viewer, 3);
         else
             QTest::keyClick(viewer.Text1, Qt::Key_Q, Qt::ControlModifier);
         QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message), QStringList{"Save Changes|Save changes to " + world.file("f") + "?"});
@@ -537,6 +544,7 @@ private slots:
             QCOMPARE(viewer.Text1->page(), edited);
             QCOMPARE(form.view.sViewFile, world.file("f").toStdString());
             QCOMPARE(form.view.lViewPos, 1);
+            QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect: Pure Text"));
         }
         // Asked once: whatever comes next has no edit to ask about.
         QVERIFY(row.reply == Reply::Cancel || !viewer.pendingedit());
@@ -567,6 +575,9 @@ private slots:
         viewer.Text1->setTextCursor(cursor);
         QTest::mouseRelease(viewer.Text1->viewport(), Qt::LeftButton);
         QCOMPARE(viewer.Label4->text(), row.label);
+        // Each opening starts without a clicked position.
+        world.open("f");
+        QCOMPARE(viewer.Label4->text(), QStringLiteral("0000"));
     }
 
     void saves_data()
