@@ -143,7 +143,10 @@ void Form2::buildsurface()
     connect(txtWidth, &QLineEdit::textChanged, this, [this] { txtWidth_Change(); });
     // A width that was refused gives way to the one in use when the user
     // leaves the box.
-    connect(txtWidth, &QLineEdit::editingFinished, this, [this] { showstate(); });
+    connect(txtWidth, &QLineEdit::editingFinished, this, [this] {
+        const QSignalBlocker quiet(txtWidth);
+        txtWidth->setText(QString::number(nViewFormat == kFormatMeta && state.nViewMode < kModePureText ? 100 : state.nViewWidth));
+    });
     connect(HScroll1, &QScrollBar::valueChanged, this, [this] { HScroll1_Change(); });
     connect(Combo1, &QComboBox::activated, this, [this] { Combo1_Click(); });
 }
@@ -446,18 +449,6 @@ void Form2::txtWidth_Change()
         const QSignalBlocker quiet(txtWidth);
         txtWidth->setText(written);
     }
-}
-
-void Form2::resizeEvent(QResizeEvent* event)
-{
-    QMainWindow::resizeEvent(event);
-    Form_Resize();
-}
-
-void Form2::Form_Resize()
-{
-    // The layouts place the controls; the page box's new height is applied
-    // with the next layout pass (followresize).
 }
 
 // The page follows the page box's height at once, where that changes the

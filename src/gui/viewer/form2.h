@@ -67,7 +67,6 @@ public:
     void Form_Load();
     void Form_Activate();
     void Form_Unload();
-    void Form_Resize();
     void showpage();
     void txtWidth_Change();
     void Combo1_Click();
@@ -131,7 +130,6 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void buildsurface();
