@@ -107,6 +107,7 @@ bool Form2::Form_KeyDown(int KeyCode, int Shift)
         if (Shift != kShiftCtrl || state.nViewMode == kModeFullText)
             return false;
         gotoend(KeyCode == kKeyEnd);
+        Text1->moveCursor(KeyCode == kKeyEnd ? QTextCursor::End : QTextCursor::Start);
         return true;
     case kKeyB:
         if (Shift != kShiftCtrl)
