@@ -61,7 +61,9 @@ public:
     ~Form2() override;
 
     // What the opener's "show" does: loads the window if it is closed, brings
-    // it up, and reads the page of the state's file (Form_Activate).
+    // it up, and reads the page of the state's file (Form_Activate). An
+    // edit of the page on show is asked about first; Cancel keeps that page
+    // and sets the state back to it.
     void open();
 
     void Form_Load();
