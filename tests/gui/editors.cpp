@@ -254,9 +254,12 @@ private slots:
             {{"4", "zero"}, 0, "", {}, {}},
             {{"4.4", "2"}, 0, "004.xls", QByteArray(" 1 \t-65278\t\r\n"), {created.arg("004.xls")}},
             {{"2", "-3"}, 0, "", {}, {"brindlex|The number of columns must be 1 or more."}},
+            {{"2", "1"}, 6, "", {}, {"brindlex|Another file has taken the name"}},   // a link at 007.xls
             {{"2", "2"}, 999, "1000.xls", QByteArray(" 1 \t258\t-1\r\n"), {created.arg("1000.xls")}},
         };
         QVERIFY(makecurrent(form->List1, "a.bin"));
+        writebytes((work + "other").toStdString(), "old");
+        std::filesystem::create_hard_link((work + "other").toStdString(), (work + "007.xls").toStdString());
         for (const DumpStep& step : steps) {
             world.dialogs.records.clear();
             world.dialogs.inputs = {step.inputs.begin(), step.inputs.end()};

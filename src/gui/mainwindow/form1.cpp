@@ -721,6 +721,7 @@ void Form1::mnuDumpInt4_Click()
                                                                  title, QStringLiteral("1"))));
     if (nCols == 0)
         return;
+    DumpResult result;
     {
         // A long dump yields like a run, and Cancel ends it with the sheet
         // cut short.
@@ -728,12 +729,13 @@ void Form1::mnuDumpInt4_Click()
         windowHost->beginwork();
         windowHost->enablecontrols(false);
         std::int64_t lPos = 1;
-        dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
+        result = dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
         windowHost->enablecontrols(true);
     }
-    // A dump stopped at a question made no sheet: there is nothing to open.
+    // A dump stopped at a question, or before its sheet could be opened, has
+    // no sheet to open (a file that holds the name is another's).
     std::error_code ec;
-    if (!std::filesystem::is_regular_file(sOut, ec))
+    if ((result.failed && result.rows == 0) || !std::filesystem::is_regular_file(sOut, ec))
         return;
     dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
 }
