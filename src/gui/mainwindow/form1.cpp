@@ -1,3 +1,8 @@
+// Form1: its construction, menus, start-up and end, and the wiring of keys
+// and focus. Its jobs live beside it: form1layout.cpp (the grid),
+// form1runs.cpp (listing and runs), form1options.cpp (the log options),
+// form1sets.cpp (the replacement sets), form1editors.cpp (editors and the
+// dump), form1viewer.cpp (opening the viewer).
 #include "gui/mainwindow/form1.h"
 
 #include <QApplication>
@@ -46,104 +51,23 @@
 #include "gui/seam/launch.h"
 #include "gui/viewer/form2.h"
 
+#include "gui/mainwindow/busyscope.h"
+
 namespace brindlex::gui {
 
 namespace {
 
-const QColor kDarkRed(0xC0, 0x00, 0x00);
 const char* const kTabStops = "180,190,200";
-// The client area's measures in the design, in twips.
-constexpr int kDesignWidth = 6855, kDesignHeight = 7035;
-
-// Keeps a walk or run from starting inside another for as long as it lasts.
-class BusyScope {
-public:
-    explicit BusyScope(int& counter) : counter(counter) { ++counter; }
-    ~BusyScope() { --counter; }
-    BusyScope(const BusyScope&) = delete;
-    BusyScope& operator=(const BusyScope&) = delete;
-
-private:
-    int& counter;
-};
 
 double nowindays()
 {
     return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 86'400'000.0;
 }
 
-void setcolour(QWidget* widget, const QColor& colour)
-{
-    QPalette palette = widget->palette();
-    palette.setColor(QPalette::WindowText, colour);
-    widget->setPalette(palette);
-}
-
 }  // namespace
 
-// Makes the controls of the client area, each under its program name; the
-// grid of buildsurface places them.
-class Designer {
-public:
-    Designer(QWidget* client, QObject* filter) : client(client), filter(filter) {}
-
-    // A design measure in twips, in pixels of the window's screen.
-    static int px(int twips, int dpi) { return (twips * dpi + 720) / 1440; }
-
-    template <typename W>
-    W* named(W* w, const char* name) const
-    {
-        w->setObjectName(QLatin1String(name));
-        return w;
-    }
-
-    QLabel* label(const char* name, const char* text, Qt::Alignment align) const
-    {
-        auto* l = named(new QLabel(QLatin1String(text), client), name);
-        l->setAlignment(align | Qt::AlignVCenter);
-        return l;
-    }
-
-    // The three boxes share their column; the window watches their keys
-    // and focus.
-    QLineEdit* textbox(const char* name, const char* text) const
-    {
-        auto* t = named(new QLineEdit(QLatin1String(text), client), name);
-        t->installEventFilter(filter);
-        return t;
-    }
-
-    QPushButton* button(int index, const char* text) const
-    {
-        auto* b = new QPushButton(QLatin1String(text), client);
-        b->setObjectName(QStringLiteral("cmd_%1").arg(index));
-        b->setAutoDefault(false);
-        return b;
-    }
-
-    QCheckBox* checkbox(const char* name, const char* text) const
-    {
-        return named(new QCheckBox(QLatin1String(text), client), name);
-    }
-
-    QListView* listbox(const char* name, QAbstractItemModel* model) const
-    {
-        auto* l = named(new QListView(client), name);
-        l->setModel(model);
-        // Every line is one text line high: the view need not measure
-        // 100,000 of them.
-        l->setUniformItemSizes(true);
-        l->setSelectionMode(QAbstractItemView::ExtendedSelection);
-        l->setItemDelegate(new TabStopDelegate(l));
-        return l;
-    }
-
-    QWidget* client;
-    QObject* filter;
-};
-
-Form1::Form1(QWidget* parent)
-    : QMainWindow(parent), filesModel(new SessionListModel(session, SessionListModel::Which::Files, this)),
+Form1::Form1(std::filesystem::path exeDir, QWidget* parent)
+    : QMainWindow(parent), exeDir(std::move(exeDir)), filesModel(new SessionListModel(session, SessionListModel::Which::Files, this)),
       hitsModel(new SessionListModel(session, SessionListModel::Which::Hits, this)),
       windowHost(std::make_unique<WindowHost>(*this, session, *filesModel, *hitsModel))
 {
@@ -152,7 +76,8 @@ Form1::Form1(QWidget* parent)
     QFont bold = QApplication::font();
     bold.setBold(true);
     setFont(bold);
-    exeDir = QFile::encodeName(QCoreApplication::applicationDirPath()).toStdString();
+    if (exeDir.empty())
+        exeDir = QFile::encodeName(QCoreApplication::applicationDirPath()).toStdString();
     buildsurface();
     buildmenus();
     prgWork = new QProgressBar;
@@ -160,128 +85,10 @@ Form1::Form1(QWidget* parent)
     prgWork->hide();
     statusBar()->setSizeGripEnabled(false);
     statusBar()->addWidget(prgWork, 1);
-    // The design's size of the client area, or more where the texts need it.
-    const QSize design(Designer::px(kDesignWidth, logicalDpiX()),
-                       Designer::px(kDesignHeight, logicalDpiY()) + menuBar()->sizeHint().height());
-    resize(design.expandedTo(minimumSizeHint()));
+    fitdesignsize();
 }
 
 Form1::~Form1() = default;
-
-// The design's arrangement on a grid: captions right-aligned in front of
-// the three boxes, the command buttons in a column at their right, the
-// check boxes under the boxes, then the two lists with their captions, each
-// as wide as the window. The grid grows with the window (the lists take the
-// height) and never lets it shrink below what every text needs.
-void Form1::buildsurface()
-{
-    auto* client = new QWidget(this);
-    setCentralWidget(client);
-    Designer d(client, this);
-    auto button = [&](int index, const char* text) {
-        QPushButton* b = d.button(index, text);
-        connect(b, &QPushButton::clicked, this, [this, index] { cmd_Click(index); });
-        cmd[static_cast<std::size_t>(index)] = b;
-        return b;
-    };
-
-    Label1 = d.label("Label1", "File(s)", Qt::AlignRight);
-    Text1 = d.textbox("Text1", "*.*");
-    chkIncludeSubs = d.checkbox("chkIncludeSubs", "Include Subdirectories");
-    Label6 = d.label("Label6", "Find", Qt::AlignRight);
-    setcolour(Label6, Qt::black);
-    Text2 = d.textbox("Text2", "");
-    Label3 = d.label("Label3", "Replace", Qt::AlignRight);
-    Text3 = d.textbox("Text3", "");
-    chkCase = d.checkbox("chkCase", "Match Case");
-    chkAsk = d.checkbox("chkAsk", "Ask on Replace");
-    auto* grid = new QGridLayout(client);
-    grid->setColumnStretch(1, 1);
-    grid->addWidget(Label1, 0, 0);
-    grid->addWidget(Text1, 0, 1);
-    grid->addWidget(button(2, "Dir"), 0, 2);
-    grid->addWidget(chkIncludeSubs, 1, 1);
-    grid->addWidget(Label6, 2, 0);
-    grid->addWidget(Text2, 2, 1);
-    grid->addWidget(button(0, "Find All"), 2, 2);
-    grid->addWidget(Label3, 3, 0);
-    grid->addWidget(Text3, 3, 1);
-    grid->addWidget(button(1, "Replace"), 3, 2);
-    auto* checks = new QHBoxLayout;
-    checks->addWidget(chkCase);
-    checks->addWidget(chkAsk);
-    checks->addStretch(1);
-    grid->addLayout(checks, 4, 1);
-    grid->addWidget(button(3, "Cancel"), 4, 2);
-    cmd[3]->setEnabled(false);
-    // The window's cancel button: Esc presses it at once (a button's own
-    // shortcut clicks only after a delay), and only while it is on.
-    auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
-    connect(escape, &QShortcut::activated, cmd[3], &QPushButton::click);
-    lblDir = d.label("lblDir", "____", Qt::AlignLeft);
-    QFont underlined = lblDir->font();
-    underlined.setUnderline(true);
-    lblDir->setFont(underlined);
-    setcolour(lblDir, kDarkRed);
-    lblDir->installEventFilter(this);
-    buildlists(d, *grid);
-}
-
-// The two lists and their captions, below the boxes and buttons.
-void Form1::buildlists(Designer& d, QGridLayout& grid)
-{
-    Label2 = d.label("Label2", "Size", Qt::AlignLeft);
-    setcolour(Label2, kDarkRed);
-    List1 = d.listbox("List1", filesModel);
-    Label5 = d.label("Label5", "____", Qt::AlignLeft);
-    setcolour(Label5, kDarkRed);
-    // The status shows a file's path while a run is in hand: it is cut at
-    // "Location" rather than widening the window.
-    Label5->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Preferred);
-    Label4 = d.label("Label4", "Location", Qt::AlignLeft);
-    setcolour(Label4, kDarkRed);
-    List2 = d.listbox("List2", hitsModel);
-    List2->installEventFilter(this);
-    // "Size" and "Location" stand over the lists' second column
-    // (alignlistcaptions).
-    auto captions = [&](QLabel* left, QLabel* right, int row) {
-        auto* line = new QHBoxLayout;
-        line->setSpacing(0);
-        line->addWidget(left);
-        line->addWidget(right);
-        line->addStretch(1);
-        grid.addLayout(line, row, 0, 1, 3);
-    };
-    captions(lblDir, Label2, 5);
-    grid.addWidget(List1, 6, 0, 1, 3);
-    captions(Label5, Label4, 7);
-    grid.addWidget(List2, 8, 0, 1, 3);
-    grid.setRowStretch(6, 1);
-    grid.setRowStretch(8, 1);
-
-    // The options go into the session as they change; a click on the
-    // check box lists again with the new state.
-    connect(chkIncludeSubs, &QCheckBox::toggled, this, [this](bool on) { session.bIncludeSubs = on; });
-    connect(chkCase, &QCheckBox::toggled, this, [this](bool on) { session.bMatchCase = on; });
-    connect(chkAsk, &QCheckBox::toggled, this, [this](bool on) { session.bAsk = on; });
-    connect(Text2, &QLineEdit::textChanged, this, [this](const QString& t) { session.sFind = fromwidget(t); });
-    connect(Text3, &QLineEdit::textChanged, this, [this](const QString& t) { session.sReplace = fromwidget(t); });
-    connect(chkIncludeSubs, &QCheckBox::clicked, this, [this] { chkIncludeSubs_Click(); });
-    connect(List1, &QListView::doubleClicked, this, [this] { List1_DblClick(); });
-    connect(List2, &QListView::clicked, this, [this] { List2_Click(); });
-    connect(List2, &QListView::doubleClicked, this, [this] { List2_DblClick(); });
-
-    // The keyboard order of the design's tab indexes.
-    const std::initializer_list<QWidget*> order{Text1, Text2, Text3, cmd[0], cmd[1], cmd[2],
-                                               List1, List2, chkCase, chkAsk, cmd[3], chkIncludeSubs};
-    QWidget* previous = nullptr;
-    for (QWidget* w : order) {
-        if (previous)
-            setTabOrder(previous, w);
-        previous = w;
-    }
-    Text1->setFocus();
-}
 
 void Form1::buildmenus()
 {
@@ -364,7 +171,7 @@ void Form1::Form_Load(const std::string& sCommand)
     loadreplist(false);
     if (!sCommand.empty()) {
         Text1->setText(towidget(sCommand));
-        cmd_Click(2);
+        cmdDir_Click();
         if (session.files.empty())
             chkIncludeSubs_Click();
         if (!session.files.empty()) {
@@ -375,7 +182,7 @@ void Form1::Form_Load(const std::string& sCommand)
             List1_DblClick();
         }
     } else {
-        cmd_Click(2);
+        cmdDir_Click();
     }
 }
 
@@ -401,107 +208,6 @@ void Form1::Form_Unload()
 void Form1::mnuExit_Click()
 {
     close();
-}
-
-void Form1::cmd_Click(int Index)
-{
-    switch (Index) {
-    case 0:
-    case 1:
-        if (busy())
-            return;
-        saverep(std::string());
-        if (session.files.empty())
-            cmd_Click(2);
-        findinfiles(session.sFind, Index == 1);
-        break;
-    case 2:
-        if (!busy())
-            listing();
-        break;
-    case 3:
-        windowHost->bCancel = true;
-        break;
-    default:
-        break;
-    }
-}
-
-void Form1::listing()
-{
-    BusyScope scope(nBusy);
-    filesModel->reset([this] { session.files.clear(); });
-    std::error_code ec;
-    const std::filesystem::path cwd = std::filesystem::current_path(ec);
-    const std::string mask = expandmask(fromwidget(Text1->text()), cwd);
-    Text1->setText(towidget(mask));
-    session.baseDir = basedirfor(mask);
-    showbasedir();
-    windowHost->beginwork();
-    // The walk gathers the entries; the list shows them once, sorted.
-    listfiles(mask, session.bIncludeSubs, session.baseDir, *windowHost);
-    filesModel->append(session.files.size(), [this] { sortlist1(session.files); });
-    windowHost->flush();
-    List1->raise();
-}
-
-void Form1::findinfiles(const std::string& sFind, bool bReplace)
-{
-    if (busy())
-        return;
-    BusyScope scope(nBusy);
-    std::vector<bool> selected(session.files.size());
-    for (const QModelIndex& line : List1->selectionModel()->selectedIndexes())
-        selected[static_cast<std::size_t>(line.row())] = true;
-    const RunRequest request = session.request(sFind, bReplace, std::move(selected));
-    if (!sFind.empty())
-        session.sLastFind = sFind;
-    windowHost->beginwork();
-    brindlex::findinfiles(request, *windowHost);
-    windowHost->flush();
-}
-
-// The mask box and the directory's caption ask for their texts' whole
-// width: the window grows to show a long mask or directory, up to the
-// screen's width (or the design's on a screen narrower than that).
-void Form1::showbasedir()
-{
-    lblDir->setText(towidget(session.baseDir));
-    const QScreen* screen = this->screen();
-    const int most = std::max(Designer::px(kDesignWidth, logicalDpiX()),
-                              screen ? screen->availableGeometry().width() * 3 / 4 : QWIDGETSIZE_MAX);
-    const int frame = 2 * Text1->style()->pixelMetric(QStyle::PM_DefaultFrameWidth) + 8;
-    Text1->setMinimumWidth(std::min(Text1->fontMetrics().horizontalAdvance(Text1->text()) + frame, most));
-    lblDir->setMinimumWidth(std::max(
-        captionIndent, std::min(lblDir->fontMetrics().horizontalAdvance(lblDir->text()) + 2 * lblDir->margin(), most)));
-}
-
-// The first tab stop of the lists, where their second column begins.
-void Form1::alignlistcaptions(int stopUnits)
-{
-    captionIndent = List1->frameWidth() + TabStopDelegate::kTextMargin
-        + stopUnits * List1->fontMetrics().averageCharWidth() / 4;
-    Label5->setFixedWidth(captionIndent);
-    lblDir->setMinimumWidth(std::max(captionIndent, lblDir->minimumWidth()));
-}
-
-void Form1::chkIncludeSubs_Click()
-{
-    cmd_Click(2);
-}
-
-void Form1::lblDir_Click()
-{
-    if (busy())
-        return;
-    std::string answer = fromwidget(dialogs().inputbox(this, QStringLiteral("Directory?"),
-                                                       towidget(std::string(sTitle)), towidget(session.baseDir)));
-    if (answer.empty())
-        return;
-    if (answer.back() != '/')
-        answer += '/';
-    Text1->setText(towidget(answer + filepart(fromwidget(Text1->text()))));
-    cmd_Click(2);
 }
 
 bool Form1::eventFilter(QObject* watched, QEvent* event)
@@ -536,13 +242,13 @@ bool Form1::eventFilter(QObject* watched, QEvent* event)
     if (!enter)
         return false;
     if (box == Text1) {
-        cmd_Click(2);
+        cmdDir_Click();
         selectalltext(Text2);
     } else if (box == Text2) {
-        cmd_Click(0);
+        cmdFindAll_Click();
         selectalltext(Text3);
     } else {
-        cmd_Click(1);
+        cmdReplace_Click();
     }
     return false;
 }
@@ -567,336 +273,6 @@ void Form1::settabstops(QAbstractItemView* lstList, const std::string& sStops)
         delegate->setstops(std::move(stops));
     lstList->doItemsLayout();
     lstList->viewport()->update();
-}
-
-void Form1::mnuConvertHex_Click()
-{
-    session.bConvertHex = !session.bConvertHex;
-}
-
-void Form1::mnuopt_Click()
-{
-    mnuOptLog[0]->setChecked((session.nLogMode & kLogFinds) != 0);
-    mnuOptLog[1]->setChecked((session.nLogMode & kLogReplaces) != 0);
-    mnuConvertHex->setChecked(session.bConvertHex);
-}
-
-void Form1::mnuOptLog_Click(int Index)
-{
-    if (Index == 0 || Index == 1) {
-        const int bit = Index == 0 ? kLogFinds : kLogReplaces;
-        if (mnuOptLog[static_cast<std::size_t>(Index)]->isChecked())
-            session.nLogMode &= ~bit;
-        else
-            session.nLogMode |= bit;
-    }
-    mnuopt_Click();
-}
-
-void Form1::mnuOptViewLog_Click()
-{
-    // A log that doesn't exist opens nothing, and says nothing.
-    std::error_code ec;
-    if (!session.sLogFile.empty() && std::filesystem::is_regular_file(session.sLogFile, ec))
-        dialogs().shellopen(QString::fromStdString(session.sLogFile.string()));
-}
-
-void Form1::mnuoptKillLog_Click()
-{
-    std::error_code ignored;
-    if (!session.sLogFile.empty())
-        std::filesystem::remove(session.sLogFile, ignored);
-}
-
-void Form1::mnuHelp_Click()
-{
-    const std::string crlf2 = std::string(sCRLF) + std::string(sCRLF);
-    const std::string text =
-        "Brindlex allows simple but effective direct batch editing of binary or ASCII files." + crlf2 +
-        "To indicate non-ASCII code, use standard WEB hexadecimal notation: " + crlf2 +
-        "%0D is <CR>, %0A is <LF>, so %0D%0A is <CR><LF>" + crlf2 +
-        "SHIFT-CLICK or CTRL-CLICK on the first list selects specific files to modify. " + crlf2 +
-        "Double-Clicking on either list allows editing of the file.";
-    dialogs().messagebox(this, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
-}
-
-void Form1::loadreplist(bool bShowMessage)
-{
-    const std::vector<RepItem> items = brindlex::loadreplist(sIniFile, nRepCount);
-    // The hit list is the rebuild's working list: what it showed is gone.
-    hitsModel->reset([this] { session.hits.clear(); });
-    fillrepmenu(mnuRepl, mnuRep, items, this, [this](int Index) { mnuRep_Click(Index); });
-    if (bShowMessage) {
-        // Below the sets stand "-" and "&New", and for a file of the user's
-        // the two list runs.
-        const std::size_t below = isdefaultfile(sIniFile.string()) ? 2 : 4;
-        dialogs().messagebox(this, towidget(loadedmessage(items.size() - below, sIniFile.string())), Buttons::Ok,
-                             Icon::None, towidget(std::string(sTitle)));
-    }
-}
-
-void Form1::saverep(const std::string& sName)
-{
-    const NameQuestion ask = [this](const std::string& prompt, const std::string& defaultAnswer) {
-        return fromwidget(dialogs().inputbox(this, towidget(prompt), towidget(std::string(sTitle)),
-                                             towidget(defaultAnswer)));
-    };
-    Error failed;
-    const std::optional<std::string> key = brindlex::saverep(
-        sName, session.sFind, session.sReplace, sIniFile, nRepCount, ask, &failed);
-    if (!key)
-        return;
-    mnuRepl->setProperty("Tag", towidget(*key));
-    // The menu comes from what the file holds: a set not saved isn't there.
-    loadreplist(false);
-    if (failed)
-        dialogs().messagebox(this, towidget(notsavedmessage(*key, sIniFile.string())), Buttons::Ok, Icon::None,
-                             towidget(std::string(sTitle)), towidget(reasontext(failed)));
-}
-
-void Form1::mnuRep_Click(int Index)
-{
-    if (busy() || Index < 0 || static_cast<std::size_t>(Index) >= mnuRep.size())
-        return;
-    const RepItem clicked = repitem(mnuRep[static_cast<std::size_t>(Index)]);
-    const RepAction action = repaction(clicked.tag);
-    if (action == RepAction::New) {
-        if (session.sFind.empty())
-            dialogs().messagebox(this, towidget(std::string(kFillInMessage)), Buttons::Ok, Icon::None,
-                                 towidget(std::string(sTitle)));
-        else
-            saverep(fromwidget(mnuRepl->property("Tag").toString()));
-        return;
-    }
-    windowHost->bCancel = false;
-    // The pair of a set goes into the boxes, and its name becomes current.
-    auto takeset = [this](const RepItem& item, const RepPair& pair) {
-        mnuRepl->setProperty("Tag", towidget(item.caption));
-        Text2->setText(towidget(pair.find));
-        Text3->setText(towidget(pair.replace));
-    };
-    if (action == RepAction::Pick) {
-        takeset(clicked, splitset(clicked.tag));
-        return;
-    }
-    // A list run over the sets above "-": each runs to its end before the
-    // next; Cancel ends the run in hand and the list with it.
-    const int button = action == RepAction::ReplaceAll ? 1 : 0;
-    listrun(
-        repitems(mnuRep), [this] { return windowHost->bCancel; },
-        [&](const RepItem& item, const RepPair& pair) {
-            takeset(item, pair);
-            cmd_Click(button);
-        });
-}
-
-void Form1::mnuOpenRepFile_Click()
-{
-    if (busy())
-        return;
-    // File names go to and from the dialog in the file system's encoding.
-    const QString chosen = dialogs().openfile(this, QFile::decodeName(QByteArray::fromStdString(sIniFile.string())),
-                                              QStringLiteral("*.ini"), QStringLiteral("ini"));
-    if (chosen.isEmpty())
-        return;
-    sIniFile = QFile::encodeName(chosen).toStdString();
-    loadreplist(true);
-}
-
-int Form1::currentrow(const QListView* list) const
-{
-    const QModelIndex current = list->currentIndex();
-    return current.isValid() ? current.row() : -1;
-}
-
-List2Hit Form1::currententry(const QListView* list) const
-{
-    const int row = currentrow(list);
-    if (row < 0)
-        return {};
-    const auto at = static_cast<std::size_t>(row);
-    if (list == List1)
-        return at < session.files.size() ? List2Hit{session.files[at].name, 0} : List2Hit{};
-    return at < session.hits.size() ? session.hits[at] : List2Hit{};
-}
-
-void Form1::mnuFile_Click()
-{
-    // The items name the program that will run.
-    const std::string editor = editorname(sEditor, exeDir);
-    const std::string s = sEditor == "vellumix" ? "vellumix -p" : editor;
-    const std::string name1 = currententry(List1).sName;
-    const std::string name2 = currententry(List2).sName;
-    mnuEdit->setText(towidget("&Edit " + name1 + " using " + editor));
-    mnuEdit2->setText(towidget("E&dit " + name2 + " using " + s));
-    mnuEdit->setEnabled(!name1.empty());
-    mnuEdit2->setEnabled(!name2.empty());
-    mnuDumpInt4->setEnabled(mnuEdit->isEnabled());
-}
-
-void Form1::mnuEdit_Click()
-{
-    const List2Hit entry = currententry(List1);
-    if (!entry.sName.empty())
-        startedit(fullname(entry.sName), std::string());
-}
-
-void Form1::mnuEdit2_Click()
-{
-    const List2Hit hit = currententry(List2);
-    if (!hit.sName.empty())
-        startedit(fullname(hit.sName), std::to_string(hit.lPos));
-}
-
-// The command line is built as one string for the message; the program gets
-// the path as one argument, whatever bytes it holds.
-void Form1::startedit(const std::string& sPath, const std::string& sPosition)
-{
-    std::string commandline = editorname(sEditor, exeDir) + " " + sPath;
-    std::vector<std::string> args{sPath};
-    if (sEditor == "vellumix" && !sPosition.empty()) {
-        commandline += " -p " + sPosition;
-        args.insert(args.end(), {"-p", sPosition});
-    }
-    const std::string program = editorprogram(sEditor, exeDir);
-    if (program.empty()) {
-        dialogs().messagebox(this, towidget("No editor found to open " + sPath + ":" + std::string(sCRLF)
-                                            + "looked for " + editorsearch(sEditor, exeDir) + "."),
-                             Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
-        return;
-    }
-    const Error error = dialogs().startprogram(program, args);
-    if (error)
-        dialogs().messagebox(this, towidget("Error starting " + commandline + ":" + std::string(sCRLF) + error.text),
-                             Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
-}
-
-void Form1::mnuDumpInt4_Click()
-{
-    const std::string sName = currententry(List1).sName;
-    if (busy() || sName.empty())
-        return;
-    const std::string sIn = fullname(sName);
-    ++nDumpCount;
-    const std::filesystem::path sOut = workdirpath() / sheetname(nDumpCount);
-    const QString title = towidget(std::string(sTitle));
-    const int nSize = dumpanswer(fromwidget(dialogs().inputbox(this, QStringLiteral("Integer size (2 or 4)?"), title,
-                                                                 QStringLiteral("4"))));
-    if (nSize == 0)
-        return;
-    const int nCols = dumpanswer(fromwidget(dialogs().inputbox(this, QStringLiteral("How many columns of integers?"),
-                                                                 title, QStringLiteral("1"))));
-    if (nCols == 0)
-        return;
-    DumpResult result;
-    {
-        // A long dump yields like a run, and Cancel ends it with the sheet
-        // cut short.
-        BusyScope scope(nBusy);
-        windowHost->beginwork();
-        windowHost->enablecontrols(false);
-        std::int64_t lPos = 1;
-        result = dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
-        windowHost->enablecontrols(true);
-    }
-    // A dump stopped at a question, or before its sheet could be opened, has
-    // no sheet to open (a file that holds the name is another's).
-    std::error_code ec;
-    if ((result.failed && result.rows == 0) || !std::filesystem::is_regular_file(sOut, ec))
-        return;
-    dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
-}
-
-std::string Form1::fullname(const std::string& sName) const
-{
-    return session.baseDir + sName;
-}
-
-void Form1::showviewer()
-{
-    if (!form2) {
-        ViewerHost& host = *this;
-        form2 = std::make_unique<Form2>(view, host);
-    }
-    form2->open();
-}
-
-void Form1::List1_DblClick()
-{
-    const List2Hit entry = currententry(List1);
-    if (entry.sName.empty())
-        return;
-    view.sViewFile = fullname(entry.sName);
-    if (view.nViewWidth == 0)
-        view.nViewWidth = 8;
-    view.lViewPos = 1;
-    showviewer();
-}
-
-void Form1::openhit()
-{
-    const List2Hit hit = currententry(List2);
-    if (hit.sName.empty())
-        return;
-    view.sViewFile = fullname(hit.sName);
-    if (view.nViewWidth == 0)
-        view.nViewWidth = 10;
-    view.lViewHit = hit.lPos;
-    view.lViewPos = std::max<std::int64_t>(1, view.lViewHit - 2 * static_cast<std::int64_t>(view.nViewWidth));
-    showviewer();
-}
-
-void Form1::List2_Click()
-{
-    if (currentrow(List2) < 0)
-        return;
-    openhit();
-    activateWindow();
-    List2->setFocus();
-}
-
-void Form1::List2_DblClick()
-{
-    if (currentrow(List2) >= 0)
-        openhit();
-}
-
-// The arrow keys and their kin in List2 are clicks on the line they reach.
-void Form1::List2_KeyWalk(const QEvent* event)
-{
-    if (event->type() == QEvent::KeyPress)
-        nRowBeforeKey = currentrow(List2);
-    else if (event->type() == QEvent::KeyRelease && !static_cast<const QKeyEvent*>(event)->isAutoRepeat()
-             && currentrow(List2) != nRowBeforeKey)
-        List2_Click();
-}
-
-int Form1::hitcount() const
-{
-    return static_cast<int>(session.hits.size());
-}
-
-int Form1::currenthit() const
-{
-    return currentrow(List2);
-}
-
-void Form1::sethit(int row)
-{
-    List2->setCurrentIndex(hitsModel->index(row));
-    if (row >= 0)
-        openhit();
-}
-
-void Form1::findfromviewer(const std::string& pattern)
-{
-    Text2->setText(towidget(pattern));
-    findinfiles(pattern, false);
-    if (session.hits.empty())
-        return;
-    List2->setCurrentIndex(QModelIndex());
-    List2->setCurrentIndex(hitsModel->index(0));
-    List2_Click();
 }
 
 }  // namespace brindlex::gui

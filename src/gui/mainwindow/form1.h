@@ -47,7 +47,9 @@ class Form1 : public QMainWindow, private ViewerHost {
     Q_OBJECT
 
 public:
-    explicit Form1(QWidget* parent = nullptr);
+    // `exeDir`: where Form_Load looks for vellumix; empty for the
+    // program's own directory.
+    explicit Form1(std::filesystem::path exeDir = {}, QWidget* parent = nullptr);
     ~Form1() override;
 
     // Start-up. `sCommand` is the program's arguments joined by single
@@ -56,27 +58,16 @@ public:
     // current directory.
     void Form_Load(const std::string& sCommand);
 
-    // 0 Find All, 1 Replace, 2 Dir (the listing), 3 Cancel. Ignored while a
-    // walk or run is under way (but 3).
-    void cmd_Click(int Index);
-
-    // One run over the selected lines of List1 (all when none is selected).
-    // Also what the viewer's Goto starts. Returns at once while another walk
-    // or run is under way.
-    void findinfiles(const std::string& sFind, bool bReplace);
+    // The command buttons cmd(0) Find All, cmd(1) Replace, cmd(2) Dir (the
+    // listing), cmd(3) Cancel. Ignored while a walk or run is under way
+    // (but Cancel).
+    void cmdFindAll_Click() { cmdFind_Click(false); }
+    void cmdReplace_Click() { cmdFind_Click(true); }
+    void cmdDir_Click();
+    void cmdCancel_Click();
 
     void chkIncludeSubs_Click();
     void lblDir_Click();
-
-    // Selects the first 1000 characters of `box` and gives it the focus,
-    // unless the last call that did so was less than 0.000001 day (86.4 ms)
-    // ago: giving the focus calls this again through the focus event, and
-    // that second call must leave the selection alone.
-    void selectalltext(QLineEdit* box);
-
-    // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
-    // list units (4 units = one average character width of the list's font).
-    void settabstops(QAbstractItemView* lstList, const std::string& sStops);
 
     void mnuConvertHex_Click();
     void mnuopt_Click();
@@ -86,15 +77,9 @@ public:
     void mnuHelp_Click();
     void mnuExit_Click();
 
-    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile and
-    // empties List2 (with bShowMessage it tells how many sets it loaded).
-    // saverep stores the pair of Text2/Text3: with an empty name (before each
-    // run) as "Previous", and only into the default file; with a name under
-    // the user's answer to the name prompt, that name offered. mnuRep_Click
+    // The replacement sets (loadreplist, saverep). mnuRep_Click
     // picks a set into the boxes, saves the pair ("&New"), or runs the sets
     // one after the other; mnuOpenRepFile_Click loads another file of sets.
-    void loadreplist(bool bShowMessage);
-    void saverep(const std::string& sName);
     void mnuRep_Click(int Index);
     void mnuOpenRepFile_Click();
 
@@ -122,7 +107,6 @@ public:
     void List1_DblClick();
     void List2_Click();
     void List2_DblClick();
-    void openhit();
 
     // The viewer, once it has been opened.
     Form2* viewer() const { return form2.get(); }
@@ -135,6 +119,15 @@ public:
     // What the window holds: List1 and List2 show it.
     const Session& state() const { return session; }
 
+    // The viewer's state, set here before the viewer opens.
+    ViewState& viewstate() { return view; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    friend class WindowHost;
     // Controls.
     QLabel* Label1 = nullptr;
     QLabel* Label2 = nullptr;
@@ -183,17 +176,37 @@ public:
     int nDumpCount = 0;               // the number of the last sheet
     double dLastFocus = 0;            // days, see selectalltext
 
-    // The viewer's state, set here before the viewer opens.
     ViewState view;
 
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override;
-    void closeEvent(QCloseEvent* event) override;
+    void cmdFind_Click(bool bReplace);
 
-private:
-    friend class WindowHost;
+    // One run over the selected lines of List1 (all when none is selected).
+    // Also what the viewer's Goto starts. Returns at once while another walk
+    // or run is under way.
+    void findinfiles(const std::string& sFind, bool bReplace);
+
+    // Selects the first 1000 characters of `box` and gives it the focus,
+    // unless the last call that did so was less than 0.000001 day (86.4 ms)
+    // ago: giving the focus calls this again through the focus event, and
+    // that second call must leave the selection alone.
+    void selectalltext(QLineEdit* box);
+
+    // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
+    // list units (4 units = one average character width of the list's font).
+    void settabstops(QAbstractItemView* lstList, const std::string& sStops);
+
+    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile and
+    // empties List2 (with bShowMessage it tells how many sets it loaded).
+    // saverep stores the pair of Text2/Text3: with an empty name (before each
+    // run) as "Previous", and only into the default file; with a name under
+    // the user's answer to the name prompt, that name offered.
+    void loadreplist(bool bShowMessage);
+    void saverep(const std::string& sName);
+    void openhit();
+
     void buildsurface();
     void buildlists(Designer& d, QGridLayout& grid);
+    void fitdesignsize();
     void showbasedir();
     void alignlistcaptions(int stopUnits);
     void buildmenus();
