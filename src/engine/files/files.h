@@ -10,7 +10,7 @@
 
 namespace brindlex {
 
-class Host;
+class WalkSink;
 
 // The name part: behind the last "/", with every blank removed.
 //   "/data/a b.txt" -> "ab.txt", "/data/" -> "", "*.*" -> "*.*"
@@ -88,13 +88,13 @@ List2Hit readlist2line(const std::string& line);
 // The walk: lists the regular files (and links to regular files) of
 // dirpart(mask) that match filepart(mask), then, with `bIncludeSubs`, every
 // real subdirectory whose name doesn't begin with "." in full, depth first.
-// Adds each file through host.addentry() by its real name. Calls host.enablecontrols(false) at the
-// start of each directory and (true) at its end, and host.yield() before
-// each file and each directory entry; a raised cancel flag ends the listing
-// of the directory in hand. FIFOs, sockets, devices and links to
+// Gives each file to sink.entry() by its real name. Calls sink.level(true)
+// at the start of each directory and (false) at its end, and sink.carryon()
+// before each file and each directory entry; its answer false ends the
+// listing of the directory in hand. FIFOs, sockets, devices and links to
 // directories are passed over silently; a directory that can't be opened is
-// passed over and told to host.unreadable(). Directories are entered one
+// passed over and told to sink.unreadable(). Directories are entered one
 // from another (openat), so the depth of a tree has no limit.
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host);
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& sink);
 
 }  // namespace brindlex

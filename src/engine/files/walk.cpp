@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "engine/batch/host.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 
 namespace brindlex {
@@ -51,7 +51,7 @@ bool isrealdir(int dirfd, const dirent* entry)
 // The files of one directory, then (with `bIncludeSubs`) the names of its
 // subdirectories. False when the user cancelled on the way.
 bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
-               bool bIncludeSubs, Host& host, std::vector<std::string>& subdirs)
+               bool bIncludeSubs, WalkSink& host, std::vector<std::string>& subdirs)
 {
     DirStream dir(dirfd);
     if (!dir.get())
@@ -70,19 +70,17 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
         if ((sizes || entry->d_type != DT_REG)
             && (::fstatat(dir.fd(), entry->d_name, &st, 0) != 0 || !S_ISREG(st.st_mode)))
             continue;
-        host.yield();
-        if (host.bCancel)
+        if (!host.carryon())
             return false;
         relname.assign(prefix).append(entry->d_name);
-        host.addentry(relname, static_cast<std::int64_t>(st.st_size));
+        host.entry(relname, static_cast<std::int64_t>(st.st_size));
     }
 
     if (!bIncludeSubs)
         return true;
     ::rewinddir(dir.get());
     while (const dirent* entry = ::readdir(dir.get())) {
-        host.yield();
-        if (host.bCancel)
+        if (!host.carryon())
             return false;
         if (entry->d_name[0] != '.' && isrealdir(dir.fd(), entry))
             subdirs.emplace_back(entry->d_name);
@@ -102,7 +100,7 @@ bool samedir(int fd, const struct stat& want)
 struct Walk {
     std::string m;   // the name part below the first level
     bool bIncludeSubs;
-    Host& host;
+    WalkSink& host;
 };
 
 // One directory and, with bIncludeSubs, its subdirectories, each entered
@@ -115,7 +113,7 @@ struct Walk {
 FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::string& where, std::string_view typedname,
                      const Walk& w)
 {
-    w.host.enablecontrols(false);
+    w.host.level(true);
     std::vector<std::string> subdirs;
     struct stat self {};
     if (::fstat(dir.get(), &self) == 0 && listlevel(dir.get(), typedname, prefix, w.bIncludeSubs, w.host, subdirs)) {
@@ -124,8 +122,8 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
             FileHandle sub(::openat(dir.get(), f.c_str(), kDirFlags | O_NOFOLLOW));
             if (!sub.valid()) {
                 w.host.unreadable(subpath, errno);
-                w.host.enablecontrols(false);   // as for a level entered and found empty
-                w.host.enablecontrols(true);
+                w.host.level(true);   // as for a level entered and found empty
+                w.host.level(false);
                 continue;
             }
             dir.close();
@@ -135,13 +133,13 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
                 break;
         }
     }
-    w.host.enablecontrols(true);
+    w.host.level(false);
     return dir;
 }
 
 }  // namespace
 
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host)
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& host)
 {
     // The name part as typed, blanks included, selects in this directory;
     // the levels below get filepart's version without blanks.
@@ -158,8 +156,8 @@ void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& ba
     FileHandle dir(openlong(dirpath, kDirFlags));
     if (!dir.valid()) {
         host.unreadable(dirpath, errno);
-        host.enablecontrols(false);
-        host.enablecontrols(true);
+        host.level(true);
+        host.level(false);
         return;
     }
     walklevel(std::move(dir), prefix, dirpath, typedname, Walk{filepart(mask), bIncludeSubs, host});
