@@ -84,8 +84,9 @@ List2Hit readlist2line(const std::string& line);
 // start of each directory and (true) at its end, and host.yield() before
 // each file and each directory entry; a raised cancel flag ends the listing
 // of the directory in hand. FIFOs, sockets, devices and links to
-// directories are passed over silently; a directory that can't be opened is
-// passed over and told to host.unreadable(). Directories are entered one
+// directories are passed over silently; a directory that can't be opened,
+// read or searched is passed over and told to host.unreadable(), and the
+// walk goes on with the rest. Directories are entered one
 // from another (openat), so the depth of a tree has no limit.
 void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host);
 
