@@ -71,6 +71,9 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         {"the log: head lines and hits, appended", {"replace", "--log-finds", "--log-replaces", "w", "W", "B.txt"}, "",
          "B.txt\t000000002\n", "1 hit in 1 of 1 file, 1 file rewritten\n", 0, {{"B.txt", "tWo"}},
          "old\r\nfind      W  \r\nreplace with     W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
+        {"a log at a link is never followed: told, and the status is 2",
+         {"find", "--log-finds", "--log", "link.txt", "w", "B.txt"}, "", "B.txt\t000000002\n",
+         "Error writing log link.txt: Too many levels of symbolic links\n1 hit in 1 of 1 file, 0 files rewritten\n", 2, {{"a.txt", "one two"}}},
         // As the window's Cancel: the hits of the file scanned are listed, and it is not rewritten.
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
          "B.txt\t000000001\n", "1 hit in 1 of 1 file, 0 files rewritten, interrupted\n", 130, {{"B.txt", "two"}}, "old\r\n", true},

@@ -178,6 +178,7 @@ private:
     bool takeahead(FileScan& file, std::size_t taken);
     bool scanfile(FileScan& file);
     void commitfile(FileScan& file);
+    void tellloglost();
     void finish();
 
     const RunRequest& request;
@@ -187,6 +188,7 @@ private:
     const PatternSearch search;
     RunResult result;
     Rewritten rewritten;
+    bool logTold = false;
     std::optional<ReadAhead> ahead;   // declared behind search, stopped before it goes
 };
 
@@ -194,6 +196,7 @@ RunResult BatchRun::run()
 {
     host.enablecontrols(false);
     writeheadlines(log, request, patterns);
+    tellloglost();
     const std::vector<std::size_t> order = filestorun(request);
     startreadahead(order);
     for (std::size_t taken = 0; taken < order.size(); ++taken) {
@@ -208,11 +211,13 @@ RunResult BatchRun::run()
         if (host.bCancel) {
             // The file in hand keeps its bytes, and the status its count.
             result.cancelled = true;
+            tellloglost();
             host.enablecontrols(true);
             return result;
         }
         if (file.output && file.nHits > 0)
             commitfile(file);
+        tellloglost();
     }
     finish();
     return result;
@@ -311,8 +316,19 @@ void BatchRun::commitfile(FileScan& file)
     result.failures = true;
 }
 
+// The log's first failure, told once: the run goes on without its lines.
+void BatchRun::tellloglost()
+{
+    if (!log.failure() || logTold)
+        return;
+    logTold = true;
+    result.failures = true;
+    host.message(log.failuremessage());
+}
+
 void BatchRun::finish()
 {
+    tellloglost();
     const std::int64_t listed = std::min(result.hits, kListLimit);
     if (listed == kListLimit)
         host.status("more than 1000");

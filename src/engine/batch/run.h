@@ -23,7 +23,9 @@
 // the file) and yield. A file that can't be opened gets its message and the
 // run goes on. After a replaced file: lineupdated(index, new List1 line with
 // "*"), and a message if the length check (with its reason) or the copy
-// failed; the check and the copy are commitrewrite (rewrite.h). At the end
+// failed; the check and the copy are commitrewrite (rewrite.h). A log that
+// can't be opened or written (runlog.h) gets its message once, behind the
+// file in hand, and the run goes on without it. At the end
 // status(lines of the hit list, "more than 1000" for 1000) and the controls
 // come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
 // the file in hand untouched, turns the controls on and ends the run at
@@ -71,7 +73,8 @@ struct RunResult {
     std::int64_t hits = 0;            // all hits of the run
     std::int64_t filesWithHits = 0;
     std::int64_t filesRewritten = 0;
-    bool failures = false;            // a file could not be opened, read, checked or rewritten
+    bool failures = false;            // a file could not be opened, read, checked or rewritten,
+                                      // or the log could not be written
 };
 
 // The longest pattern found wherever it lies; a longer one only where it
