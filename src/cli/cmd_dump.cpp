@@ -32,7 +32,8 @@ constexpr const char* kUsage =
     "  --size 2|4       bytes per integer\n"
     "  --cols N         values per row, 1 to 32767, as in the window\n"
     "  -o, --output SHEET  the sheet to write (default: stdout); an existing\n"
-    "                   SHEET is replaced only when the dump is complete\n"
+    "                   SHEET is replaced only when the dump is complete; a\n"
+    "                   symbolic link at SHEET is refused, never followed\n"
     "  --help           this text\n"
     "\n"
     "Exit status: 0 written, 2 FILE or SHEET failed, or bad usage; 130\n"
@@ -72,7 +73,9 @@ public:
 };
 
 // A named sheet goes in place as a whole, through the one safe route for a
-// user's file, so that a failed or interrupted dump leaves the old one.
+// user's file (a new file, then a rename in its directory), so that a failed
+// or interrupted dump leaves the old one. A link at the name is refused: one
+// planted in a shared directory must never lead the sheet elsewhere.
 class ReplacedSheet final : public SheetOutput {
 public:
     explicit ReplacedSheet(std::string target) : target_(std::move(target)) {}
@@ -81,7 +84,7 @@ public:
         Error error;
         const std::optional<std::filesystem::path> dir = preparedworkdir();
         replace_ = SafeReplace::begin(target_, dir ? scratchfilepath() : std::filesystem::path(), error,
-                                      SafeReplace::Missing::Create);
+                                      SafeReplace::Missing::CreateNoLink);
         return error;
     }
     int fd() const override { return replace_->fd(); }

@@ -93,6 +93,15 @@ TEST(DumpCommand, OutputFileIsReplacedWholeAndKeepsItsMode)
                                     dir.path(), dir.path());
     EXPECT_TRUE(failed.exited(2));
     EXPECT_EQ(test::readfile(sheet), " 1 \t5\r\n");
+
+    // A link planted at the sheet's name is refused, its target untouched.
+    std::filesystem::create_symlink(sheet, dir.path() / "planted.xls");
+    const CliResult planted = runcli({"dump", "--size", "2", "--cols", "1", "-o", "planted.xls", "in.bin"},
+                                     dir.path(), dir.path());
+    EXPECT_TRUE(planted.exited(2));
+    EXPECT_NE(planted.err.find("not followed"), std::string::npos) << planted.err;
+    EXPECT_EQ(test::readfile(sheet), " 1 \t5\r\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.path() / "planted.xls"));
 }
 
 }  // namespace
