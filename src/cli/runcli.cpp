@@ -386,7 +386,9 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::filesystem::path cwd = std::filesystem::current_path(ec);
         const std::string expanded = expandmask(mask, cwd);
         request.baseDir = basedirfor(expanded);
-        listfiles(expanded, o.bIncludeSubs, request.baseDir, host);
+        FileHandle base;
+        listfiles(expanded, o.bIncludeSubs, request.baseDir, host, &base);
+        request.baseDirFd = std::make_shared<const FileHandle>(std::move(base));
         request.bWalkedNow = true;
         // One file named without a wildcard that isn't there: as grep says it.
         struct stat st {};

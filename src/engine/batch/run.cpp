@@ -5,6 +5,7 @@
 #include <optional>
 #include <tuple>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "engine/batch/readahead.h"
@@ -15,6 +16,7 @@
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/files/files.h"
+#include "engine/files/openbelow.h"
 #include "engine/pattern/notation.h"
 
 namespace brindlex {
@@ -163,11 +165,24 @@ std::vector<std::size_t> filestorun(const RunRequest& request)
     return chosen;
 }
 
+// The opener of the names below the base directory: the walk's descriptor
+// of it, or one opened now; none for names that are paths of their own.
+std::optional<BelowOpener> belowbase(const RunRequest& request)
+{
+    if (request.baseDir.empty())
+        return std::nullopt;
+    if (request.baseDirFd && request.baseDirFd->valid())
+        return std::optional<BelowOpener>(std::in_place, FileHandle(::fcntl(request.baseDirFd->get(), F_DUPFD_CLOEXEC, 0)));
+    FileHandle base(openlong(request.baseDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+    const int code = base.valid() ? 0 : errno;
+    return std::optional<BelowOpener>(std::in_place, std::move(base), code);
+}
+
 class BatchRun {
 public:
     BatchRun(const RunRequest& request, Host& host)
         : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
-          search(patterns.sFind, patterns.bMatchCase)
+          search(patterns.sFind, patterns.bMatchCase), below(belowbase(request))
     {
     }
 
@@ -186,6 +201,7 @@ private:
     const Patterns patterns;
     RunLog log;
     const PatternSearch search;
+    const std::optional<BelowOpener> below;
     RunResult result;
     Rewritten rewritten;
     bool logTold = false;
@@ -233,8 +249,8 @@ void BatchRun::startreadahead(const std::vector<std::size_t>& order)
     std::vector<std::string> files;
     files.reserve(order.size());
     for (const std::size_t i : order)
-        files.push_back(request.baseDir + realname(request, i));
-    ahead.emplace(std::move(files), search, request.bReplace, request.bWalkedNow);
+        files.push_back(below ? realname(request, i) : request.baseDir + realname(request, i));
+    ahead.emplace(std::move(files), search, request.bReplace, request.bWalkedNow, below ? &*below : nullptr);
 }
 
 // The file as a worker found it, told to the host as the file loop tells
@@ -260,7 +276,8 @@ bool BatchRun::takeahead(FileScan& file, std::size_t taken)
 bool BatchRun::scanfile(FileScan& file)
 {
     OpenedFile& opened = file.opened;
-    const Error error = openbinary(file.sFile, opened, request.bWalkedNow);
+    const Error error = below ? below->open(file.sName, file.sFile, opened, request.bWalkedNow)
+                              : openbinary(file.sFile, opened, request.bWalkedNow);
     host.progress(true, 0, error ? 0 : opened.size());
     if (error) {
         host.message(openerrormessage(file.sFile, error), {});

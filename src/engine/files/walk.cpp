@@ -170,7 +170,8 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
 
 }  // namespace
 
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host)
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host,
+               FileHandle* keepBase)
 {
     // The name part as typed, blanks included, selects in this directory;
     // the levels below get filepart's version without blanks.
@@ -191,6 +192,8 @@ void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& ba
         host.enablecontrols(true);
         return;
     }
+    if (keepBase)
+        *keepBase = FileHandle(::fcntl(dir.get(), F_DUPFD_CLOEXEC, 0));
     walklevel(std::move(dir), prefix, dirpath, typedname, Walk{filepart(mask), bIncludeSubs, host});
 }
 
