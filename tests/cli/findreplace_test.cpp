@@ -203,6 +203,28 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
     EXPECT_EQ(readfile(base / "writable"), "2");
 }
 
+// A list of names that is none (nothing but empty names, random bytes, a
+// list without end) is refused in bounded memory, and soon.
+TEST(CliFindReplace, EndlessListsAreRefusedInBoundedMemory)
+{
+    test::TempDir dir;
+    const struct { const char* option; const char* list; const char* why; } rows[] = {
+        {"--files0-from", "/dev/zero", "more than 16 empty names in a row"},
+        {"--files-from", "/dev/zero", "a name holds a NUL byte"},
+        {"--files0-from", "/dev/urandom", "names in a row lead to no file"},
+        {"--files-from", "/dev/urandom", "a name holds a NUL byte"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.option) + " " + row.list);
+        unsigned long long peak = 0;
+        const CliResult r = runclipeak({"find", row.option, row.list, "x"}, dir.path(), peak);
+        EXPECT_TRUE(r.exited(2)) << r.err;
+        EXPECT_TRUE(r.err.starts_with("brindlex-cli: find: cannot read the list "s + row.list + ": ")) << r.err;
+        EXPECT_NE(r.err.find(row.why), std::string::npos) << r.err;
+        EXPECT_LT(peak, kMaxRssKiB);
+    }
+}
+
 // A full disk (a tiny tmpfs in a mount namespace of a child's own, else a
 // file size limit) or a file size limit (ulimit -f, whose signal the CLI
 // must not die of): the file that would outgrow it keeps its bytes, the
