@@ -4,8 +4,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -34,10 +33,12 @@ constexpr const char* kUsage =
     "  --pos N      1-based position of the page's first byte (default 1)\n"
     "  --block N    read one page of N bytes, as the viewer does (Pure Text takes\n"
     "               one byte more after a CR); without it the page runs to the\n"
-    "               file's end\n"
+    "               file's end. A page of any size is written as it is read\n"
     "  --save TEXTFILE  instead of writing the page, put TEXTFILE's page text in\n"
     "               its place in FILE, as the viewer's Save does (read in the\n"
-    "               mode and format given; the rest of FILE is kept)\n"
+    "               mode and format given; the rest of FILE is kept). The page\n"
+    "               is then at most 16 MiB, and TEXTFILE a regular file at most\n"
+    "               1 MiB longer than the page's text\n"
     "  --help       this text\n"
     "\n"
     "Exit status: 0 done, 2 FILE could not be read or saved, or bad usage.\n"
@@ -125,14 +126,44 @@ Page readoptionspage(const PageOptions& o)
     return readpage(o.file, o.lPos, nBlock == 0 ? kDefaultBlock : nBlock, o.nWidth, o.nMode, o.nFormat);
 }
 
+// Bytes an edited page's text may hold beyond the page's own text.
+constexpr std::size_t kEditSlack = 1 << 20;
+
+// TEXTFILE whole, when it is a regular file no longer than `most` bytes;
+// else what is wrong with it.
+std::optional<std::string> readedit(const std::string& path, std::size_t most, std::string& trouble)
+{
+    OpenedFile file;
+    if (const Error error = openbinary(path, file)) {
+        trouble = error.text;
+        return std::nullopt;
+    }
+    if (file.size() > static_cast<std::int64_t>(most)) {
+        trouble = "longer than the page it edits (" + std::to_string(file.size()) + " bytes, at most " +
+                  std::to_string(most) + ")";
+        return std::nullopt;
+    }
+    std::string text;
+    // One byte more than allowed tells a file that grew meanwhile.
+    if (!readblock(file.fd.get(), 0, static_cast<std::int64_t>(most) + 1, text)) {
+        trouble = std::strerror(errno);
+        return std::nullopt;
+    }
+    if (text.size() > most) {
+        trouble = "longer than the page it edits";
+        return std::nullopt;
+    }
+    return text;
+}
+
 int savepage(const PageOptions& o, const Page& page)
 {
-    std::ifstream in(*o.save, std::ios::binary);
-    if (!in)
-        return trouble("brindlex-cli: page: cannot read " + *o.save);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string why;
+    const std::optional<std::string> text = readedit(*o.save, page.sText.size() + kEditSlack, why);
+    if (!text)
+        return trouble("brindlex-cli: page: cannot read " + *o.save + ": " + why);
     const std::string sViewText = o.nMode >= kModePureText ? page.sText : pagebytes(page.sText, o.nMode);
-    const PageEdit edit = pageedit(text, o.nMode, o.nFormat, sViewText, page.lViewLen);
+    const PageEdit edit = pageedit(*text, o.nMode, o.nFormat, sViewText, page.lViewLen);
     if (!edit.changed)
         return 0;
     if (edit.refused)
@@ -148,37 +179,24 @@ int savepage(const PageOptions& o, const Page& page)
     return 0;
 }
 
-bool writeout(const std::string& text)
+// The page, of any size, written as it is read.
+int writepage(const PageOptions& o)
 {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size())
-        return true;
-    std::perror("brindlex-cli: page: writing to stdout");
-    return false;
-}
-
-// Without --block, rows of the byte modes go out a stretch at a time, so a
-// file of any size is written in bounded memory; the record view and the
-// text modes need their page whole, which the limit of Full Text bounds.
-int writewhole(PageOptions o)
-{
-    const bool rows = o.nMode < kModePureText && o.nFormat != kFormatMeta;
-    const std::int64_t stretch = rows ? std::int64_t{o.nWidth} * 16384 : std::numeric_limits<std::int64_t>::max();
-    for (;;) {
-        o.nBlock = stretch;
-        const Page page = readoptionspage(o);
-        if (!page.opened)
-            return trouble(openerrormessage(o.file, page.error));
-        if (page.error)
-            return trouble(page.error.text);
-        if (!rows && o.nMode != kModeFullText && page.lViewLen > kFullTextLimit)
-            return trouble("brindlex-cli: page: the page from --pos to the end is over " +
-                           std::to_string(kFullTextLimit) + " bytes: give --block");
-        if (!writeout(page.sText))
-            return kExitTrouble;
-        if (page.lViewLen < stretch || !rows)
-            return 0;
-        o.lPos += page.lViewLen;
+    const std::int64_t nBlock = o.nBlock ? *o.nBlock : std::numeric_limits<std::int64_t>::max();
+    bool failed = false;
+    const PageStream page = streampage(o.file, o.lPos, nBlock, o.nWidth, o.nMode, o.nFormat, [&](std::string_view text) {
+        failed = std::fwrite(text.data(), 1, text.size(), stdout) != text.size();
+        return !failed;
+    });
+    if (!page.opened)
+        return trouble(openerrormessage(o.file, page.error));
+    if (page.error)
+        return trouble(page.error.text);
+    if (failed || std::fflush(stdout) != 0) {
+        std::perror("brindlex-cli: page: writing to stdout");
+        return kExitTrouble;
     }
+    return 0;
 }
 
 int runpage(const std::vector<std::string>& args)
@@ -187,16 +205,14 @@ int runpage(const std::vector<std::string>& args)
     const std::optional<PageOptions> o = parsepageoptions(args, status);
     if (!o)
         return status;
-    if (!o->nBlock && !o->save)
-        return writewhole(*o);
+    if (!o->save)
+        return writepage(*o);
     const Page page = readoptionspage(*o);
     if (!page.opened)
         return trouble(openerrormessage(o->file, page.error));
     if (page.error)
         return trouble(page.error.text);
-    if (o->save)
-        return savepage(*o, page);
-    return writeout(page.sText) ? 0 : kExitTrouble;
+    return savepage(*o, page);
 }
 
 const RegisterCommand registered({"page", "page [options] FILE        the viewer's page text of a file", runpage});

@@ -52,6 +52,10 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
         // Bytes the records pass over are on no page: such a page is not saved.
         {{"page", "--format", "3", "m"}, 2, "metafile records", "000001 = 03 : <03> <00> <00> <00> <21> <16>"},
         {{"page", "none"}, 2, "Error opening none:\r\n"},
+        // What --save reads is a regular file no longer than the page allows.
+        {{"page", "--save", "/dev/zero", "f"}, 2, "cannot read /dev/zero: Not a regular file"},
+        {{"page", "--save", ".", "f"}, 2, "cannot read .: Not a regular file"},
+        {{"page", "--mode", "0", "--block", "2", "f"}, 2, "longer than the page it edits", std::string((1 << 20) + 40, 'x')},
         {{"page", "--pos", "0", "f"}, 2, "bad value '0' for --pos"},
         {{"page", "f", "g"}, 2, "expects one FILE"},
     };
