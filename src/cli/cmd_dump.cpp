@@ -122,26 +122,40 @@ std::optional<DumpOptions> parse(const std::vector<std::string>& args, int& stat
     DumpOptions o;
     bool options = true;
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        // --cols=N as well as --cols N.
+        std::string arg = args[i];
+        std::optional<std::string> given;
+        if (const std::size_t eq = arg.find('='); options && arg.starts_with("--") && eq != std::string::npos) {
+            given = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
         const bool valued = options && (arg == "--size" || arg == "--cols" || arg == "-o" || arg == "--output");
-        if (valued && i + 1 == args.size()) {
+        if (given && !valued) {
+            status = usageerror("dump: option '" + arg + "' takes no value (see brindlex-cli dump --help)");
+            return std::nullopt;
+        }
+        if (valued && !given && i + 1 == args.size()) {
             status = usageerror("dump: " + arg + " needs a value (see brindlex-cli dump --help)");
             return std::nullopt;
         }
+        auto value = [&] { return given ? *given : args[++i]; };
         if (options && arg == "--") {
             options = false;
         } else if (options && (arg == "--help" || arg == "-h")) {
             std::fputs(kUsage, stdout);
             status = 0;
             return std::nullopt;
-        } else if (valued && arg == "--size") {
-            o.size = number(args[++i]);
-            if (o.size != 2 && o.size != 4)
-                o.size = 0;
-        } else if (valued && arg == "--cols") {
-            o.cols = number(args[++i]).value_or(0);
+        } else if (valued && (arg == "--size" || arg == "--cols")) {
+            const std::string v = value();
+            std::optional<int>& into = arg == "--size" ? o.size : o.cols;
+            into = number(v);
+            if (arg == "--size" ? into != 2 && into != 4 : !into || *into < 1 || *into > 32767) {
+                status = usageerror("dump: bad value '" + v + "' for " + arg +
+                                    (arg == "--size" ? " (2 or 4)" : " (1 to 32767)"));
+                return std::nullopt;
+            }
         } else if (valued) {
-            o.output = args[++i];
+            o.output = value();
         } else if (options && arg.size() > 1 && arg[0] == '-') {
             status = usageerror("dump: unknown option '" + arg + "' (see brindlex-cli dump --help)");
             return std::nullopt;
@@ -149,8 +163,13 @@ std::optional<DumpOptions> parse(const std::vector<std::string>& args, int& stat
             o.files.push_back(arg);
         }
     }
-    if (o.files.size() != 1 || !o.size || !o.cols || *o.size == 0 || *o.cols < 1 || *o.cols > 32767) {
-        status = usageerror("dump: expects --size 2|4, --cols N of 1 to 32767 and one FILE"
+    if (!o.size || !o.cols) {
+        status = usageerror(std::string("dump: ") + (o.size ? "--cols N" : o.cols ? "--size 2|4" : "--size 2|4 and --cols N")
+                            + " must be given (see brindlex-cli dump --help)");
+        return std::nullopt;
+    }
+    if (o.files.size() != 1) {
+        status = usageerror("dump: expects one FILE, not " + std::to_string(o.files.size()) +
                             " (see brindlex-cli dump --help)");
         return std::nullopt;
     }

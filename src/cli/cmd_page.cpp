@@ -41,7 +41,8 @@ constexpr const char* kUsage =
     "               1 MiB longer than the page's text\n"
     "  --help       this text\n"
     "\n"
-    "Exit status: 0 done, 2 FILE could not be read or saved, or bad usage.\n"
+    "Exit status: 0 done, 1 --pos past the end of FILE, 2 FILE could not be read\n"
+    "or saved, or bad usage. --opt=value is taken as well as --opt value.\n"
     "\n"
     "Examples:\n"
     "  brindlex-cli page --mode 0 --block 256 image.bin      the first 256 bytes\n"
@@ -75,22 +76,32 @@ std::optional<PageOptions> parsepageoptions(const std::vector<std::string>& args
     std::vector<std::string> files;
     bool options = true;
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        std::string arg = args[i];
         if (!options || arg.size() < 2 || arg[0] != '-') {
             files.push_back(arg);
             continue;
         }
+        // --pos=N as well as --pos N.
+        std::optional<std::string> given;
+        if (const std::size_t eq = arg.find('='); arg.starts_with("--") && eq != std::string::npos) {
+            given = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
+        const bool valued = arg == "--mode" || arg == "--width" || arg == "--format" || arg == "--pos" ||
+                            arg == "--block" || arg == "--save";
+        if (given && !valued)
+            return status = usageerror("page: option '" + arg + "' takes no value (see brindlex-cli page --help)"),
+                   std::nullopt;
         if (arg == "--") {
             options = false;
         } else if (arg == "--help" || arg == "-h") {
             std::fputs(kUsage, stdout);
             status = 0;
             return std::nullopt;
-        } else if (arg == "--mode" || arg == "--width" || arg == "--format" || arg == "--pos" || arg == "--block" ||
-                   arg == "--save") {
-            if (i + 1 >= args.size())
+        } else if (valued) {
+            if (!given && i + 1 >= args.size())
                 return status = usageerror("page: " + arg + " needs a value"), std::nullopt;
-            const std::string& value = args[++i];
+            const std::string value = given ? *given : args[++i];
             const std::optional<std::int64_t> n = arg == "--mode" || arg == "--format" ? number(value, 0, 3)
                                                   : arg == "--width"                   ? number(value, 1, 32767)
                                                   : arg == "--save"                    ? std::optional<std::int64_t>(0)
@@ -195,6 +206,11 @@ int writepage(const PageOptions& o)
     if (failed || std::fflush(stdout) != 0) {
         std::perror("brindlex-cli: page: writing to stdout");
         return kExitTrouble;
+    }
+    if (o.nMode != kModeFullText && o.lPos > page.lFileLen) {
+        std::fprintf(stderr, "brindlex-cli: page: position %lld is past the end of %s (%lld bytes)\n",
+                     static_cast<long long>(o.lPos), o.file.c_str(), static_cast<long long>(page.lFileLen));
+        return kExitNoHits;
     }
     return 0;
 }

@@ -196,13 +196,28 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
         return std::nullopt;
     };
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        // --log=FILE as well as --log FILE.
+        std::string arg = args[i];
+        std::optional<std::string> given;
+        if (const std::size_t eq = arg.find('='); options && arg.starts_with("--") && eq != std::string::npos) {
+            given = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
         auto value = [&](std::optional<std::string>& into) {
+            if (given) {
+                into = *given;
+                return true;
+            }
             if (i + 1 >= args.size())
                 return false;
             into = args[++i];
             return true;
         };
+        const bool valued = arg == "--log" || arg == "--files-from" || arg == "--files0-from";
+        if (given && !valued) {
+            status = usageerror(name + ": option '" + arg + "' takes no value (see brindlex-cli " + name + " --help)");
+            return std::nullopt;
+        }
         if (!options || arg.empty() || arg[0] != '-' || arg == "-") {
             o.operands.push_back(arg);
         } else if (arg == "--") {
@@ -223,7 +238,7 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             o.nLogMode |= kLogFinds;
         } else if (arg == "--log-replaces") {
             o.nLogMode |= kLogReplaces;
-        } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
+        } else if (valued) {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
                 return std::nullopt;
@@ -462,13 +477,13 @@ void bufferstdout()
     std::setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
 }
 
-void printsummary(const RunResult& result, std::size_t files, const std::string& prefix)
+void printsummary(const RunResult& result, std::size_t files, const std::string& prefix, bool rewrites)
 {
     auto counted = [](long long n, const char* one, const char* more) { return std::to_string(n) + (n == 1 ? one : more); };
     const std::string line = prefix + counted(result.hits, " hit", " hits") + " in "
-        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files") + ", "
-        + counted(result.filesRewritten, " file rewritten", " files rewritten") + (interrupted() ? ", interrupted" : "")
-        + "\n";
+        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files")
+        + (rewrites ? ", " + counted(result.filesRewritten, " file rewritten", " files rewritten") : "")
+        + (interrupted() ? ", interrupted" : "") + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
