@@ -7,8 +7,12 @@
 #   bash bench/page_rss.sh [path/to/brindlex-cli]
 #
 # Variables: BRINDLEX_BUILD (a build tree whose brindlex-cli is measured
-# when no path is given), PAGE_GIB (the file's size, 5). Needs GNU time
-# (/usr/bin/time). The byte modes format all 5 GiB to /dev/null: minutes.
+# when no path is given), PAGE_GIB (the file's size, 5), PAGE_TIMEOUT
+# (seconds a page may take before it is stopped; none by default). Needs GNU
+# time (/usr/bin/time). The byte modes format all 5 GiB, about 28 GB of page
+# text: several minutes each on a quiet machine. The memory of a streamed
+# page is flat from its first stretch on, so PAGE_TIMEOUT=60 gives the same
+# peaks in minutes; each line says how much page text came out.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,11 +30,14 @@ worst=0
 # measure LABEL ARGS...: peak RSS in KiB, seconds and exit status of one page.
 measure() {
   local label=$1; shift
-  local status=0
-  /usr/bin/time -f '%M %e' -o "$dir/time" "$cli" page "$@" >/dev/null 2>"$dir/err" || status=$?
-  read -r kib secs <"$dir/time"
+  local limit=() kib secs out
+  [ -n "${PAGE_TIMEOUT:-}" ] && limit=(timeout "$PAGE_TIMEOUT")
+  # GNU time's rusage of timeout includes the page it waited for.
+  out=$( { /usr/bin/time -f '%M %e %x' -o "$dir/time" "${limit[@]}" "$cli" page "$@" 2>"$dir/err" || true; } | wc -c)
+  read -r kib secs status < <(tail -n 1 "$dir/time")
   (( kib > worst )) && worst=$kib
-  printf '%-34s %8d KiB %8.1f s  exit %d  %s\n' "$label" "$kib" "$secs" "$status" "$(head -c 70 "$dir/err")"
+  printf '%-30s %7d KiB %7.1f s exit %3d %14d bytes out  %s\n' "$label" "$kib" "$secs" "$status" "$out" \
+    "$(head -c 60 "$dir/err" | tr '\n' ' ')"
 }
 
 echo "brindlex-cli page over a ${PAGE_GIB:-5} GiB sparse file ($cli)"

@@ -1,6 +1,7 @@
 // brindlex-cli dump: the window's integer dump, byte for byte the sheet that
 // it writes, to stdout or to a file that is replaced as a whole.
 #include <cerrno>
+#include <cstring>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
@@ -47,29 +48,48 @@ volatile std::sig_atomic_t gInterrupted = 0;
 
 extern "C" void ondumpinterrupt(int) { gInterrupted = 1; }
 
-// Messages on stderr; the dump's closing word says nothing a script needs.
+// Messages on stderr, each naming the file it concerns and its role; the
+// dump's closing word says nothing a script needs. The engine tells a
+// failed open by the platform's text and a failed read or write by its
+// number; which file it was, the sheet's state tells.
 class DumpHost final : public Host {
 public:
-    explicit DumpHost(std::string created) : created_(std::move(created)) {}
+    DumpHost(std::string created, std::string sIn, std::string sOut, const bool& sheetTried, const bool& sheetFailed)
+        : created_(std::move(created)), sIn_(std::move(sIn)), sOut_(std::move(sOut)), sheetTried_(sheetTried),
+          sheetFailed_(sheetFailed)
+    {
+    }
     void yield() override { bCancel = bCancel || gInterrupted != 0; }
     void message(const std::string& text, const Error& reason) override
     {
-        if (text != created_)
-            std::fprintf(stderr, "brindlex-cli: dump: %s\n", text.c_str());
-        if (reason)
-            std::fprintf(stderr, "brindlex-cli: %s\n", reasontext(reason).c_str());
+        if (text == created_)
+            return;
+        const bool number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        const std::string why = number ? std::strerror(std::stoi(text)) : text;
+        const std::string line = sheetFailed_ ? "cannot write sheet " + sOut_ + ": " + why
+            : !sheetTried_                    ? "cannot read " + sIn_ + ": " + why
+                                              : "cannot dump " + sIn_ + " into sheet " + sOut_ + ": " + why;
+        std::fprintf(stderr, "brindlex-cli: dump: %s%s\n", line.c_str(),
+                     reason ? (": " + reasontext(reason)).c_str() : "");
     }
 
 private:
-    std::string created_;
+    std::string created_, sIn_, sOut_;
+    const bool& sheetTried_;
+    const bool& sheetFailed_;
 };
 
 // stdout as the sheet: nothing to make, nothing to keep back.
 class StdoutSheet final : public SheetOutput {
 public:
-    Error open() override { return {}; }
+    Error open() override
+    {
+        tried = true;
+        return {};
+    }
     int fd() const override { return STDOUT_FILENO; }
     Error close(bool) override { return {}; }
+    bool tried = false;
 };
 
 // A named sheet goes in place as a whole, through the one safe route for a
@@ -85,16 +105,22 @@ public:
         const std::optional<std::filesystem::path> dir = preparedworkdir();
         replace_ = SafeReplace::begin(target_, dir ? scratchfilepath() : std::filesystem::path(), error,
                                       SafeReplace::Missing::CreateNoLink);
+        tried = true;
+        failed = !replace_;
         return error;
     }
     int fd() const override { return replace_->fd(); }
     Error close(bool whole) override
     {
-        if (whole)
-            return replace_->commit();
-        replace_->abort();
-        return {};
+        if (!whole) {
+            replace_->abort();
+            return {};
+        }
+        Error error = replace_->commit();
+        failed = static_cast<bool>(error);
+        return error;
     }
+    bool tried = false, failed = false;
 
 private:
     std::string target_;
@@ -190,9 +216,11 @@ int rundump(const std::vector<std::string>& args)
     ::sigaction(SIGINT, &sa, nullptr);
 
     const std::string sOut = o->output.value_or("-");
-    DumpHost host(createdmessage(sOut));
     StdoutSheet toStdout;
     ReplacedSheet toFile(sOut);
+    const bool never = false;
+    DumpHost host(createdmessage(sOut), o->files.front(), o->output ? sOut : "stdout",
+                  o->output ? toFile.tried : toStdout.tried, o->output ? toFile.failed : never);
     SheetOutput& sheet = o->output ? static_cast<SheetOutput&>(toFile) : toStdout;
     std::int64_t lPos = 1;
     const DumpResult result = dumpints(*o->size, *o->cols, o->files.front(), sheet, sOut, lPos, host);

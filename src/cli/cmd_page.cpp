@@ -124,10 +124,25 @@ std::optional<PageOptions> parsepageoptions(const std::vector<std::string>& args
     return o;
 }
 
+// "brindlex-cli: page: " and `text` on one line: a CR LF of the engine's
+// messages becomes a blank.
 int trouble(const std::string& text)
 {
-    std::fprintf(stderr, "%s\n", text.c_str());
+    std::string line = "brindlex-cli: page: " + text;
+    for (std::size_t at = line.find("\r\n"); at != std::string::npos; at = line.find("\r\n", at))
+        line.replace(at, 2, " ");
+    std::fprintf(stderr, "%s\n", line.c_str());
     return kExitTrouble;
+}
+
+int cannotread(const std::string& file, const Error& error)
+{
+    return trouble("cannot read " + file + ": " + error.text);
+}
+
+int cannotsave(const std::string& file, const std::string& why)
+{
+    return trouble("cannot save " + file + ": " + why);
 }
 
 // The page as the viewer reads it; without --block, from --pos to the end.
@@ -172,21 +187,21 @@ int savepage(const PageOptions& o, const Page& page)
     std::string why;
     const std::optional<std::string> text = readedit(*o.save, page.sText.size() + kEditSlack, why);
     if (!text)
-        return trouble("brindlex-cli: page: cannot read " + *o.save + ": " + why);
+        return trouble("cannot read edited page " + *o.save + ": " + why);
     const std::string sViewText = o.nMode >= kModePureText ? page.sText : pagebytes(page.sText, o.nMode);
     const PageEdit edit = pageedit(*text, o.nMode, o.nFormat, sViewText, page.lViewLen);
     if (!edit.changed)
         return 0;
     if (edit.refused)
-        return trouble(edit.refused.text);
+        return cannotsave(o.file, edit.refused.text);
     if (!preparedworkdir())
-        return trouble("brindlex-cli: page: the work directory " + workdirpath().string() + " can't be used");
+        return cannotsave(o.file, "the work directory " + workdirpath().string() + " can't be used");
     const SpliceResult saved =
         splicepage({o.file, page.lPos, page.lViewLen, edit.bytes, page.stamp, scratchfilepath()});
     if (!saved.opened)
-        return trouble(openerrormessage(o.file, saved.error));
+        return cannotsave(o.file, saved.error.text);
     if (saved.error)
-        return trouble(saved.error.text);
+        return cannotsave(o.file, saved.error.text);
     return 0;
 }
 
@@ -200,11 +215,11 @@ int writepage(const PageOptions& o)
         return !failed;
     });
     if (!page.opened)
-        return trouble(openerrormessage(o.file, page.error));
+        return cannotread(o.file, page.error);
     if (page.error)
-        return trouble(page.error.text);
+        return cannotread(o.file, page.error);
     if (failed || std::fflush(stdout) != 0) {
-        std::perror("brindlex-cli: page: writing to stdout");
+        std::perror("brindlex-cli: page: cannot write the page to stdout");
         return kExitTrouble;
     }
     if (o.nMode != kModeFullText && o.lPos > page.lFileLen) {
@@ -225,9 +240,9 @@ int runpage(const std::vector<std::string>& args)
         return writepage(*o);
     const Page page = readoptionspage(*o);
     if (!page.opened)
-        return trouble(openerrormessage(o->file, page.error));
+        return cannotread(o->file, page.error);
     if (page.error)
-        return trouble(page.error.text);
+        return cannotread(o->file, page.error);
     return savepage(*o, page);
 }
 
