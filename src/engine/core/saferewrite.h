@@ -39,6 +39,7 @@
 // On any failure nothing is left in the user's directory but the file.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -122,10 +123,23 @@ Error replacefilecontent(const std::filesystem::path& target, std::string_view b
                          const std::filesystem::path& scratch);
 
 // At a program's start: finishes the copy in place that a process killed
-// during it left half done, from the scratch file its journal names, if the
-// target is still the file it was (device and inode). Returns what the user
-// is told; empty when there was nothing to finish or another process holds
-// the scratch file.
+// during it left half done, from the scratch file its journal names, when
+// the journal proves that the target is still that file and holds what the
+// cut-short copy left (see journal.h). Anything else writes nothing and
+// keeps the journal and the scratch file, which then no copy in place
+// reuses, and the message tells the user what to do. A journal that is not
+// the user's own, or lies where others may write, is left alone. Another
+// process copying through the scratch file is waited for up to `wait`, then
+// named. The message is empty when there was nothing to do.
+struct Recovery {
+    enum class Outcome { None, Finished, Kept, Refused, Busy };
+    Outcome outcome = Outcome::None;
+    std::string message;
+};
+Recovery recoverinterruptedcopy(const std::filesystem::path& scratch,
+                                std::chrono::milliseconds wait = std::chrono::seconds(5));
+
+// The message of recoverinterruptedcopy(scratch).
 std::string finishinterruptedcopy(const std::filesystem::path& scratch);
 
 }  // namespace brindlex
