@@ -145,6 +145,8 @@ int savepage(const PageOptions& o, const Page& page)
         return trouble(openerrormessage(o.file, saved.error));
     if (saved.error)
         return trouble(saved.error.text);
+    if (!saved.notice.empty())
+        std::fprintf(stderr, "brindlex-cli: page: %s: %s\n", o.file.c_str(), saved.notice.c_str());
     return 0;
 }
 

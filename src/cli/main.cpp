@@ -55,9 +55,10 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     std::error_code ec;
     if (std::filesystem::exists(brindlex::workdirpath(), ec) && brindlex::preparedworkdir()) {
-        const std::string finished = brindlex::finishinterruptedcopy(brindlex::scratchfilepath());
-        if (!finished.empty())
-            std::fprintf(stderr, "brindlex-cli: %s\n", finished.c_str());
+        for (const std::string& told :
+             {brindlex::workdirnote(), brindlex::finishinterruptedcopy(brindlex::scratchfilepath())})
+            if (!told.empty())
+                std::fprintf(stderr, "brindlex-cli: %s\n", told.c_str());
     }
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty())

@@ -1,11 +1,13 @@
 #include "engine/core/saferewrite.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -52,13 +54,6 @@ bool samefile(const struct stat& a, const struct stat& b)
         && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
-// What a reader saw: the file, its length and its last write.
-bool sameread(const struct stat& a, const struct stat& b)
-{
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size
-        && a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
-}
-
 fs::path parentof(const fs::path& p)
 {
     return p.has_parent_path() ? p.parent_path() : fs::path(".");
@@ -89,6 +84,8 @@ Error resolvelinks(const fs::path& target, fs::path& out)
     }
     return errorfromerrno(ELOOP, target);
 }
+
+constexpr const char* kCapability = "security.capability";
 
 // A new file's name while it has one: "." name "." tag "-" pid and this
 // suffix, so that the files of dead processes can be told and removed.
@@ -228,7 +225,21 @@ struct SafeReplace::Impl {
     Error checkunchanged();
     Error swapinplace();
     Error copyinplace();
+    void putcapability(int fd);
+
+    std::string capability;   // the original's security.capability, if any
+    std::string notice;
 };
+
+// Gives the file its capabilities back after the last write; only a process
+// that may set them (root) can, else the loss is told.
+void SafeReplace::Impl::putcapability(int fd)
+{
+    if (capability.empty())
+        return;
+    if (checked("setcap", [&] { return ::fsetxattr(fd, kCapability, capability.data(), capability.size(), 0); }) != 0)
+        notice = "File capabilities dropped (" + std::string(std::strerror(errno)) + "): only root can set them";
+}
 
 Error SafeReplace::Impl::opendir(const fs::path& dirpath)
 {
@@ -321,6 +332,11 @@ Error SafeReplace::Impl::copyxattrs()
         len = get(attr, value.data(), value.size());
         if (len < 0)
             return errorfromerrno(errno, target);
+        // Every write clears a file's capabilities: they go on after the last.
+        if (std::string_view(attr) == kCapability) {
+            capability = value.substr(0, static_cast<std::size_t>(len));
+            continue;
+        }
         if (checked("setxattr", [&] {
                 return ::fsetxattr(out.get(), attr, value.data(), static_cast<std::size_t>(len), 0);
             }) != 0)
@@ -383,6 +399,7 @@ Error SafeReplace::Impl::swapinplace()
 {
     if (exists && checked("fchmod", [&] { return ::fchmod(out.get(), st.st_mode & 07777); }) != 0)
         return errorfromerrno(errno, target);
+    putcapability(out.get());
     const std::string procpath = "/proc/self/fd/" + std::to_string(out.get());
     // Between the new file's name and the rename, no signal of ours ends
     // the process and leaves the name behind.
@@ -469,6 +486,12 @@ Error SafeReplace::Impl::copyinplace()
     // leaves the file half new: the journal stays, the next start finishes
     // the copy, and the reason says so.
     bool touched = false;
+    capability.clear();
+    if (const ssize_t len = ::fgetxattr(dest.get(), kCapability, nullptr, 0); len > 0) {
+        capability.assign(static_cast<std::size_t>(len), '\0');
+        capability.resize(static_cast<std::size_t>(
+            std::max<ssize_t>(0, ::fgetxattr(dest.get(), kCapability, capability.data(), capability.size()))));
+    }
     Error copied = copyjournaled(out.get(), dest.get(), journal, writer, scratch, target, touched);
     if (copied && touched) {
         copied.text += " (the copy is finished from the kept scratch file at the next start)";
@@ -480,6 +503,7 @@ Error SafeReplace::Impl::copyinplace()
     // An ordinary user's write clears the set-id bits of the file itself.
     if (::fstat(dest.get(), &result) == 0 && (result.st_mode & 07777) != (st.st_mode & 07777))
         ::fchmod(dest.get(), st.st_mode & 07777);
+    putcapability(dest.get());
     return {};
 }
 
@@ -521,7 +545,7 @@ Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
     if (!S_ISREG(st.st_mode))
         return Error{EINVAL, "Not a regular file", target};
     // What the caller read must be what the name holds now.
-    if (original && !sameread(st, original->st))
+    if (original && !samefile(st, original->st))
         return changederror(target);
     return {};
 }
@@ -672,6 +696,11 @@ Error SafeReplace::commit()
     d.droptemp();
     d.finished = true;
     return error;
+}
+
+const std::string& SafeReplace::notice() const
+{
+    return impl_->notice;
 }
 
 const struct stat& SafeReplace::result() const

@@ -37,7 +37,7 @@ Error notwholepage(const std::string_view shown, std::int64_t lViewLen, int nFor
 bool samefile(const std::filesystem::path& sFile, const FileStamp& stamp)
 {
     struct stat st {};
-    return ::stat(sFile.c_str(), &st) == 0 && filestamp(st) == stamp;
+    return statlong(sFile, st) == 0 && filestamp(st) == stamp;
 }
 
 }  // namespace
@@ -133,8 +133,9 @@ SpliceResult splicepage(const SpliceRequest& request)
     if (result.error)
         return result;
     result.lNewLength = rewrite.lLength;
+    result.notice = replace ? replace->notice() : std::string();
     struct stat st {};
-    if (::stat(request.sViewFile.c_str(), &st) == 0)
+    if (statlong(request.sViewFile, st) == 0)
         result.stamp = filestamp(st);
     return result;
 }
