@@ -9,6 +9,7 @@
 #include <string>
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "engine/core/faultinject.h"
@@ -54,7 +55,17 @@ std::string replace(const fs::path& target, const std::string& content, const fs
         r->write(std::string_view(content).substr(at, 1000000));
     const bool lengthok = r->writtenlength() == static_cast<std::int64_t>(content.size());
     Error e = r->commit();
-    return (lengthok ? "" : "short ") + (e ? errtext(e.code, e.text) : "ok");
+    return (lengthok ? "" : "short ") + (e ? errtext(e.code, e.text) : "ok") + (e || r->notice().empty() ? "" : " " + r->notice());
+}
+
+// cap_net_raw+ep, as setcap(8) stores it.
+const std::string kCapNetRaw("\x01\x00\x00\x02\x00\x20\x00\x00\0\0\0\0\0\0\0\0\0\0\0\0", 20);
+
+std::string capability(const fs::path& p)
+{
+    char value[64];
+    const ssize_t n = ::getxattr(p.c_str(), "security.capability", value, sizeof value);
+    return n > 0 ? std::string(value, static_cast<std::size_t>(n)) : "";
 }
 
 class SafeReplaceTest : public ::testing::Test {
@@ -75,7 +86,9 @@ protected:
 };
 
 // An ordinary user's write clears the set-id bits of the file written: the
-// rows run as that user check that either route gives the mode back.
+// rows run as that user check that either route gives the mode back. Any
+// write clears file capabilities: root gets them back, an ordinary user
+// (who may not set them) is told they were dropped.
 TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
 {
     const struct { mode_t mode; bool hardlinked, viasymlink, unprivileged; } rows[] = {
@@ -91,6 +104,8 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
         for (const fs::path& owned : {t.path(), p})
             ASSERT_EQ(::chown(owned.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
         ASSERT_EQ(::chmod(p.c_str(), row.mode), 0);
+        const bool caps = test::runningasroot();
+        ASSERT_TRUE(!caps || ::setxattr(p.c_str(), "security.capability", kCapNetRaw.data(), kCapNetRaw.size(), 0) == 0);
         if (row.viasymlink)
             fs::create_symlink("f", t.path() / "link");
         struct stat st {};
@@ -98,7 +113,10 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
         const ino_t inode = st.st_ino;
         const fs::path target = row.viasymlink ? t.path() / "link" : p;
         ASSERT_EQ(row.unprivileged ? test::rununprivileged([&] { return replace(target, after, scratch()); })
-                                   : replace(target, after, scratch()), "ok");
+                                   : replace(target, after, scratch()),
+                  caps && row.unprivileged ? "ok File capabilities dropped (Operation not permitted): only root can set them"
+                                           : "ok");
+        EXPECT_EQ(capability(p), caps && !row.unprivileged ? kCapNetRaw : "");
         EXPECT_EQ(readfile(p), after);
         ASSERT_EQ(::lstat(p.c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, row.mode);
@@ -255,35 +273,72 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
 
 // A signal that comes during the copy in place of a hard-linked file, at
 // its second write: SIGTERM and SIGHUP wait for the copy's end; after
-// SIGKILL the next start finishes the copy from the scratch file.
+// SIGKILL the next start finishes the copy from the scratch file, unless
+// the file is no longer what the copy left: then nothing is written, the
+// journal stays (no copy in place may take the scratch file) and the user
+// is told. A start that can't get at the file keeps it all for a later one.
 TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
 {
+    using Outcome = Recovery::Outcome;
     const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
-    for (int sig : {SIGTERM, SIGHUP, SIGKILL}) {
-        SCOPED_TRACE(sig);
+    const struct {
+        int sig;
+        const char* meanwhile;
+        std::vector<Outcome> starts;   // what each following start does
+        std::string end;               // f at the end, "" for after
+    } rows[] = {
+        {SIGTERM, "", {Outcome::None}, ""},
+        {SIGHUP, "", {Outcome::None}, ""},
+        {SIGKILL, "", {Outcome::Finished, Outcome::None}, ""},
+        {SIGKILL, "restored from a backup", {Outcome::Kept, Outcome::Kept}, original},
+        {SIGKILL, "deleted and made anew", {Outcome::Kept}, "23 bytes of a new file"},
+        {SIGKILL, "its directory moved away for one start", {Outcome::Kept, Outcome::Finished, Outcome::None}, ""},
+    };
+    test::TempDir elsewhere;
+    const fs::path other = make(elsewhere, "other", true);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.sig) + " " + row.meanwhile);
+        fs::remove(scratch());
+        fs::remove(scratch().string() + ".journal");
         test::TempDir t;
         const fs::path p = make(t, original, true);
-        std::string step;
         const std::string died = test::runinchild([&]() -> std::string {
-            faultinject::arm({0, 0, "", 0, 0, sig});
+            faultinject::arm({0, 0, "", 0, 0, row.sig});
             replace(p, after, scratch());   // learns the steps, then runs for real
             const auto steps = faultinject::log();
             int second = 0;
             for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
                 second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
             t.write("f", original);
-            faultinject::arm({0, 0, "", 0, second, sig});
+            faultinject::arm({0, 0, "", 0, second, row.sig});
             replace(p, after, scratch());
             return "lived";
         });
-        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(sig) + " ", 0), 0u) << died;
-        const bool cut = readfile(p) != after;
-        EXPECT_EQ(cut, sig == SIGKILL);
-        const std::string told = finishinterruptedcopy(scratch());
-        EXPECT_EQ(told.empty(), !cut) << told;
-        EXPECT_EQ(readfile(p), after);
-        EXPECT_EQ(readfile(t.path() / "twin"), after);
-        EXPECT_EQ(finishinterruptedcopy(scratch()), "") << "once only";
+        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(row.sig) + " ", 0), 0u) << died;
+        EXPECT_EQ(readfile(p) != after, row.sig == SIGKILL);
+        const std::string what = row.meanwhile;
+        const fs::path away = t.path().string() + ".away";
+        if (what == "restored from a backup")
+            t.write("f", original);
+        if (what == "deleted and made anew") {
+            fs::remove(p);
+            fs::remove(t.path() / "twin");
+            t.write("f", row.end);
+        }
+        if (what.starts_with("its directory moved"))
+            fs::rename(t.path(), away);
+        for (const Outcome expected : row.starts) {
+            const Recovery told = recoverinterruptedcopy(scratch());
+            EXPECT_EQ(told.outcome, expected) << told.message;
+            if (expected == Outcome::Kept) {
+                EXPECT_NE(told.message.find(scratch().string() + ".journal"), std::string::npos) << told.message;
+                EXPECT_EQ(replace(other, "x", scratch()), "begin " + errtext(EBUSY, "Scratch file holds an unfinished copy"));
+            }
+            if (fs::exists(away))
+                fs::rename(away, t.path());
+        }
+        EXPECT_EQ(readfile(p), row.end.empty() ? after : row.end);
+        EXPECT_EQ(row.end.empty(), readfile(t.path() / "twin") == after);
     }
 }
 
