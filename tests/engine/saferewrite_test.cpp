@@ -5,9 +5,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <string>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -80,6 +83,25 @@ protected:
         if (hardlinked)
             fs::create_hard_link(p, dir.path() / "twin");
         return p;
+    }
+
+    // Replaces p's content `original` by `after` in a child that gets `sig`
+    // at the second write of the copy in place; what the child answered.
+    std::string signalatsecondwrite(const fs::path& p, const std::string& original, const std::string& after,
+                                    int sig) const
+    {
+        return test::runinchild([&]() -> std::string {
+            faultinject::arm({0, 0, "", 0, 0, sig});
+            replace(p, after, scratch());   // learns the steps, then runs for real
+            const auto steps = faultinject::log();
+            int second = 0;
+            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
+                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
+            std::ofstream(p, std::ios::binary) << original;
+            faultinject::arm({0, 0, "", 0, second, sig});
+            replace(p, after, scratch());
+            return "lived";
+        });
     }
 
     test::TempDir work;  // the work directory
@@ -302,18 +324,7 @@ TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
         fs::remove(scratch().string() + ".journal");
         test::TempDir t;
         const fs::path p = make(t, original, true);
-        const std::string died = test::runinchild([&]() -> std::string {
-            faultinject::arm({0, 0, "", 0, 0, row.sig});
-            replace(p, after, scratch());   // learns the steps, then runs for real
-            const auto steps = faultinject::log();
-            int second = 0;
-            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
-                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
-            t.write("f", original);
-            faultinject::arm({0, 0, "", 0, second, row.sig});
-            replace(p, after, scratch());
-            return "lived";
-        });
+        const std::string died = signalatsecondwrite(p, original, after, row.sig);
         EXPECT_EQ(died.rfind("child failed: status " + std::to_string(row.sig) + " ", 0), 0u) << died;
         EXPECT_EQ(readfile(p) != after, row.sig == SIGKILL);
         const std::string what = row.meanwhile;
@@ -339,6 +350,68 @@ TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
         }
         EXPECT_EQ(readfile(p), row.end.empty() ? after : row.end);
         EXPECT_EQ(row.end.empty(), readfile(t.path() / "twin") == after);
+    }
+}
+
+// A journal is applied only when it and the scratch file are regular files
+// of the user's own in a directory no one else may write; else it is left
+// alone, and a start never blocks on it. As in the attack where another
+// user plants both in a shared directory that root uses. A start that finds
+// another process copying waits for it, then says which file may be half new.
+TEST_F(SafeReplaceTest, JournalNotProvedOursIsLeftAlone)
+{
+    using Outcome = Recovery::Outcome;
+    const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
+    const fs::path journal = scratch().string() + ".journal";
+    FileHandle holder;
+    const struct {
+        const char* what;
+        std::function<void()> plant;
+        Outcome outcome;
+    } rows[] = {
+        {"a FIFO as the journal", [&] { fs::remove(journal); ::mkfifo(journal.c_str(), 0600); }, Outcome::Refused},
+        {"a FIFO as the scratch file", [&] { fs::remove(scratch()); ::mkfifo(scratch().c_str(), 0600); }, Outcome::Refused},
+        {"a journal of another user's", [&] { ASSERT_EQ(::chown(journal.c_str(), test::kOtherUid, test::kOtherGid), 0); },
+         Outcome::Refused},
+        {"a journal cut short", [&] { fs::resize_file(journal, 200); }, Outcome::Refused},
+        {"planted by another user in a shared directory",
+         [&] {
+             const std::string forged = readfile(journal);
+             fs::rename(journal, work.path() / "mine.journal");
+             fs::rename(scratch(), work.path() / "mine.tmp");
+             ASSERT_EQ(::chmod(work.path().c_str(), 01777), 0);
+             ASSERT_EQ(test::runas(test::kOtherUid, test::kOtherGid, [&] {
+                 std::ofstream(journal, std::ios::binary) << forged;
+                 std::ofstream(scratch(), std::ios::binary) << "owned by attacker\n";
+                 return std::string("planted");
+             }), "planted");
+         },
+         Outcome::Refused},
+        {"another process copying through the scratch file",
+         [&] { holder = FileHandle(::open(scratch().c_str(), O_RDONLY)); ::flock(holder.get(), LOCK_EX); }, Outcome::Busy},
+    };
+    if (!test::runningasroot())
+        GTEST_SKIP() << "the other user's files need root to make";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        ASSERT_EQ(::chmod(work.path().c_str(), 0700), 0);
+        for (const auto& e : fs::directory_iterator(work.path()))
+            fs::remove(e.path());
+        test::TempDir t;
+        const fs::path p = make(t, original, true);
+        signalatsecondwrite(p, original, after, SIGKILL);
+        const std::string halfnew = readfile(p);
+        row.plant();
+        const std::string told = test::runinchild([&] {
+            ::alarm(20);
+            const Recovery r = recoverinterruptedcopy(scratch(), std::chrono::milliseconds(50));
+            return std::to_string(static_cast<int>(r.outcome)) + " " + r.message;
+        });
+        EXPECT_EQ(told.rfind(std::to_string(static_cast<int>(row.outcome)) + " ", 0), 0u) << told;
+        EXPECT_NE(told.find(row.outcome == Outcome::Busy ? p.string() : journal.string()), std::string::npos) << told;
+        EXPECT_EQ(readfile(p), halfnew);
+        EXPECT_TRUE(fs::exists(fs::symlink_status(journal)));
+        holder.close();
     }
 }
 
