@@ -159,13 +159,13 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
 TEST_F(SafeReplaceTest, FileChangedSinceTheReaderOpenedItIsNotReplaced)
 {
     // What another program does: a rewrite to the same size changes only the
-    // times, a rename over the file only the inode, a replace of ours that
-    // came first both. When: after the reader's open and before begin, or
-    // between begin and commit.
-    enum What { SameSize, RenamedOver, OursFirst };
+    // times, one that sets the mtime back only the ctime, a rename over the
+    // file only the inode, a replace of ours that came first both. When:
+    // after the reader's open and before begin, or between begin and commit.
+    enum What { SameSize, MtimeSetBack, RenamedOver, OursFirst };
     for (bool hardlinked : {false, true}) {
         for (bool beforebegin : {false, true}) {
-            for (What what : {SameSize, RenamedOver, OursFirst}) {
+            for (What what : {SameSize, MtimeSetBack, RenamedOver, OursFirst}) {
                 SCOPED_TRACE(std::to_string(what) + (beforebegin ? " before begin" : " before commit")
                              + (hardlinked ? ", hard-linked" : ""));
                 test::TempDir t;
@@ -173,8 +173,12 @@ TEST_F(SafeReplaceTest, FileChangedSinceTheReaderOpenedItIsNotReplaced)
                 OpenedFile opened;
                 ASSERT_FALSE(openbinary(p, opened));
                 auto act = [&] {
-                    if (what == SameSize)
+                    if (what == SameSize || what == MtimeSetBack)
                         t.write("f", "Original");
+                    if (what == MtimeSetBack) {
+                        const timespec times[2] = {opened.st.st_atim, opened.st.st_mtim};
+                        ::utimensat(AT_FDCWD, p.c_str(), times, 0);
+                    }
                     else if (what == RenamedOver)
                         fs::rename(t.write("o", "theirs"), p);
                     else
