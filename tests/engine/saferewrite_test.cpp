@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -16,6 +17,7 @@
 #include <unistd.h>
 
 #include "engine/core/faultinject.h"
+#include "engine/core/journal.h"
 #include "engine/core/saferewrite.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
@@ -417,6 +419,57 @@ TEST_F(SafeReplaceTest, JournalNotProvedOursIsLeftAlone)
         EXPECT_TRUE(fs::exists(fs::symlink_status(journal)));
         holder.close();
     }
+}
+
+// What a start finds against a journal, with blocks of 4 bytes: old
+// "AAAABBBBCC", new "aaaabbbbccdd"; `chunk` the step's block, `before` its
+// bytes before the write, the target's ctime the step's or a later one.
+TEST_F(SafeReplaceTest, JournalFinishesOnlyWhatTheCutShortCopyLeft)
+{
+    using V = JournalVerdict;
+    const struct { const char* target; std::int64_t chunk; const char* before; bool newctime; V verdict; } rows[] = {
+        {"AAAABBBBCC", -1, "", false, V::Resume},           // nothing written yet
+        {"AAAABBBBCC", -1, "", true, V::Doubt},             // ... but written by someone: restored
+        {"aaaaBBBBCC", 1, "BBBB", false, V::Resume},        // block 1 about to change
+        {"aaaabbBBCC", 1, "BBBB", true, V::Resume},         // ... half written
+        {"aaaabbbbCC", 1, "BBBB", true, V::Resume},         // ... written
+        {"aaaaBBBBCC", 1, "BBBB", true, V::Doubt},          // ... as it was, yet the ctime moved
+        {"AAAABBBBCC", 1, "BBBB", true, V::Doubt},          // restored from a backup
+        {"aaaaBBBBCX", 1, "BBBB", false, V::Doubt},         // a later block changed
+        {"aaaaBBBB", 1, "BBBB", true, V::Doubt},            // cut
+        {"aaaaBBBBCC!", 1, "BBBB", true, V::Doubt},         // grown
+        {"aaaabbbbccd", 2, "CC", true, V::Resume},          // the last block, growing
+        {"aaaabbbbcCd", 2, "CC", true, V::Doubt},
+        {"aaaabbbbccdd", 2, "CC", true, V::Complete},
+        {"aaaabbbbccdd", -1, "", true, V::Complete},
+        {"23 bytes of a new file.", -1, "", true, V::Doubt},
+    };
+    test::TempDir t;
+    const fs::path target = t.write("f", "AAAABBBBCC"), from = t.write("new", "aaaabbbbccdd");
+    FileHandle oldfd(::open(target.c_str(), O_RDWR)), newfd(::open(from.c_str(), O_RDONLY));
+    struct stat st {}, sst {};
+    ASSERT_TRUE(::fstat(oldfd.get(), &st) == 0 && ::fstat(newfd.get(), &sst) == 0);
+    CopyJournal journal{target.string(), st.st_dev, st.st_ino, 10, 0644, {}, {}, sst.st_dev, sst.st_ino, 12, 0, 4, {}};
+    ASSERT_FALSE(hashcontents(oldfd.get(), newfd.get(), journal));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.target + std::string(" at ") + std::to_string(row.chunk));
+        ASSERT_EQ(::ftruncate(oldfd.get(), 0), 0);
+        ASSERT_EQ(::pwrite(oldfd.get(), row.target, std::strlen(row.target), 0), static_cast<ssize_t>(std::strlen(row.target)));
+        ASSERT_EQ(::fstat(oldfd.get(), &st), 0);
+        const JournalStep step{0, row.chunk, row.newctime ? timespec{} : st.st_ctim, row.before};
+        std::string why;
+        EXPECT_EQ(verifyjournal(journal, step, oldfd.get(), newfd.get(), why), row.verdict) << why;
+    }
+    // A target's name of any length is read back whole, with the last step.
+    journal.target = "/" + std::string(100000, 'p');
+    JournalWriter writer;
+    ASSERT_FALSE(JournalWriter::create(work.path() / "j", journal, st.st_ctim, writer));
+    ASSERT_FALSE(writer.record(1, st.st_ctim, "BBBB"));
+    const JournalLoad back = loadjournal(work.path() / "j");
+    EXPECT_EQ(back.error.text, "");
+    EXPECT_TRUE(back.journal.target == journal.target && back.journal.oldHashes == journal.oldHashes);
+    EXPECT_EQ(back.step.chunk, 1);
+    EXPECT_EQ(back.step.before, "BBBB");
 }
 
 // A tiny tmpfs in a mount namespace of a child's own where that can be had,
