@@ -784,7 +784,10 @@ Recovery recoverinterruptedcopy(const fs::path& scratch, std::chrono::millisecon
                         + " are kept, and the copy is tried again at the next start.");
     };
     if (!from.valid())
-        return kept(reasontext(errorfromerrno(errno, scratch)));
+        return told(Recovery::Outcome::Kept,
+                    "An interrupted copy can't be finished: " + reasontext(errorfromerrno(errno, scratch))
+                        + ". Nothing was written; " + target + " may be half new: check it, then delete "
+                        + journalname + ", which until then keeps every copy in place from starting.");
     // The target is looked at before it is opened for writing: never a
     // device, never a FIFO, never another file than the one of the journal.
     FileHandle where(openlong(target, O_PATH | O_NOFOLLOW | O_CLOEXEC));

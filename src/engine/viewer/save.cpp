@@ -133,7 +133,7 @@ SpliceResult splicepage(const SpliceRequest& request)
     if (result.error)
         return result;
     result.lNewLength = rewrite.lLength;
-    result.notice = replace ? replace->notice() : std::string();
+    result.notice = rewrite.notice;
     struct stat st {};
     if (statlong(request.sViewFile, st) == 0)
         result.stamp = filestamp(st);
