@@ -24,16 +24,6 @@ constexpr std::size_t kMaxHashes = 262144 + 1;
 constexpr std::int64_t kMaxBlock = 1024 * kMiB;
 constexpr std::size_t kStepHead = 6 * 8;
 
-template <class Call>
-auto checked(const char* step, Call call) -> decltype(call())
-{
-    if (int code = faultinject::fault(step)) {
-        errno = code;
-        return -1;
-    }
-    return call();
-}
-
 void put(std::string& out, std::uint64_t v)
 {
     out.append(reinterpret_cast<const char*>(&v), 8);
