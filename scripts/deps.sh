@@ -3,7 +3,9 @@
 # that are missing only. Root runs apt-get itself; anyone else through sudo.
 set -euo pipefail
 need=(cmake ninja-build g++ qt6-base-dev qt6-qpa-plugins libgl-dev googletest libgtest-dev libbenchmark-dev
-  desktop-file-utils man-db groff-base)
+  desktop-file-utils man-db groff-base
+  xvfb openbox xdotool x11-utils)
+# xvfb, openbox, xdotool and x11-utils: the window-manager test (tests/wm).
 # The fuzzers proper (cmake -DBRINDLEX_FUZZ=ON with clang) also need clang
 # and libclang-rt-14-dev; the tests replay the fuzz corpora without them.
 missing=()

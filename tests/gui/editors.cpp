@@ -91,7 +91,7 @@ QString shownmenu(const Form1& form)
     return state(form.mnuEdit) + "; " + state(form.mnuEdit2) + "; " + state(form.mnuDumpInt4);
 }
 
-struct StartRow { bool vellumix; int item; bool launch; QString program, args, message; };
+struct StartRow { bool vellumix; int item; bool launch; QString program, args, message, stubs = "notepad"; };
 struct DumpStep { QStringList inputs; int presetCount; QString sheet; QByteArray content; QStringList messages; };
 
 }  // namespace
@@ -113,6 +113,12 @@ private slots:
         QTest::newRow("an editor that is gone") << StartRow{
             true, 2, true, "@/exe/vellumix", " @/files/sub/a.txt -p 1234",
             "brindlex|Error starting vellumix @/files/sub/a.txt -p 1234:\r\nNo such file or directory"};
+        // Without a notepad the menu names the editor that runs; without
+        // any, the message says what was looked for.
+        QTest::newRow("another editor") << StartRow{false, 1, false, "@/bin/kate", " @/files/sub/a.txt", "", "kate"};
+        QTest::newRow("no editor") << StartRow{false, 1, false, "", "", "brindlex|No editor found to open @/files/sub/a.txt:\r\n"
+            "looked for notepad, $VISUAL (vi: not a desktop editor), gnome-text-editor, gedit, kate, kwrite, mousepad, "
+            "pluma, xed, featherpad, leafpad, geany and xdg-open on PATH.", ""};
     }
 
     void editorstart()
@@ -122,6 +128,14 @@ private slots:
         QDir().mkpath(QString::fromStdString(world.file("sub")));
         writebytes(world.file("sub/a.txt"), "abc");
         world.dialogs.launch = row.launch;
+        const QByteArray path = qgetenv("PATH"), visual = qgetenv("VISUAL");
+        if (row.stubs != "notepad") {
+            QFile::remove(QString::fromStdString(world.at("bin/notepad")));
+            qputenv("PATH", QByteArray::fromStdString(world.at("bin")));
+            qputenv("VISUAL", "vi");
+            if (!row.stubs.isEmpty())
+                writestub(world.at("bin/") + row.stubs.toStdString(), world.argsfile());
+        }
         auto form = world.start();
         form->chkIncludeSubs->click();
         form->List2->addItem("sub/a.txt\t000001234");
@@ -129,13 +143,17 @@ private slots:
         if (row.launch)
             QFile::remove(QString::fromStdString(world.at("exe/vellumix")));
         (row.item == 1 ? form->mnuEdit : form->mnuEdit2)->trigger();
-        QCOMPARE(shownmenu(*form), row.vellumix ? "&Edit sub/a.txt using vellumix|on; E&dit sub/a.txt using vellumix -p|on; "
-                                                  "Dump &Int4 File|on"
-                                                : "&Edit sub/a.txt using notepad|on; E&dit sub/a.txt using notepad|on; "
-                                                  "Dump &Int4 File|on");
+        const QString menu = shownmenu(*form);
+        qputenv("PATH", path);
+        qputenv("VISUAL", visual);
+        const QString editor = row.stubs.isEmpty() ? "notepad" : row.stubs;
+        QCOMPARE(menu, row.vellumix ? "&Edit sub/a.txt using vellumix|on; E&dit sub/a.txt using vellumix -p|on; "
+                                      "Dump &Int4 File|on"
+                                    : QString("&Edit sub/a.txt using %1|on; E&dit sub/a.txt using %1|on; "
+                                              "Dump &Int4 File|on").arg(editor));
         const QString at = QString::fromStdString(world.at("")).chopped(1);
         const auto starts = world.dialogs.seen(DialogRecord::Kind::Start);
-        QCOMPARE(starts, QStringList({QString(row.program + '|' + row.args).replace('@', at)}));
+        QCOMPARE(starts, row.program.isEmpty() ? QStringList() : QStringList({QString(row.program + '|' + row.args).replace('@', at)}));
         const QStringList messages = world.dialogs.seen(DialogRecord::Kind::Message);
         QCOMPARE(messages, row.message.isEmpty() ? QStringList() : QStringList({QString(row.message).replace('@', at)}));
     }
@@ -221,7 +239,8 @@ private slots:
     }
 
     // One program run: the numbers go on across dumps, also past one that
-    // stopped at a prompt; each sheet opens whatever the dump said.
+    // stopped at a prompt; a sheet that was made opens, whatever the dump
+    // said, and a dump stopped at a question opens nothing.
     void dump()
     {
         EditorWorld world(false);
@@ -234,10 +253,13 @@ private slots:
             {{""}, 0, "", {}, {}},
             {{"4", "zero"}, 0, "", {}, {}},
             {{"4.4", "2"}, 0, "004.xls", QByteArray(" 1 \t-65278\t\r\n"), {created.arg("004.xls")}},
-            {{"2", "-3"}, 0, "005.xls", {}, {"brindlex|The number of columns must be 1 or more."}},
+            {{"2", "-3"}, 0, "", {}, {"brindlex|The number of columns must be 1 or more."}},
+            {{"2", "1"}, 6, "", {}, {"brindlex|Another file has taken the name"}},   // a link at 007.xls
             {{"2", "2"}, 999, "1000.xls", QByteArray(" 1 \t258\t-1\r\n"), {created.arg("1000.xls")}},
         };
         QVERIFY(makecurrent(form->List1, "a.bin"));
+        writebytes((work + "other").toStdString(), "old");
+        std::filesystem::create_hard_link((work + "other").toStdString(), (work + "007.xls").toStdString());
         for (const DumpStep& step : steps) {
             world.dialogs.records.clear();
             world.dialogs.inputs = {step.inputs.begin(), step.inputs.end()};

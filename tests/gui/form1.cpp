@@ -123,7 +123,7 @@ private slots:
         // Every listing begins by emptying List1.
         QSignalSpy cleared(form->List1->model(), &QAbstractItemModel::modelReset);
         form->Form_Load(fromwidget(row.command));
-        QCOMPARE(form->windowTitle(), QStringLiteral("Brindlex for Windows Version 2.0h"));
+        QCOMPARE(form->windowTitle(), QStringLiteral("Brindlex Version 2.0h"));
         QVERIFY(!QFileInfo::exists(logfile(world)));
         QCOMPARE(form->Text1->text(), world.file(row.text1));
         QCOMPARE(lines(form->List1), row.list1);

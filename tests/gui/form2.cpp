@@ -55,9 +55,14 @@ public:
         return viewer;
     }
 
+    // The window made as high as gives the page box `heightTwips`.
     static void setheight(Form2& viewer, int heightTwips)
     {
-        viewer.Text1->resize(viewer.Text1->width(), (heightTwips * viewer.logicalDpiY() + 720) / 1440);
+        const int want = (heightTwips * viewer.logicalDpiY() + 720) / 1440;
+        viewer.resize(viewer.width(), viewer.height() + want - viewer.Text1->height());
+        viewer.layout()->activate();
+        viewer.centralWidget()->layout()->activate();
+        QCOMPARE(viewer.Text1->height(), want);
         viewer.showpage();
     }
 
@@ -97,10 +102,11 @@ QByteArray sequence(int length)
 struct OpenRow { QString from, name; int firstWidth; qint64 hit, pos; int width; };
 struct DetectRow { QByteArray bytes; int mode, picked; };   // picked: by AutoDetect picked in the box
 struct SizeRow { int mode; QString width; int block; QString label2; int cells; };   // cells: of a byte row, 0 unchecked
-struct ScrollRow { qint64 length, start; Qt::Key key; qint64 pos; };
+struct ScrollRow { qint64 length, start; Qt::Key key; qint64 pos; Qt::KeyboardModifiers modifiers = {}; };
 struct CellRow { QByteArray bytes; int mode, format, at; QString label; };
 struct GotoRow { QString lastFind; int format; QStringList answers, defaults; qint64 pos, hit; bool open; };
 struct SaveRow { int mode; QByteArray file, from, to, expected; };
+struct AskRow { QString route; Reply reply; };
 
 }  // namespace
 
@@ -111,6 +117,7 @@ Q_DECLARE_METATYPE(ScrollRow)
 Q_DECLARE_METATYPE(CellRow)
 Q_DECLARE_METATYPE(GotoRow)
 Q_DECLARE_METATYPE(SaveRow)
+Q_DECLARE_METATYPE(AskRow)
 
 class Form2Test : public QObject {
     Q_OBJECT
@@ -196,9 +203,12 @@ private slots:
         QVERIFY(form.viewer() && form.viewer()->isVisible());
         QCOMPARE(form.view.nViewWidth, 8);
         QCOMPARE(form.viewer()->Text1->page(), std::string("000001: <00> <01> "));
-        // Beside the main window, from its right edge.
-        QCOMPARE(form.viewer()->frameGeometry().left(), form.frameGeometry().right() + 1);
-        QCOMPARE(form.viewer()->frameGeometry().top(), form.frameGeometry().top());
+        // Beside the main window, from its right edge, or as far right as
+        // the screen lets it stand whole.
+        const QRect viewer = form.viewer()->frameGeometry(), screen = form.screen()->availableGeometry();
+        QVERIFY(viewer.left() == form.frameGeometry().right() + 1 || viewer.right() == screen.right());
+        QVERIFY(screen.contains(viewer));
+        QCOMPARE(viewer.top(), form.frameGeometry().top());
     }
 
     void autodetect_data()
@@ -216,7 +226,8 @@ private slots:
         ViewWorld world;
         Form2& viewer = world.view(row.bytes);
         Form1& form = *world.form;
-        QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect"));
+        // The box says what AutoDetect picked.
+        QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect: ") + (row.mode == 1 ? "Binary/Text" : "Pure Text"));
         QCOMPARE(form.view.nViewMode, row.mode);
         QCOMPARE(viewer.Label1->isVisibleTo(&viewer), row.mode < 2);
         setmode(viewer, 0);
@@ -238,12 +249,17 @@ private slots:
         }
         QCOMPARE(seen, (QList<int>{1, 2, 0, 3, 1, 2}));
         QVERIFY(viewer.Text1->page().starts_with("000001.0: <00>"));
+        // The record view says it is on: rows of 100, whatever the box held.
+        QTest::keyClick(viewer.Text1, Qt::Key_M, Qt::ControlModifier);
+        QVERIFY(viewer.txtWidth->text() == "100" && !viewer.txtWidth->isEnabled() && viewer.mnuMeta->isChecked());
+        QTest::keyClick(viewer.Text1, Qt::Key_M, Qt::ControlModifier);
+        QVERIFY(viewer.txtWidth->text() == "8" && viewer.txtWidth->isEnabled() && !viewer.mnuMeta->isChecked());
         // Ctrl+B flips between the byte modes, from AutoDetect to Binary/Text.
         QList<int> modes;
         for (const Qt::KeyboardModifiers modifiers :
              {Qt::KeyboardModifiers(Qt::ControlModifier), Qt::ControlModifier | Qt::ShiftModifier,
               Qt::KeyboardModifiers(Qt::ControlModifier)}) {
-            QTest::keyClick(viewer.Text1, Qt::Key_B, modifiers);
+            QTest::keyPress(viewer.Text1, Qt::Key_B, modifiers);
             modes << viewer.Combo1->currentIndex();
         }
         QCOMPARE(modes, (QList<int>{1, 1, 0}));
@@ -272,7 +288,9 @@ private slots:
         viewer.txtWidth->setText(row.width);
         QCOMPARE(form.view.nViewBlock, row.block);
         QCOMPARE(viewer.Label2->text(), row.label2);
-        QCOMPARE(viewer.txtWidth->text(), row.width);
+        // Left, the box shows the width in use.
+        emit viewer.txtWidth->editingFinished();
+        QCOMPARE(viewer.txtWidth->text(), QString::number(form.view.nViewWidth));
         if (row.cells)
             QCOMPARE(QByteArray::fromStdString(viewer.Text1->page()).split('\n').first().count('<'), row.cells);
     }
@@ -283,17 +301,19 @@ private slots:
         Form2& viewer = world.view(sequence(5000));
         Form1& form = *world.form;
         setmode(viewer, 1);
-        viewer.showpage();
+        ViewWorld::setheight(viewer, kDesignHeight);
         QCOMPARE(form.view.nViewBlock, 160);
-        const int dpi = viewer.logicalDpiY();
-        viewer.resize(viewer.width() - 40, (4000 * dpi) / 1440);
-        const int outer = viewer.frameGeometry().height();
-        QTRY_VERIFY(std::abs(viewer.Text1->height() - (outer - (1550 * dpi) / 1440)) <= 1);
-        QVERIFY(std::abs(viewer.Frame1->geometry().right() + 1 - viewer.frameGeometry().width()) <= 1);
-        // Only the next page takes the new height.
-        QCOMPARE(form.view.nViewBlock, 160);
-        viewer.showpage();
-        QVERIFY(form.view.nViewBlock > 160 && form.view.nViewBlock % (4 * form.view.nViewWidth) == 0);
+        // The page follows the window at once; one that holds an edit waits.
+        viewer.resize(viewer.width(), viewer.height() + 200);
+        QTRY_VERIFY(form.view.nViewBlock > 160 && form.view.nViewBlock % (4 * form.view.nViewWidth) == 0);
+        QVERIFY(viewer.Label2->text().endsWith(QString("(1-%1)").arg(form.view.nViewBlock)));
+        const qint64 block = form.view.nViewBlock;
+        edit(viewer, "  A  ", "<7A> ");
+        viewer.resize(viewer.width(), viewer.height() - 100);
+        QTest::qWait(50);
+        QCOMPARE(form.view.nViewBlock, block);
+        QVERIFY(viewer.Text1->page().starts_with("000001: <7A>"));
+        QVERIFY(world.dialogs.records.empty());
     }
 
     void modeChangeKeepsEdit()
@@ -312,26 +332,28 @@ private slots:
         QVERIFY(viewer.Text1->page().starts_with("000001: <41> <42> <43>"));
     }
 
-    void returnFromMainWindowReadsAgain()
+    void returnFromMainWindowKeepsEdit()
     {
         ViewWorld world;
         Form2& viewer = world.view(sequence(40));
         Form1& form = *world.form;
         auto visit = [&](QWidget& other) {
-            edit(viewer, "ABC", "xyz");
             other.activateWindow();
             QVERIFY(QTest::qWaitForWindowActive(&other));
             viewer.activateWindow();
             QVERIFY(QTest::qWaitForWindowActive(&viewer));
         };
-        // A window of the viewer's own (a dialog) is no return: the edit stays.
-        QDialog dialog(&viewer);
-        dialog.show();
-        visit(dialog);
+        // Back from the main window an edit stays; without one the file is
+        // read anew.
+        edit(viewer, "ABC", "xyz");
+        visit(form);
+        QTest::qWait(20);
         QVERIFY(viewer.Text1->page().starts_with("xyz"));
         viewer.Text1->setpage(sequence(40).toStdString());
+        world.write("f", "changed");
         visit(form);
-        QTRY_VERIFY(viewer.Text1->page().starts_with("ABC"));
+        QTRY_COMPARE(viewer.Text1->page(), std::string("changed"));
+        QVERIFY(world.dialogs.records.empty());
     }
 
     void scrolling_data()
@@ -346,6 +368,8 @@ private slots:
         QTest::newRow("Page Down onto the end") << ScrollRow{2000, 1921, Qt::Key_PageDown, 1961};
         // Far beyond 32,767 quarter pages the bar still follows the page.
         QTest::newRow("far") << ScrollRow{40 * 40000, 40 * 39000 + 1, Qt::Key_PageDown, 40 * 39001 + 1};
+        QTest::newRow("Ctrl+End") << ScrollRow{2005, 1, Qt::Key_End, 1881, Qt::ControlModifier};
+        QTest::newRow("Ctrl+Home") << ScrollRow{2005, 1005, Qt::Key_Home, 1, Qt::ControlModifier};
     }
 
     void scrolling()
@@ -356,7 +380,8 @@ private slots:
         Form1& form = *world.form;
         form.view.lViewPos = row.start;
         viewer.showpage();
-        QTest::keyClick(viewer.Text1, row.key);
+        // On the press, before any key is let go.
+        QTest::keyPress(viewer.Text1, row.key, row.modifiers);
         QCOMPARE(form.view.lViewPos, row.pos);
         QVERIFY(world.dialogs.records.empty());
     }
@@ -381,7 +406,7 @@ private slots:
         // three times, the third up from the first line (none); F3.
         QStringList seen;
         for (const int shift : {0, 0, 0, 1, 1, 1, 0}) {
-            viewer.Form_KeyUp(114, shift);
+            QTest::keyPress(viewer.Text1, Qt::Key_F3, shift ? Qt::ShiftModifier : Qt::NoModifier);
             seen << QString::number(form.List2->currentRow()) + ':' + QFileInfo(QString::fromStdString(form.view.sViewFile)).fileName()
                         + '@' + QString::number(form.view.lViewHit);
         }
@@ -434,20 +459,95 @@ private slots:
 
     void fullTextTooLarge()
     {
-        // Refused with a message, never shown in part: an edit can't be saved.
+        // Refused with a message, never shown in part: the page stays as it
+        // was, and so do the mode box and the range.
         ViewWorld world;
         world.write("big", QByteArray());
         QFile::resize(world.file("big"), qint64(16) * 1024 * 1024 + 1);
         Form1& form = world.start();
         Form2& viewer = world.open("big");
+        setmode(viewer, 1);
+        const std::string page = viewer.Text1->page();
+        const QString range = viewer.Label2->text();
         setmode(viewer, 3);
         QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 1);
-        QCOMPARE(viewer.Text1->page(), std::string());
-        viewer.Text1->setpage("typed");
-        viewer.mnuSave_Click();
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 2);
-        QCOMPARE(QFileInfo(world.file("big")).size(), qint64(16) * 1024 * 1024 + 1);
+        QCOMPARE(viewer.Combo1->currentIndex(), 1);
+        QCOMPARE(form.view.nViewMode, 1);
+        QCOMPARE(viewer.Label2->text(), range);
+        QCOMPARE(viewer.Text1->page(), page);
         QCOMPARE(form.view.lViewPos, 1);
+    }
+
+    // Every way off a page with an edit asks first; Yes saves, No drops,
+    // Cancel stays with the edit. The edit is "xyz" over "ABC", or "ABC"
+    // cut with Ctrl+X and the program left with Ctrl+Q.
+    void unsavedEdit_data()
+    {
+        QTest::addColumn<AskRow>("row");
+        for (const char* route : {"close", "Exit", "quit", "Goto", "F3", "Page Down", "another file", "width", "Full Text", "Ctrl+X cut"})
+            for (const auto& [name, reply] : {std::pair{"Yes", Reply::Yes}, {"No", Reply::No}, {"Cancel", Reply::Cancel}})
+                QTest::addRow("%s, %s", route, name) << AskRow{route, reply};
+    }
+
+    void unsavedEdit()
+    {
+        QFETCH(AskRow, row);
+        ViewWorld world;
+        const QByteArray bytes = sequence(1000) + "HIT" + sequence(500) + "HIT";
+        world.write("g", "other");
+        world.write("f", bytes);
+        Form1& form = world.start();
+        world.find("HIT");
+        Form2& viewer = world.open("f");
+        const bool cut = row.route == "Ctrl+X cut";
+        QTextCursor cursor = viewer.Text1->textCursor();
+        if (cut) {
+            cursor.setPosition(0);
+            cursor.setPosition(3, QTextCursor::KeepAnchor);
+            viewer.Text1->setTextCursor(cursor);
+            QVERIFY(QTest::qWaitForWindowActive(&viewer));
+            viewer.Text1->setFocus();
+            QTest::keyClick(viewer.Text1, Qt::Key_X, Qt::ControlModifier);
+        } else {
+            edit(viewer, "ABC", "xyz");
+        }
+        const std::string edited = viewer.Text1->page();
+        QVERIFY(edited != bytes.left(edited.size()).toStdString());
+        world.dialogs.replies = {row.reply};
+        world.dialogs.inputs = {"1200"};
+        if (row.route == "close")
+            viewer.mnuClose->trigger();
+        else if (row.route == "Exit")
+            viewer.mnuExit->trigger();
+        else if (row.route == "quit")
+            form.mnuExit->trigger();
+        else if (row.route == "Goto")
+            viewer.mnuGoto->trigger();
+        else if (row.route == "F3")
+            QTest::keyPress(viewer.Text1, Qt::Key_F3);
+        else if (row.route == "Page Down")
+            QTest::keyPress(viewer.Text1, Qt::Key_PageDown);
+        else if (row.route == "another file")
+            form.List1->setCurrentItem(form.List1->findItems("g\t", Qt::MatchStartsWith).value(0)), form.List1_DblClick();
+        else if (row.route == "width")
+            viewer.txtWidth->setText("12");
+        else if (row.route == "Full Text")
+            setmode(viewer, 3);
+        else
+            QTest::keyClick(viewer.Text1, Qt::Key_Q, Qt::ControlModifier);
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message), QStringList{"Save Changes|Save changes to " + world.file("f") + "?"});
+        QCOMPARE(world.dialogs.records.back().buttons, Buttons::YesNoCancel);
+        const QByteArray saved = (cut ? QByteArray() : QByteArray("xyz")) + bytes.mid(3);
+        QCOMPARE(readfile(world.file("f")), row.reply == Reply::Yes ? saved : bytes);
+        if (row.reply == Reply::Cancel) {
+            QVERIFY(viewer.isVisible() && form.isVisible());
+            QCOMPARE(viewer.Text1->page(), edited);
+            QCOMPARE(form.view.sViewFile, world.file("f").toStdString());
+            QCOMPARE(form.view.lViewPos, 1);
+            QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect: Pure Text"));
+        }
+        // Asked once: whatever comes next has no edit to ask about.
+        QVERIFY(row.reply == Reply::Cancel || !viewer.pendingedit());
     }
 
     void clickOnCell_data()
@@ -475,6 +575,9 @@ private slots:
         viewer.Text1->setTextCursor(cursor);
         QTest::mouseRelease(viewer.Text1->viewport(), Qt::LeftButton);
         QCOMPARE(viewer.Label4->text(), row.label);
+        // Each opening starts without a clicked position.
+        world.open("f");
+        QCOMPARE(viewer.Label4->text(), QStringLiteral("0000"));
     }
 
     void saves_data()
@@ -516,11 +619,9 @@ private slots:
         viewer.showpage();
         edit(viewer, "  A  ", "<61> <61> ");
         setmode(viewer, 0);
-        // A move by the bar asks first; No writes nothing.
-        world.dialogs.replies = {Reply::No};
+        // Page Down at the end goes nowhere and asks nothing.
         QTest::keyClick(viewer.Text1, Qt::Key_PageDown);
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-                 QStringList{"Save Changes|Save changes to " + world.file("f") + "?"});
+        QVERIFY(world.dialogs.records.empty());
         QCOMPARE(readfile(world.file("f")), abc);
         form.view.lViewPos = 1;
         viewer.showpage();

@@ -63,6 +63,10 @@ complete_line() {
 version=$(env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$prefix/bin/brindlex" --version) ||
   bad "brindlex --version failed"
 [[ $version == "brindlex "* ]] || bad "brindlex --version said '$version'"
+for page in brindlex brindlex-cli; do
+  zcat "$prefix/share/man/man1/$page.1.gz" | head -1 | grep -qF "\"brindlex ${version#brindlex }\"" ||
+    bad "$page.1 is not of version ${version#brindlex }"
+done
 env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$prefix/bin/brindlex" --help | grep -q '^usage: brindlex' ||
   bad "brindlex --help"
 "$prefix/bin/brindlex-cli" --version | grep -q '^brindlex-cli ' || bad "brindlex-cli --version"

@@ -485,10 +485,12 @@ Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
         rc = checked("fstat-original", [&] { return ::fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW); });
         if (pass == 1 || rc != 0 || !S_ISLNK(st.st_mode))
             break;
+        if (missing == Missing::CreateNoLink)
+            return Error{ELOOP, "A symbolic link, not followed", given};
         if (Error error = resolvelinks(given, target))
             return error;
     }
-    if (rc != 0 && errno == ENOENT && missing == Missing::Create) {
+    if (rc != 0 && errno == ENOENT && missing != Missing::Refuse) {
         exists = false;
         st = {};
         return {};

@@ -58,8 +58,10 @@ class SafeReplace {
 public:
     // What begin() does with a target that doesn't exist: refuse it (ENOENT),
     // or make it, with mode 0666 less the umask, at commit() as long as no
-    // other file has taken the name by then.
-    enum class Missing { Refuse, Create };
+    // other file has taken the name by then. CreateNoLink is Create for an
+    // output of the program's own (a sheet): a symbolic link at the name is
+    // refused (ELOOP), never followed.
+    enum class Missing { Refuse, Create, CreateNoLink };
 
     // Prepares the replacement of `target`. `scratch` is the work
     // directory's scratch file, used by the fallback route (empty when the

@@ -11,7 +11,7 @@ inline constexpr std::string_view sCRLF = "\r\n";
 // The program's title, on every message box that has no title of its own.
 inline constexpr std::string_view sTitle = "brindlex";
 
-inline constexpr std::string_view sCaption = "Brindlex for Windows";
+inline constexpr std::string_view sCaption = "Brindlex";
 inline constexpr std::string_view sVersion = "2.0h";
 
 }  // namespace brindlex

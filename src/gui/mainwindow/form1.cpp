@@ -331,6 +331,11 @@ void Form1::Form_Load(const std::string& sCommand)
 
 void Form1::closeEvent(QCloseEvent* event)
 {
+    // An edit in the viewer is asked about first; Cancel keeps the program.
+    if (form2 && !form2->releaseedit()) {
+        event->ignore();
+        return;
+    }
     Form_Unload();
     event->accept();
 }
@@ -550,7 +555,7 @@ void Form1::mnuHelp_Click()
     const std::string crlf2 = std::string(sCRLF) + std::string(sCRLF);
     const std::string text =
         "Brindlex allows simple but effective direct batch editing of binary or ASCII files." + crlf2 +
-        "To indicate non-ASCII code, use standard WEB hexidecimal notation: " + crlf2 +
+        "To indicate non-ASCII code, use standard WEB hexadecimal notation: " + crlf2 +
         "%0D is <CR>, %0A is <LF>, so %0D%0A is <CR><LF>" + crlf2 +
         "SHIFT-CLICK or CTRL-CLICK on the first list selects specific files to modify. " + crlf2 +
         "Double-Clicking on either list allows editing of the file.";
@@ -654,10 +659,12 @@ List2Hit Form1::currententry(const QListWidget* list) const
 
 void Form1::mnuFile_Click()
 {
-    const std::string s = sEditor == "vellumix" ? "vellumix -p" : sEditor;
+    // The items name the program that will run.
+    const std::string editor = editorname(sEditor, exeDir);
+    const std::string s = sEditor == "vellumix" ? "vellumix -p" : editor;
     const std::string name1 = currententry(List1).sName;
     const std::string name2 = currententry(List2).sName;
-    mnuEdit->setText(towidget("&Edit " + name1 + " using " + sEditor));
+    mnuEdit->setText(towidget("&Edit " + name1 + " using " + editor));
     mnuEdit2->setText(towidget("E&dit " + name2 + " using " + s));
     mnuEdit->setEnabled(!name1.empty());
     mnuEdit2->setEnabled(!name2.empty());
@@ -682,13 +689,20 @@ void Form1::mnuEdit2_Click()
 // the path as one argument, whatever bytes it holds.
 void Form1::startedit(const std::string& sPath, const std::string& sPosition)
 {
-    std::string commandline = sEditor + " " + sPath;
+    std::string commandline = editorname(sEditor, exeDir) + " " + sPath;
     std::vector<std::string> args{sPath};
     if (sEditor == "vellumix" && !sPosition.empty()) {
         commandline += " -p " + sPosition;
         args.insert(args.end(), {"-p", sPosition});
     }
-    const Error error = dialogs().startprogram(editorprogram(sEditor, exeDir), args);
+    const std::string program = editorprogram(sEditor, exeDir);
+    if (program.empty()) {
+        dialogs().messagebox(this, towidget("No editor found to open " + sPath + ":" + std::string(sCRLF)
+                                            + "looked for " + editorsearch(sEditor, exeDir) + "."),
+                             Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+        return;
+    }
+    const Error error = dialogs().startprogram(program, args);
     if (error)
         dialogs().messagebox(this, towidget("Error starting " + commandline + ":" + std::string(sCRLF) + error.text),
                              Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
@@ -711,6 +725,7 @@ void Form1::mnuDumpInt4_Click()
                                                                  title, QStringLiteral("1"))));
     if (nCols == 0)
         return;
+    DumpResult result;
     {
         // A long dump yields like a run, and Cancel ends it with the sheet
         // cut short.
@@ -718,9 +733,14 @@ void Form1::mnuDumpInt4_Click()
         windowHost->beginwork();
         windowHost->enablecontrols(false);
         std::int64_t lPos = 1;
-        dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
+        result = dumpints(nSize, nCols, sIn, sOut, lPos, *windowHost);
         windowHost->enablecontrols(true);
     }
+    // A dump stopped at a question, or before its sheet could be opened, has
+    // no sheet to open (a file that holds the name is another's).
+    std::error_code ec;
+    if ((result.failed && result.rows == 0) || !std::filesystem::is_regular_file(sOut, ec))
+        return;
     dialogs().shellopen(QFile::decodeName(QByteArray::fromStdString(sOut.string())));
 }
 

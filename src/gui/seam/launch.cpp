@@ -73,6 +73,24 @@ std::string editorprogram(const std::string& sEditor, const std::filesystem::pat
     return {};
 }
 
+std::string editorname(const std::string& sEditor, const std::filesystem::path& exeDir)
+{
+    const std::string program = editorprogram(sEditor, exeDir);
+    return program.empty() ? sEditor : std::filesystem::path(program).filename().string();
+}
+
+std::string editorsearch(const std::string& sEditor, const std::filesystem::path& exeDir)
+{
+    if (sEditor == "vellumix")
+        return (exeDir / sEditor).string();
+    std::string searched = sEditor;
+    if (const char* visual = std::getenv("VISUAL"); visual && *visual)
+        searched += std::string(", $VISUAL (") + visual + (isdesktopeditor(visual) ? ")" : ": not a desktop editor)");
+    for (std::string_view editor : kDesktopEditors)
+        searched += ", " + std::string(editor);
+    return searched + " and xdg-open on PATH";
+}
+
 Error startdetached(const std::string& program, const std::vector<std::string>& args)
 {
     // Everything the children need is made before the fork: after it they

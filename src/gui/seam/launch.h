@@ -20,6 +20,15 @@ namespace brindlex::gui {
 //   be started (a bare name is never looked up in the current directory).
 std::string editorprogram(const std::string& sEditor, const std::filesystem::path& exeDir);
 
+// The name the menu gives the editor: the file name of the program that
+// editorprogram() finds ("kate", "xdg-open"), or `sEditor` when none is found.
+std::string editorname(const std::string& sEditor, const std::filesystem::path& exeDir);
+
+// Where editorprogram() found nothing: what it looked for, in its order,
+// e.g. "notepad, $VISUAL (vi: not a desktop editor), gnome-text-editor, ...
+// and xdg-open on PATH" ($VISUAL only when it is set).
+std::string editorsearch(const std::string& sEditor, const std::filesystem::path& exeDir);
+
 // The first executable file `name` in a directory of PATH; empty when none.
 std::string findonpath(const std::string& name);
 

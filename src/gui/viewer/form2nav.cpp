@@ -26,6 +26,8 @@ namespace {
 
 constexpr int kKeyPageUp = 33;
 constexpr int kKeyPageDown = 34;
+constexpr int kKeyEnd = 35;
+constexpr int kKeyHome = 36;
 constexpr int kKeyB = 66;
 constexpr int kKeyF3 = 114;
 constexpr int kShiftCtrl = 2;
@@ -36,6 +38,8 @@ int keycode(int qtKey)
     switch (qtKey) {
     case Qt::Key_PageUp: return kKeyPageUp;
     case Qt::Key_PageDown: return kKeyPageDown;
+    case Qt::Key_End: return kKeyEnd;
+    case Qt::Key_Home: return kKeyHome;
     case Qt::Key_B: return kKeyB;
     case Qt::Key_F3: return kKeyF3;
     default: return 0;
@@ -56,23 +60,26 @@ bool Form2::eventFilter(QObject* watched, QEvent* event)
 {
     switch (event->type()) {
     case QEvent::ShortcutOverride: {
-        // The menu's shortcuts come before the boxes' own use of the keys
-        // (Ctrl+X is Exit here, not Cut).
+        // The menu's Ctrl+H and Ctrl+M come before the boxes' own use of
+        // the keys; Ctrl+X stays the boxes' Cut.
         const auto* key = static_cast<QKeyEvent*>(event);
-        if (key->modifiers() == Qt::ControlModifier
-            && (key->key() == Qt::Key_X || key->key() == Qt::Key_H || key->key() == Qt::Key_M)) {
+        if (key->modifiers() == Qt::ControlModifier && (key->key() == Qt::Key_H || key->key() == Qt::Key_M)) {
             event->ignore();
             return true;
         }
         return false;
     }
-    case QEvent::KeyRelease: {
-        // Every key released in the window comes here first, wherever the focus is.
+    case QEvent::KeyPress: {
+        // Every key pressed in the window comes here first, wherever the
+        // focus is; the viewer's keys act on the press, whatever is let go
+        // first afterwards.
         const auto* key = static_cast<QKeyEvent*>(event);
-        if (!key->isAutoRepeat() && watched != this)
-            Form_KeyUp(keycode(key->key()), shiftbits(key->modifiers()));
-        return false;
+        return watched != this && Form_KeyDown(keycode(key->key()), shiftbits(key->modifiers()));
     }
+    case QEvent::Resize:
+        if (watched == Text1)
+            QMetaObject::invokeMethod(this, [this] { followresize(); }, Qt::QueuedConnection);
+        return false;
     case QEvent::MouseButtonRelease:
         if (watched == Text1->viewport())
             Text1_Click();
@@ -82,33 +89,57 @@ bool Form2::eventFilter(QObject* watched, QEvent* event)
     }
 }
 
-void Form2::Form_KeyUp(int KeyCode, int Shift)
+bool Form2::Form_KeyDown(int KeyCode, int Shift)
 {
     switch (KeyCode) {
     case kKeyPageUp:
         if (HScroll1->value() > INT_MIN)
             HScroll1->setValue(HScroll1->value() - 1);
-        break;
+        return true;
     case kKeyPageDown:
         if (HScroll1->value() < INT_MAX)
             HScroll1->setValue(HScroll1->value() + 1);
-        break;
+        return true;
+    case kKeyHome:
+    case kKeyEnd:
+        // Ctrl+Home and Ctrl+End: the file's first and last page (Full Text
+        // holds the whole file: there the box moves its caret).
+        if (Shift != kShiftCtrl || state.nViewMode == kModeFullText)
+            return false;
+        gotoend(KeyCode == kKeyEnd);
+        Text1->moveCursor(KeyCode == kKeyEnd ? QTextCursor::End : QTextCursor::Start);
+        return true;
     case kKeyB:
-        if (Shift == kShiftCtrl)
-            setcombo((Combo1->currentIndex() + 1) % 2);
-        break;
+        if (Shift != kShiftCtrl)
+            return false;
+        setcombo((Combo1->currentIndex() + 1) % 2);
+        return true;
     case kKeyF3:
         nexthit(Shift == 0);
-        break;
+        return true;
     default:
-        break;
+        return false;
     }
+}
+
+void Form2::gotoend(bool last)
+{
+    const std::int64_t q = state.nViewBlock / 4;
+    const std::int64_t length = filelength();
+    // The last page begins on the quarter page that shows the file's end.
+    std::int64_t position = 1;
+    if (last && q > 0 && length > state.nViewBlock)
+        position = ((length - state.nViewBlock + q - 1) / q) * q + 1;
+    if (position == state.lViewPos || !releaseedit())
+        return;
+    state.lViewPos = position;
+    showpage();
 }
 
 void Form2::nexthit(bool bDown)
 {
     const int count = host.hitcount();
-    if (count == 0)
+    if (count == 0 || !releaseedit())
         return;
     if (count == 1) {
         host.sethit(-1);
@@ -132,11 +163,13 @@ void Form2::HScroll1_Scroll()
 {
     if (HScroll1->property("Tag").toString() == QStringLiteral("X"))
         return;
-    savepage(true);
     const std::int64_t q = state.nViewBlock / 4;
     const std::int64_t position = q * HScroll1->value() + 1;
-    if (q <= 0 || position > filelength())
+    if (q <= 0 || position > filelength() || !releaseedit()) {
+        // The bar goes back to the page on show.
+        setscrollbar(filelength());
         return;
+    }
     state.lViewPos = position;
     showpage();
 }
@@ -161,7 +194,7 @@ void Form2::mnuGoto_Click()
 void Form2::gotoposition(const std::string& answer)
 {
     const std::int64_t p = parseposition(answer, state.lViewHit, state.nViewBlock);
-    if (p == 0 || p > filelength())
+    if (p == 0 || p > filelength() || !releaseedit())
         return;
     state.lViewHit = p;
     const std::int64_t rows = 2 * static_cast<std::int64_t>(state.nViewWidth);
@@ -171,6 +204,8 @@ void Form2::gotoposition(const std::string& answer)
 
 void Form2::gotofind(const std::string& answer)
 {
+    if (!releaseedit())
+        return;
     close();
     host.findfromviewer(answer.substr(1));
 }
@@ -188,45 +223,80 @@ void Form2::Text1_Click()
 
 void Form2::mnuSave_Click()
 {
-    savepage(false);
+    savepage();
 }
 
-void Form2::savepage(bool bAsk)
+bool Form2::pendingedit() const
 {
-    const PageEdit edit = pageedit(Text1->page(), state.nViewMode, nViewFormat, state.sViewText, state.lViewLen);
+    if (!bLoaded || shown.sViewFile.empty())
+        return false;
+    return pageedit(Text1->page(), state.nViewMode, nViewFormat, shown.sViewText, shown.lViewLen).changed;
+}
+
+bool Form2::releaseedit()
+{
+    if (!pendingedit())
+        return true;
+    const Reply reply = dialogs().messagebox(this, towidget("Save changes to " + shown.sViewFile + "?"),
+                                             Buttons::YesNoCancel, Icon::Question, QStringLiteral("Save Changes"));
+    if (reply == Reply::Cancel)
+        return false;
+    if (reply == Reply::Yes)
+        return savepage();
+    // No: the page in the box is the one read, so nothing asks again.
+    Text1->setpage(formatpage(shown.sViewText, shown.lViewPos, shown.nViewWidth, state.nViewMode, nViewFormat));
+    return true;
+}
+
+// Cancel of an opening: the state goes back to the page on show.
+void Form2::restoreshown()
+{
+    state.sViewFile = shown.sViewFile;
+    state.lViewPos = shown.lViewPos;
+    state.lViewHit = shown.lViewHit;
+    state.nViewWidth = shown.nViewWidth;
+    state.nViewBlock = shown.nViewBlock;
+    state.lViewLen = shown.lViewLen;
+    state.sViewText = shown.sViewText;
+    state.stamp = shown.stamp;
+}
+
+bool Form2::savepage()
+{
+    const PageEdit edit = pageedit(Text1->page(), state.nViewMode, nViewFormat, shown.sViewText, shown.lViewLen);
     if (!edit.changed)
-        return;
+        return true;
     if (edit.refused) {
         message(edit.refused.text);
-        return;
-    }
-    if (bAsk) {
-        const Reply reply = dialogs().messagebox(this, towidget("Save changes to " + state.sViewFile + "?"),
-                                                 Buttons::YesNo, Icon::Question, QStringLiteral("Save Changes"));
-        if (reply != Reply::Yes)
-            return;
+        return false;
     }
     SpliceRequest request;
-    request.sViewFile = state.sViewFile;
-    request.lViewPos = state.lViewPos;
-    request.lViewLen = state.lViewLen;
+    request.sViewFile = shown.sViewFile;
+    request.lViewPos = shown.lViewPos;
+    request.lViewLen = shown.lViewLen;
     request.bytes = edit.bytes;
-    request.stamp = state.stamp;
+    request.stamp = shown.stamp;
     request.sScratch = scratchfilepath();
     const SpliceResult result = splicepage(request);
     if (!result.opened) {
-        message(openerrormessage(state.sViewFile, result.error));
-        return;
+        message(openerrormessage(shown.sViewFile, result.error));
+        return false;
     }
     if (result.error) {
         message(result.error.text);
-        return;
+        return false;
     }
     // The page now stands in the file as the box holds it: a second save
     // splices over what this one wrote.
-    state.sViewText = edit.bytes;
-    state.lViewLen = static_cast<std::int64_t>(edit.bytes.size());
-    state.stamp = result.stamp;
+    shown.sViewText = edit.bytes;
+    shown.lViewLen = static_cast<std::int64_t>(edit.bytes.size());
+    shown.stamp = result.stamp;
+    if (state.sViewFile == shown.sViewFile && state.lViewPos == shown.lViewPos) {
+        state.sViewText = shown.sViewText;
+        state.lViewLen = shown.lViewLen;
+        state.stamp = shown.stamp;
+    }
+    return true;
 }
 
 }  // namespace brindlex::gui
