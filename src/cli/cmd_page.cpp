@@ -202,6 +202,8 @@ int savepage(const PageOptions& o, const Page& page)
         return cannotsave(o.file, saved.error.text);
     if (saved.error)
         return cannotsave(o.file, saved.error.text);
+    if (!saved.notice.empty())
+        std::fprintf(stderr, "brindlex-cli: page: %s: %s\n", o.file.c_str(), saved.notice.c_str());
     return 0;
 }
 

@@ -156,7 +156,8 @@ bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& int
 FileStamp filestamp(const struct stat& st)
 {
     return FileStamp{st.st_dev, st.st_ino, static_cast<std::int64_t>(st.st_size),
-                     static_cast<std::int64_t>(st.st_mtim.tv_sec), static_cast<std::int64_t>(st.st_mtim.tv_nsec)};
+                     static_cast<std::int64_t>(st.st_mtim.tv_sec), static_cast<std::int64_t>(st.st_mtim.tv_nsec),
+                     static_cast<std::int64_t>(st.st_ctim.tv_sec), static_cast<std::int64_t>(st.st_ctim.tv_nsec)};
 }
 
 Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,

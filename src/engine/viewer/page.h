@@ -57,6 +57,8 @@ struct FileStamp {
     std::int64_t size = -1;
     std::int64_t mtimeSec = 0;
     std::int64_t mtimeNsec = 0;
+    std::int64_t ctimeSec = 0;    // a write that sets the mtime back still
+    std::int64_t ctimeNsec = 0;   // moves the ctime
 
     bool operator==(const FileStamp&) const = default;
 };

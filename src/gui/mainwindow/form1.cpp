@@ -303,8 +303,9 @@ void Form1::Form_Load(const std::string& sCommand)
         sScratch = scratchfilepath();
         std::error_code ignored;
         std::filesystem::remove(sLogFile, ignored);
-        if (const std::string finished = finishinterruptedcopy(sScratch); !finished.empty())
-            dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+        for (const std::string& told : {workdirnote(), finishinterruptedcopy(sScratch)})
+            if (!told.empty())
+                dialogs().messagebox(this, towidget(told), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
         if (const std::string undone = rollbackinplaceedits(sScratch.parent_path()); !undone.empty())
             dialogs().messagebox(this, towidget(undone), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
