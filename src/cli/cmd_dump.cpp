@@ -1,6 +1,7 @@
 // brindlex-cli dump: the window's integer dump, byte for byte the sheet that
 // it writes, to stdout or to a file that is replaced as a whole.
 #include <cerrno>
+#include <cstring>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
@@ -32,7 +33,8 @@ constexpr const char* kUsage =
     "  --size 2|4       bytes per integer\n"
     "  --cols N         values per row, 1 to 32767, as in the window\n"
     "  -o, --output SHEET  the sheet to write (default: stdout); an existing\n"
-    "                   SHEET is replaced only when the dump is complete\n"
+    "                   SHEET is replaced only when the dump is complete; a\n"
+    "                   symbolic link at SHEET is refused, never followed\n"
     "  --help           this text\n"
     "\n"
     "Exit status: 0 written, 2 FILE or SHEET failed, or bad usage; 130\n"
@@ -46,33 +48,54 @@ volatile std::sig_atomic_t gInterrupted = 0;
 
 extern "C" void ondumpinterrupt(int) { gInterrupted = 1; }
 
-// Messages on stderr; the dump's closing word says nothing a script needs.
+// Messages on stderr, each naming the file it concerns and its role; the
+// dump's closing word says nothing a script needs. The engine tells a
+// failed open by the platform's text and a failed read or write by its
+// number; which file it was, the sheet's state tells.
 class DumpHost final : public Host {
 public:
-    explicit DumpHost(std::string created) : created_(std::move(created)) {}
+    DumpHost(std::string created, std::string sIn, std::string sOut, const bool& sheetTried, const bool& sheetFailed)
+        : created_(std::move(created)), sIn_(std::move(sIn)), sOut_(std::move(sOut)), sheetTried_(sheetTried),
+          sheetFailed_(sheetFailed)
+    {
+    }
     void yield() override { bCancel = bCancel || gInterrupted != 0; }
     void message(const std::string& text, const Error& reason) override
     {
-        if (text != created_)
-            std::fprintf(stderr, "brindlex-cli: dump: %s\n", text.c_str());
-        if (reason)
-            std::fprintf(stderr, "brindlex-cli: %s\n", reasontext(reason).c_str());
+        if (text == created_)
+            return;
+        const bool number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        const std::string why = number ? std::strerror(std::stoi(text)) : text;
+        const std::string line = sheetFailed_ ? "cannot write sheet " + sOut_ + ": " + why
+            : !sheetTried_                    ? "cannot read " + sIn_ + ": " + why
+                                              : "cannot dump " + sIn_ + " into sheet " + sOut_ + ": " + why;
+        std::fprintf(stderr, "brindlex-cli: dump: %s%s\n", line.c_str(),
+                     reason ? (": " + reasontext(reason)).c_str() : "");
     }
 
 private:
-    std::string created_;
+    std::string created_, sIn_, sOut_;
+    const bool& sheetTried_;
+    const bool& sheetFailed_;
 };
 
 // stdout as the sheet: nothing to make, nothing to keep back.
 class StdoutSheet final : public SheetOutput {
 public:
-    Error open() override { return {}; }
+    Error open() override
+    {
+        tried = true;
+        return {};
+    }
     int fd() const override { return STDOUT_FILENO; }
     Error close(bool) override { return {}; }
+    bool tried = false;
 };
 
 // A named sheet goes in place as a whole, through the one safe route for a
-// user's file, so that a failed or interrupted dump leaves the old one.
+// user's file (a new file, then a rename in its directory), so that a failed
+// or interrupted dump leaves the old one. A link at the name is refused: one
+// planted in a shared directory must never lead the sheet elsewhere.
 class ReplacedSheet final : public SheetOutput {
 public:
     explicit ReplacedSheet(std::string target) : target_(std::move(target)) {}
@@ -81,17 +104,23 @@ public:
         Error error;
         const std::optional<std::filesystem::path> dir = preparedworkdir();
         replace_ = SafeReplace::begin(target_, dir ? scratchfilepath() : std::filesystem::path(), error,
-                                      SafeReplace::Missing::Create);
+                                      SafeReplace::Missing::CreateNoLink);
+        tried = true;
+        failed = !replace_;
         return error;
     }
     int fd() const override { return replace_->fd(); }
     Error close(bool whole) override
     {
-        if (whole)
-            return replace_->commit();
-        replace_->abort();
-        return {};
+        if (!whole) {
+            replace_->abort();
+            return {};
+        }
+        Error error = replace_->commit();
+        failed = static_cast<bool>(error);
+        return error;
     }
+    bool tried = false, failed = false;
 
 private:
     std::string target_;
@@ -119,26 +148,40 @@ std::optional<DumpOptions> parse(const std::vector<std::string>& args, int& stat
     DumpOptions o;
     bool options = true;
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        // --cols=N as well as --cols N.
+        std::string arg = args[i];
+        std::optional<std::string> given;
+        if (const std::size_t eq = arg.find('='); options && arg.starts_with("--") && eq != std::string::npos) {
+            given = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
         const bool valued = options && (arg == "--size" || arg == "--cols" || arg == "-o" || arg == "--output");
-        if (valued && i + 1 == args.size()) {
+        if (given && !valued) {
+            status = usageerror("dump: option '" + arg + "' takes no value (see brindlex-cli dump --help)");
+            return std::nullopt;
+        }
+        if (valued && !given && i + 1 == args.size()) {
             status = usageerror("dump: " + arg + " needs a value (see brindlex-cli dump --help)");
             return std::nullopt;
         }
+        auto value = [&] { return given ? *given : args[++i]; };
         if (options && arg == "--") {
             options = false;
         } else if (options && (arg == "--help" || arg == "-h")) {
             std::fputs(kUsage, stdout);
             status = 0;
             return std::nullopt;
-        } else if (valued && arg == "--size") {
-            o.size = number(args[++i]);
-            if (o.size != 2 && o.size != 4)
-                o.size = 0;
-        } else if (valued && arg == "--cols") {
-            o.cols = number(args[++i]).value_or(0);
+        } else if (valued && (arg == "--size" || arg == "--cols")) {
+            const std::string v = value();
+            std::optional<int>& into = arg == "--size" ? o.size : o.cols;
+            into = number(v);
+            if (arg == "--size" ? into != 2 && into != 4 : !into || *into < 1 || *into > 32767) {
+                status = usageerror("dump: bad value '" + v + "' for " + arg +
+                                    (arg == "--size" ? " (2 or 4)" : " (1 to 32767)"));
+                return std::nullopt;
+            }
         } else if (valued) {
-            o.output = args[++i];
+            o.output = value();
         } else if (options && arg.size() > 1 && arg[0] == '-') {
             status = usageerror("dump: unknown option '" + arg + "' (see brindlex-cli dump --help)");
             return std::nullopt;
@@ -146,8 +189,13 @@ std::optional<DumpOptions> parse(const std::vector<std::string>& args, int& stat
             o.files.push_back(arg);
         }
     }
-    if (o.files.size() != 1 || !o.size || !o.cols || *o.size == 0 || *o.cols < 1 || *o.cols > 32767) {
-        status = usageerror("dump: expects --size 2|4, --cols N of 1 to 32767 and one FILE"
+    if (!o.size || !o.cols) {
+        status = usageerror(std::string("dump: ") + (o.size ? "--cols N" : o.cols ? "--size 2|4" : "--size 2|4 and --cols N")
+                            + " must be given (see brindlex-cli dump --help)");
+        return std::nullopt;
+    }
+    if (o.files.size() != 1) {
+        status = usageerror("dump: expects one FILE, not " + std::to_string(o.files.size()) +
                             " (see brindlex-cli dump --help)");
         return std::nullopt;
     }
@@ -168,9 +216,11 @@ int rundump(const std::vector<std::string>& args)
     ::sigaction(SIGINT, &sa, nullptr);
 
     const std::string sOut = o->output.value_or("-");
-    DumpHost host(createdmessage(sOut));
     StdoutSheet toStdout;
     ReplacedSheet toFile(sOut);
+    const bool never = false;
+    DumpHost host(createdmessage(sOut), o->files.front(), o->output ? sOut : "stdout",
+                  o->output ? toFile.tried : toStdout.tried, o->output ? toFile.failed : never);
     SheetOutput& sheet = o->output ? static_cast<SheetOutput&>(toFile) : toStdout;
     std::int64_t lPos = 1;
     const DumpResult result = dumpints(*o->size, *o->cols, o->files.front(), sheet, sOut, lPos, host);

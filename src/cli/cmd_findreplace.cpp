@@ -69,8 +69,10 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
     const std::size_t patterns = bReplace ? 2 : 1;
     const std::size_t wanted = patterns + (o->filesFrom ? 0 : 1);
     if (o->operands.size() != wanted) {
-        std::fputs(usage, stderr);
-        return kExitTrouble;
+        const std::string what = o->filesFrom ? (bReplace ? "PATTERN and REPLACEMENT" : "PATTERN")
+                                              : (bReplace ? "PATTERN, REPLACEMENT and MASK" : "PATTERN and MASK");
+        return usageerror(std::string(name) + ": expects " + what + ", not " + std::to_string(o->operands.size()) +
+                          " operand" + (o->operands.size() == 1 ? "" : "s") + " (see brindlex-cli " + name + " --help)");
     }
 
     if (o->operands[0].empty())
@@ -92,7 +94,7 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
     const bool wrote = flushstdout();
     for (const std::string& sName : host.wouldRewrite)
         std::fprintf(stderr, "would rewrite %s\n", (request.baseDir + sName).c_str());
-    printsummary(result, request.files.size());
+    printsummary(result, request.files.size(), {}, bReplace);
     return exitstatus(host, result.cancelled, result.failures, wrote, result.hits > 0);
 }
 

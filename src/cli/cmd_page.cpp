@@ -4,8 +4,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -34,13 +33,16 @@ constexpr const char* kUsage =
     "  --pos N      1-based position of the page's first byte (default 1)\n"
     "  --block N    read one page of N bytes, as the viewer does (Pure Text takes\n"
     "               one byte more after a CR); without it the page runs to the\n"
-    "               file's end\n"
+    "               file's end. A page of any size is written as it is read\n"
     "  --save TEXTFILE  instead of writing the page, put TEXTFILE's page text in\n"
     "               its place in FILE, as the viewer's Save does (read in the\n"
-    "               mode and format given; the rest of FILE is kept)\n"
+    "               mode and format given; the rest of FILE is kept). The page\n"
+    "               is then at most 16 MiB, and TEXTFILE a regular file at most\n"
+    "               1 MiB longer than the page's text\n"
     "  --help       this text\n"
     "\n"
-    "Exit status: 0 done, 2 FILE could not be read or saved, or bad usage.\n"
+    "Exit status: 0 done, 1 --pos past the end of FILE, 2 FILE could not be read\n"
+    "or saved, or bad usage. --opt=value is taken as well as --opt value.\n"
     "\n"
     "Examples:\n"
     "  brindlex-cli page --mode 0 --block 256 image.bin      the first 256 bytes\n"
@@ -74,22 +76,32 @@ std::optional<PageOptions> parsepageoptions(const std::vector<std::string>& args
     std::vector<std::string> files;
     bool options = true;
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        std::string arg = args[i];
         if (!options || arg.size() < 2 || arg[0] != '-') {
             files.push_back(arg);
             continue;
         }
+        // --pos=N as well as --pos N.
+        std::optional<std::string> given;
+        if (const std::size_t eq = arg.find('='); arg.starts_with("--") && eq != std::string::npos) {
+            given = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
+        const bool valued = arg == "--mode" || arg == "--width" || arg == "--format" || arg == "--pos" ||
+                            arg == "--block" || arg == "--save";
+        if (given && !valued)
+            return status = usageerror("page: option '" + arg + "' takes no value (see brindlex-cli page --help)"),
+                   std::nullopt;
         if (arg == "--") {
             options = false;
         } else if (arg == "--help" || arg == "-h") {
             std::fputs(kUsage, stdout);
             status = 0;
             return std::nullopt;
-        } else if (arg == "--mode" || arg == "--width" || arg == "--format" || arg == "--pos" || arg == "--block" ||
-                   arg == "--save") {
-            if (i + 1 >= args.size())
+        } else if (valued) {
+            if (!given && i + 1 >= args.size())
                 return status = usageerror("page: " + arg + " needs a value"), std::nullopt;
-            const std::string& value = args[++i];
+            const std::string value = given ? *given : args[++i];
             const std::optional<std::int64_t> n = arg == "--mode" || arg == "--format" ? number(value, 0, 3)
                                                   : arg == "--width"                   ? number(value, 1, 32767)
                                                   : arg == "--save"                    ? std::optional<std::int64_t>(0)
@@ -112,10 +124,25 @@ std::optional<PageOptions> parsepageoptions(const std::vector<std::string>& args
     return o;
 }
 
+// "brindlex-cli: page: " and `text` on one line: a CR LF of the engine's
+// messages becomes a blank.
 int trouble(const std::string& text)
 {
-    std::fprintf(stderr, "%s\n", text.c_str());
+    std::string line = "brindlex-cli: page: " + text;
+    for (std::size_t at = line.find("\r\n"); at != std::string::npos; at = line.find("\r\n", at))
+        line.replace(at, 2, " ");
+    std::fprintf(stderr, "%s\n", line.c_str());
     return kExitTrouble;
+}
+
+int cannotread(const std::string& file, const Error& error)
+{
+    return trouble("cannot read " + file + ": " + error.text);
+}
+
+int cannotsave(const std::string& file, const std::string& why)
+{
+    return trouble("cannot save " + file + ": " + why);
 }
 
 // The page as the viewer reads it; without --block, from --pos to the end.
@@ -125,60 +152,84 @@ Page readoptionspage(const PageOptions& o)
     return readpage(o.file, o.lPos, nBlock == 0 ? kDefaultBlock : nBlock, o.nWidth, o.nMode, o.nFormat);
 }
 
+// Bytes an edited page's text may hold beyond the page's own text.
+constexpr std::size_t kEditSlack = 1 << 20;
+
+// TEXTFILE whole, when it is a regular file no longer than `most` bytes;
+// else what is wrong with it.
+std::optional<std::string> readedit(const std::string& path, std::size_t most, std::string& trouble)
+{
+    OpenedFile file;
+    if (const Error error = openbinary(path, file)) {
+        trouble = error.text;
+        return std::nullopt;
+    }
+    if (file.size() > static_cast<std::int64_t>(most)) {
+        trouble = "longer than the page it edits (" + std::to_string(file.size()) + " bytes, at most " +
+                  std::to_string(most) + ")";
+        return std::nullopt;
+    }
+    std::string text;
+    // One byte more than allowed tells a file that grew meanwhile.
+    if (!readblock(file.fd.get(), 0, static_cast<std::int64_t>(most) + 1, text)) {
+        trouble = std::strerror(errno);
+        return std::nullopt;
+    }
+    if (text.size() > most) {
+        trouble = "longer than the page it edits";
+        return std::nullopt;
+    }
+    return text;
+}
+
 int savepage(const PageOptions& o, const Page& page)
 {
-    std::ifstream in(*o.save, std::ios::binary);
-    if (!in)
-        return trouble("brindlex-cli: page: cannot read " + *o.save);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string why;
+    const std::optional<std::string> text = readedit(*o.save, page.sText.size() + kEditSlack, why);
+    if (!text)
+        return trouble("cannot read edited page " + *o.save + ": " + why);
     const std::string sViewText = o.nMode >= kModePureText ? page.sText : pagebytes(page.sText, o.nMode);
-    const PageEdit edit = pageedit(text, o.nMode, o.nFormat, sViewText, page.lViewLen);
+    const PageEdit edit = pageedit(*text, o.nMode, o.nFormat, sViewText, page.lViewLen);
     if (!edit.changed)
         return 0;
     if (edit.refused)
-        return trouble(edit.refused.text);
+        return cannotsave(o.file, edit.refused.text);
     if (!preparedworkdir())
-        return trouble("brindlex-cli: page: the work directory " + workdirpath().string() + " can't be used");
+        return cannotsave(o.file, "the work directory " + workdirpath().string() + " can't be used");
     const SpliceResult saved =
         splicepage({o.file, page.lPos, page.lViewLen, edit.bytes, page.stamp, scratchfilepath()});
     if (!saved.opened)
-        return trouble(openerrormessage(o.file, saved.error));
+        return cannotsave(o.file, saved.error.text);
     if (saved.error)
-        return trouble(saved.error.text);
+        return cannotsave(o.file, saved.error.text);
+    if (!saved.notice.empty())
+        std::fprintf(stderr, "brindlex-cli: page: %s: %s\n", o.file.c_str(), saved.notice.c_str());
     return 0;
 }
 
-bool writeout(const std::string& text)
+// The page, of any size, written as it is read.
+int writepage(const PageOptions& o)
 {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size())
-        return true;
-    std::perror("brindlex-cli: page: writing to stdout");
-    return false;
-}
-
-// Without --block, rows of the byte modes go out a stretch at a time, so a
-// file of any size is written in bounded memory; the record view and the
-// text modes need their page whole, which the limit of Full Text bounds.
-int writewhole(PageOptions o)
-{
-    const bool rows = o.nMode < kModePureText && o.nFormat != kFormatMeta;
-    const std::int64_t stretch = rows ? std::int64_t{o.nWidth} * 16384 : std::numeric_limits<std::int64_t>::max();
-    for (;;) {
-        o.nBlock = stretch;
-        const Page page = readoptionspage(o);
-        if (!page.opened)
-            return trouble(openerrormessage(o.file, page.error));
-        if (page.error)
-            return trouble(page.error.text);
-        if (!rows && o.nMode != kModeFullText && page.lViewLen > kFullTextLimit)
-            return trouble("brindlex-cli: page: the page from --pos to the end is over " +
-                           std::to_string(kFullTextLimit) + " bytes: give --block");
-        if (!writeout(page.sText))
-            return kExitTrouble;
-        if (page.lViewLen < stretch || !rows)
-            return 0;
-        o.lPos += page.lViewLen;
+    const std::int64_t nBlock = o.nBlock ? *o.nBlock : std::numeric_limits<std::int64_t>::max();
+    bool failed = false;
+    const PageStream page = streampage(o.file, o.lPos, nBlock, o.nWidth, o.nMode, o.nFormat, [&](std::string_view text) {
+        failed = std::fwrite(text.data(), 1, text.size(), stdout) != text.size();
+        return !failed;
+    });
+    if (!page.opened)
+        return cannotread(o.file, page.error);
+    if (page.error)
+        return cannotread(o.file, page.error);
+    if (failed || std::fflush(stdout) != 0) {
+        std::perror("brindlex-cli: page: cannot write the page to stdout");
+        return kExitTrouble;
     }
+    if (o.nMode != kModeFullText && o.lPos > page.lFileLen) {
+        std::fprintf(stderr, "brindlex-cli: page: position %lld is past the end of %s (%lld bytes)\n",
+                     static_cast<long long>(o.lPos), o.file.c_str(), static_cast<long long>(page.lFileLen));
+        return kExitNoHits;
+    }
+    return 0;
 }
 
 int runpage(const std::vector<std::string>& args)
@@ -187,16 +238,14 @@ int runpage(const std::vector<std::string>& args)
     const std::optional<PageOptions> o = parsepageoptions(args, status);
     if (!o)
         return status;
-    if (!o->nBlock && !o->save)
-        return writewhole(*o);
+    if (!o->save)
+        return writepage(*o);
     const Page page = readoptionspage(*o);
     if (!page.opened)
-        return trouble(openerrormessage(o->file, page.error));
+        return cannotread(o->file, page.error);
     if (page.error)
-        return trouble(page.error.text);
-    if (o->save)
-        return savepage(*o, page);
-    return writeout(page.sText) ? 0 : kExitTrouble;
+        return cannotread(o->file, page.error);
+    return savepage(*o, page);
 }
 
 const RegisterCommand registered({"page", "page [options] FILE        the viewer's page text of a file", runpage});

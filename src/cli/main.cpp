@@ -56,9 +56,10 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     std::error_code ec;
     if (std::filesystem::exists(brindlex::workdirpath(), ec) && brindlex::preparedworkdir()) {
-        const std::string finished = brindlex::finishinterruptedcopy(brindlex::scratchfilepath());
-        if (!finished.empty())
-            std::fprintf(stderr, "brindlex-cli: %s\n", finished.c_str());
+        for (const std::string& told :
+             {brindlex::workdirnote(), brindlex::finishinterruptedcopy(brindlex::scratchfilepath())})
+            if (!told.empty())
+                std::fprintf(stderr, "brindlex-cli: %s\n", told.c_str());
         std::string undone = brindlex::rollbackinplaceedits(brindlex::workdirpath());
         for (std::size_t at = 0, end; !undone.empty() && at <= undone.size(); at = end + 1) {
             end = std::min(undone.find('\n', at), undone.size());

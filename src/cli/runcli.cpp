@@ -2,11 +2,11 @@
 
 #include <cerrno>
 #include <algorithm>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iostream>
+#include <memory>
 #include <thread>
 
 #include <fcntl.h>
@@ -15,6 +15,7 @@
 
 #include "cli/command.h"
 #include "engine/batch/runlog.h"
+#include "engine/core/openbinary.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
 
@@ -61,27 +62,74 @@ std::string oneline(std::string text)
     return out;
 }
 
+// Limits of a list of names: whatever the list is (/dev/zero, /dev/urandom,
+// a list that never ends), it is read in pieces and memory holds no more
+// than the names worth keeping.
+constexpr std::size_t kListPiece = 64 << 10;
+constexpr std::size_t kMaxListName = 1 << 20;        // bytes of one name
+constexpr int kMaxEmptyNames = 16;                   // empty names in a row
+constexpr int kMaxMissingNames = 1000;               // names of no file in a row ...
+constexpr std::size_t kMaxMissingBytes = 16 << 20;   // ... or this many bytes of them
+
 // The list from --files-from (one path a line) or --files0-from (each path
 // ended by a NUL): each a file of its own, by its real name, with an empty
-// base directory.
-bool readfilelist(const std::string& from, char end, CliHost& host)
+// base directory. Returns what is wrong with the list, empty when it was
+// read whole.
+std::string readfilelist(const std::string& from, char end, CliHost& host)
 {
-    std::ifstream file;
-    std::istream* in = &std::cin;
+    FileHandle owned;
+    int fd = STDIN_FILENO;
     if (from != "-") {
-        file.open(from, std::ios::binary);
-        if (!file)
-            return false;
-        in = &file;
+        owned = FileHandle(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+        if (!owned.valid())
+            return std::strerror(errno);
+        fd = owned.get();
     }
+    const auto piece = std::make_unique_for_overwrite<char[]>(kListPiece);
     std::string path;
-    while (std::getline(*in, path, end)) {
+    int empties = 0, missing = 0;
+    std::size_t missingBytes = 0;
+    // One name complete: kept, or the reason the list is no list of names.
+    auto take = [&]() -> std::string {
         if (path.empty())
-            continue;
+            return ++empties > kMaxEmptyNames ? "more than " + std::to_string(kMaxEmptyNames) +
+                                                    " empty names in a row: not a list of names"
+                                              : "";
+        empties = 0;
+        // A path too long for stat is looked at by the run (openlong).
         struct stat st {};
-        host.addentry(path, ::stat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_size) : 0);
+        const bool there = ::stat(path.c_str(), &st) == 0 || (errno == ENAMETOOLONG && path.size() >= PATH_MAX);
+        missing = there ? 0 : missing + 1;
+        missingBytes = there ? 0 : missingBytes + path.size();
+        if (missing > kMaxMissingNames || missingBytes > kMaxMissingBytes)
+            return "more than " + std::to_string(kMaxMissingNames) + " names in a row lead to no file: not a list of names";
+        host.addentry(path, there ? static_cast<std::int64_t>(st.st_size) : 0);
+        path.clear();
+        return "";
+    };
+    for (;;) {
+        const ssize_t got = ::read(fd, piece.get(), kListPiece);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return std::strerror(errno);
+        if (got == 0)
+            return path.empty() ? "" : take();
+        for (std::string_view rest(piece.get(), static_cast<std::size_t>(got)); !rest.empty();) {
+            const std::size_t at = rest.find(end);
+            const std::string_view part = rest.substr(0, at);
+            if (end != '\0' && part.find('\0') != std::string_view::npos)
+                return "a name holds a NUL byte: not a list of names (--files0-from takes names ended by NUL)";
+            if (path.size() + part.size() > kMaxListName)
+                return "a name of more than " + std::to_string(kMaxListName) + " bytes: not a list of names";
+            path.append(part);
+            if (at == std::string_view::npos)
+                break;
+            rest.remove_prefix(at + 1);
+            if (std::string trouble = take(); !trouble.empty())
+                return trouble;
+        }
     }
-    return !in->bad();
 }
 
 // -s, -c, -a, -0 (also bundled): false for any other letter.
@@ -117,13 +165,28 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
         return std::nullopt;
     };
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        // --log=FILE as well as --log FILE.
+        std::string arg = args[i];
+        std::optional<std::string> given;
+        if (const std::size_t eq = arg.find('='); options && arg.starts_with("--") && eq != std::string::npos) {
+            given = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
         auto value = [&](std::optional<std::string>& into) {
+            if (given) {
+                into = *given;
+                return true;
+            }
             if (i + 1 >= args.size())
                 return false;
             into = args[++i];
             return true;
         };
+        const bool valued = arg == "--log" || arg == "--files-from" || arg == "--files0-from";
+        if (given && !valued) {
+            status = usageerror(name + ": option '" + arg + "' takes no value (see brindlex-cli " + name + " --help)");
+            return std::nullopt;
+        }
         if (!options || arg.empty() || arg[0] != '-' || arg == "-") {
             o.operands.push_back(arg);
         } else if (arg == "--") {
@@ -144,7 +207,7 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
             o.nLogMode |= kLogFinds;
         } else if (arg == "--log-replaces") {
             o.nLogMode |= kLogReplaces;
-        } else if (arg == "--log" || arg == "--files-from" || arg == "--files0-from") {
+        } else if (valued) {
             if (!value(arg == "--log" ? o.log : o.filesFrom)) {
                 status = usageerror(name + ": " + arg + " needs a FILE");
                 return std::nullopt;
@@ -347,14 +410,17 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     ::sigaction(SIGINT, &sa, nullptr);
 
     if (o.filesFrom) {
-        if (!readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host))
-            return usageerror(name + ": cannot read " + *o.filesFrom);
+        const std::string trouble = readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host);
+        if (!trouble.empty())
+            return usageerror(name + ": cannot read the list " + *o.filesFrom + ": " + trouble);
     } else {
         std::error_code ec;
         const std::filesystem::path cwd = std::filesystem::current_path(ec);
         const std::string expanded = expandmask(mask, cwd);
         request.baseDir = basedirfor(expanded);
-        listfiles(expanded, o.bIncludeSubs, request.baseDir, host);
+        FileHandle base;
+        listfiles(expanded, o.bIncludeSubs, request.baseDir, host, &base);
+        request.baseDirFd = std::make_shared<const FileHandle>(std::move(base));
         request.bWalkedNow = true;
         // One file named without a wildcard that isn't there: as grep says it.
         struct stat st {};
@@ -378,13 +444,13 @@ void bufferstdout()
     std::setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
 }
 
-void printsummary(const RunResult& result, std::size_t files, const std::string& prefix)
+void printsummary(const RunResult& result, std::size_t files, const std::string& prefix, bool rewrites)
 {
     auto counted = [](long long n, const char* one, const char* more) { return std::to_string(n) + (n == 1 ? one : more); };
     const std::string line = prefix + counted(result.hits, " hit", " hits") + " in "
-        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files") + ", "
-        + counted(result.filesRewritten, " file rewritten", " files rewritten") + (interrupted() ? ", interrupted" : "")
-        + "\n";
+        + std::to_string(result.filesWithHits) + " of " + counted(static_cast<long long>(files), " file", " files")
+        + (rewrites ? ", " + counted(result.filesRewritten, " file rewritten", " files rewritten") : "")
+        + (interrupted() ? ", interrupted" : "") + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

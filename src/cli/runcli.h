@@ -113,8 +113,9 @@ bool interrupted();
 void bufferstdout();
 
 // "12 hits in 3 of 40 files, 3 files rewritten" and LF, on stderr; "1 hit",
-// "1 file", and ", interrupted" at the end after a SIGINT.
-void printsummary(const RunResult& result, std::size_t files, const std::string& prefix = {});
+// "1 file", and ", interrupted" at the end after a SIGINT. A find's summary
+// (`rewrites` false) ends behind the files: "12 hits in 3 of 40 files".
+void printsummary(const RunResult& result, std::size_t files, const std::string& prefix = {}, bool rewrites = true);
 
 // Flushes stdout; a failed write is told on stderr (once) and gives false.
 bool flushstdout();

@@ -37,11 +37,15 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
         {{"decode", "-n", "a"}, 2, "unknown option '-n'"},
         {{"dump", "--size", "2", "--cols", "1", "in.bin"}, 0, " 1 \t258\r\n 2 \t-1\r\n 3 \t255\r\n"},
         {{"dump", "--cols", "2", "--size", "4", "--", "in.bin"}, 0, " 1 \t-65278\t255\r\n"},
-        {{"dump", "--size", "2", "--cols", "1", "missing"}, 2, "No such file or directory"},
-        {{"dump", "--size", "3", "--cols", "1", "in.bin"}, 2, "expects --size 2|4"},
-        {{"dump", "--size", "2", "--cols", "0", "in.bin"}, 2, "--cols N of 1 to 32767"},
-        {{"dump", "--size", "2", "--cols", "32768", "in.bin"}, 2, "--cols N of 1 to 32767"},
-        {{"dump", "--size", "2", "--cols", "1x", "in.bin"}, 2, "--cols N of 1 to 32767"},
+        {{"dump", "--size", "2", "--cols", "1", "missing"}, 2, "brindlex-cli: dump: cannot read missing: No such file or directory\n"},
+        {{"dump", "--size", "2", "--cols", "1", "-o", "no/s.xls", "in.bin"}, 2,
+         "brindlex-cli: dump: cannot write sheet no/s.xls: No such file or directory\n"},
+        {{"dump", "--size", "3", "--cols", "1", "in.bin"}, 2, "bad value '3' for --size (2 or 4)"},
+        {{"dump", "--size", "2", "--cols", "0", "in.bin"}, 2, "bad value '0' for --cols (1 to 32767)"},
+        {{"dump", "--size=2", "--cols=32768", "in.bin"}, 2, "bad value '32768' for --cols"},
+        {{"dump", "--size", "2", "--cols", "1x", "in.bin"}, 2, "bad value '1x' for --cols"},
+        {{"dump", "--size=4", "--cols=2", "in.bin", "f"}, 2, "expects one FILE, not 2"},
+        {{"dump", "--cols=2", "in.bin"}, 2, "--size 2|4 must be given"},
         {{"dump", "--size", "2", "--cols"}, 2, "--cols needs a value"},
         {{"page", "f"}, 0, "000001:   H    i  <0D> <0A> <00> <FF>   Z  "},
         {{"page", "--mode", "0", "--width", "4", "--format", "1", "f"}, 0,
@@ -50,9 +54,17 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
         {{"page", "--mode", "0", "--width", "2", "--pos", "3", "--block", "2", "f"}, 0, "", "000003: <41> <42> <43>",
          "HiABC\0\xFFZ"s},
         // Bytes the records pass over are on no page: such a page is not saved.
-        {{"page", "--format", "3", "m"}, 2, "metafile records", "000001 = 03 : <03> <00> <00> <00> <21> <16>"},
-        {{"page", "none"}, 2, "Error opening none:\r\n"},
+        {{"page", "--format", "3", "m"}, 2, "brindlex-cli: page: cannot save m: Cannot save a page shown as metafile records",
+         "000001 = 03 : <03> <00> <00> <00> <21> <16>"},
+        {{"page", "none"}, 2, "brindlex-cli: page: cannot read none: No such file or directory\n"},
+        // What --save reads is a regular file no longer than the page allows.
+        {{"page", "--save", "/dev/zero", "f"}, 2, "brindlex-cli: page: cannot read edited page /dev/zero: Not a regular file\n"},
+        {{"page", "--save", ".", "f"}, 2, "cannot read edited page .: Not a regular file"},
+        {{"page", "--mode", "0", "--block", "2", "f"}, 2, "longer than the page it edits", std::string((1 << 20) + 40, 'x')},
         {{"page", "--pos", "0", "f"}, 2, "bad value '0' for --pos"},
+        {{"page", "--pos=8", "f"}, 1, "position 8 is past the end of f (7 bytes)"},
+        {{"page", "--mode=0", "--width=4", "--pos=5", "--block=2", "f"}, 0, "000005: <00> <FF> "},
+        {{"page", "--width=4=", "f"}, 2, "bad value '4=' for --width"},
         {{"page", "f", "g"}, 2, "expects one FILE"},
     };
     for (const auto& row : rows) {
@@ -93,6 +105,15 @@ TEST(DumpCommand, OutputFileIsReplacedWholeAndKeepsItsMode)
                                     dir.path(), dir.path());
     EXPECT_TRUE(failed.exited(2));
     EXPECT_EQ(test::readfile(sheet), " 1 \t5\r\n");
+
+    // A link planted at the sheet's name is refused, its target untouched.
+    std::filesystem::create_symlink(sheet, dir.path() / "planted.xls");
+    const CliResult planted = runcli({"dump", "--size", "2", "--cols", "1", "-o", "planted.xls", "in.bin"},
+                                     dir.path(), dir.path());
+    EXPECT_TRUE(planted.exited(2));
+    EXPECT_NE(planted.err.find("not followed"), std::string::npos) << planted.err;
+    EXPECT_EQ(test::readfile(sheet), " 1 \t5\r\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.path() / "planted.xls"));
 }
 
 }  // namespace

@@ -61,8 +61,8 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
          {"find", "-s", "TWO", "*.txt"}, "",
          ".dot.txt\t000000001\nB.txt\t000000001\na.txt\t000000005\nlink.txt\t000000005\nsub-d.txt\t000000001\n"
          "sub/c.txt\t000000001\nsub/c.txt\t000000005\nsub/deep/f.txt\t000000001\n",
-         "8 hits in 7 of 7 files, 0 files rewritten\n", 0},
-        {"no hit is 1", {"find", "--match-case", "TWO", "*.txt"}, "", "", "0 hits in 0 of 5 files, 0 files rewritten\n", 1},
+         "8 hits in 7 of 7 files\n", 0},
+        {"no hit is 1", {"find", "--match-case", "TWO", "*.txt"}, "", "", "0 hits in 0 of 5 files\n", 1},
         {"a link's target is replaced once, and the link stays", {"replace", "two", "2<0D>", "*.txt"}, "",
          ".dot.txt\t000000001\nB.txt\t000000001\na.txt\t000000005\nsub-d.txt\t000000001\n",
          "brindlex-cli: <dir>/base/link.txt: the same file as <dir>/base/a.txt, rewritten once\n"
@@ -71,6 +71,9 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         {"the log: head lines and hits, appended", {"replace", "--log-finds", "--log-replaces", "w", "W", "B.txt"}, "",
          "B.txt\t000000002\n", "1 hit in 1 of 1 file, 1 file rewritten\n", 0, {{"B.txt", "tWo"}},
          "old\r\nfind      W  \r\nreplace with     W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
+        {"a log at a link is never followed: told, and the status is 2",
+         {"find", "--log-finds", "--log", "link.txt", "w", "B.txt"}, "", "B.txt\t000000002\n",
+         "Error writing log link.txt: Too many levels of symbolic links\n1 hit in 1 of 1 file\n", 2, {{"a.txt", "one two"}}},
         // As the window's Cancel: the hits of the file scanned are listed, and it is not rewritten.
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
          "B.txt\t000000001\n", "1 hit in 1 of 1 file, 0 files rewritten, interrupted\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
@@ -88,14 +91,21 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         // What could not be searched is told as grep -r tells it, and changes
         // the exit status; what matches nothing is no trouble.
         {"a missing directory", {"find", "two", "nodir/*.txt"}, "", "",
-         "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
+         "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files\n", 2},
         {"a missing file", {"find", "two", "missing.txt"}, "", "",
-         "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files, 0 files rewritten\n", 2},
-        {"a wildcard that matches nothing", {"find", "two", "*.none"}, "", "", "0 hits in 0 of 0 files, 0 files rewritten\n", 1},
+         "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files\n", 2},
+        {"a wildcard that matches nothing", {"find", "two", "*.none"}, "", "", "0 hits in 0 of 0 files\n", 1},
         {"an empty pattern", {"replace", "", "x", "*"}, "", "", "brindlex-cli: replace: PATTERN is empty\n", 2},
+        {"--opt=value as well as --opt value", {"find", "--log-finds", "--log=../work/brindlex.log.txt", "w", "B.txt"}, "",
+         "B.txt\t000000002\n", "1 hit in 1 of 1 file\n", 0, {},
+         "old\r\nfind      W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
+        {"a flag given a value", {"find", "--subdirs=yes", "two", "*"}, "", "",
+         "brindlex-cli: find: option '--subdirs' takes no value (see brindlex-cli find --help)\n", 2},
+        {"too few operands", {"find", "two"}, "", "",
+         "brindlex-cli: find: expects PATTERN and MASK, not 1 operand (see brindlex-cli find --help)\n", 2},
         {"a pattern too long to be found everywhere", {"find", std::string(202, 'H'), "a.txt"}, "", "",
          "brindlex-cli: note: a pattern longer than 201 bytes is found only where it fits one 1000-byte block\n"
-         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
+         "0 hits in 0 of 1 file\n", 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -142,9 +152,9 @@ TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
         {{"find", "-0", "-c", "HITX", "*"},
          " lead\0" "000000001\nh\0" "000000001\nl1\0" "000000002\nl2\0" "000000002\nnew\nline\0" "000000001\n"
          "t\0" "000000002\ntrail \0" "000000001\nu\0" "000000001\nx\0" "000000001\nx\ty\0" "000000001\n"s,
-         "10 hits in 10 of 10 files, 0 files rewritten\n"},
+         "10 hits in 10 of 10 files\n"},
         {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n",
-         "2 hits in 2 of 2 files, 0 files rewritten\n"},
+         "2 hits in 2 of 2 files\n"},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(step.args[0] + " " + step.args[1]);
@@ -169,7 +179,7 @@ TEST(CliFindReplace, SaysThatStdoutIsFull)
     ::waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
     EXPECT_EQ(readfile(dir.path() / "cli.err"),
-              "brindlex-cli: write error on stdout: No space left on device\n1 hit in 1 of 1 file, 0 files rewritten\n");
+              "brindlex-cli: write error on stdout: No space left on device\n1 hit in 1 of 1 file\n");
 }
 
 // As an ordinary user (nobody under root): a directory or file that may not
@@ -198,6 +208,28 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
                        "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 file rewritten\n");
     EXPECT_EQ(readfile(readonly), "two");
     EXPECT_EQ(readfile(base / "writable"), "2");
+}
+
+// A list of names that is none (nothing but empty names, random bytes, a
+// list without end) is refused in bounded memory, and soon.
+TEST(CliFindReplace, EndlessListsAreRefusedInBoundedMemory)
+{
+    test::TempDir dir;
+    const struct { const char* option; const char* list; const char* why; } rows[] = {
+        {"--files0-from", "/dev/zero", "more than 16 empty names in a row"},
+        {"--files-from", "/dev/zero", "a name holds a NUL byte"},
+        {"--files0-from", "/dev/urandom", "names in a row lead to no file"},
+        {"--files-from", "/dev/urandom", "a name holds a NUL byte"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.option) + " " + row.list);
+        unsigned long long peak = 0;
+        const CliResult r = runclipeak({"find", row.option, row.list, "x"}, dir.path(), peak);
+        EXPECT_TRUE(r.exited(2)) << r.err;
+        EXPECT_TRUE(r.err.starts_with("brindlex-cli: find: cannot read the list "s + row.list + ": ")) << r.err;
+        EXPECT_NE(r.err.find(row.why), std::string::npos) << r.err;
+        EXPECT_LT(peak, kMaxRssKiB);
+    }
 }
 
 // A full disk (a tiny tmpfs in a mount namespace of a child's own, else a
@@ -351,7 +383,7 @@ TEST(CliFindReplace, TreeDeeperThanPathMax)
     const CliResult r = runcli({"find", "-s", "hit", "*.txt"}, dir.path(), dir.path());
     EXPECT_EQ(r.exitstatus, 0);
     EXPECT_EQ(r.out, relative + "deep.txt\t000000003\n");
-    EXPECT_EQ(r.err, "1 hit in 1 of 1 file, 0 files rewritten\n");
+    EXPECT_EQ(r.err, "1 hit in 1 of 1 file\n");
 }
 
 TEST(CliFindReplace, FindsAndReplacesBeyondFourGigabytes)

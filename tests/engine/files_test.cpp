@@ -1,9 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
+
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "engine/files/files.h"
+#include "engine/files/openbelow.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
@@ -77,6 +85,53 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
         EXPECT_EQ(list2line(hit.name, hit.lPos), hit.line);
         const List2Hit back = readlist2line(hit.line);
         EXPECT_EQ(back.sName + "@" + std::to_string(back.lPos), hit.name + "@" + std::to_string(hit.lPos));
+    }
+}
+
+}  // namespace
+}  // namespace brindlex
+
+namespace brindlex {
+namespace {
+
+// Below the base nothing is taken through a link but a file's own name,
+// whichever way the directories are opened.
+TEST(OpenBelow, NeverTakesADirectoryThroughALink)
+{
+    test::TempDir tmp;
+    tmp.write("base/d/e/f.txt", "f");
+    tmp.write("victim/e/f.txt", "victim");
+    const std::filesystem::path base = tmp.path() / "base";
+    std::filesystem::create_directory_symlink(tmp.path() / "victim", base / "link");
+    std::filesystem::create_directory_symlink("e", base / "d/e2");
+    std::filesystem::create_symlink("f.txt", base / "d/e/flink");
+    ASSERT_EQ(::mkfifo((base / "d/fifo").c_str(), 0644), 0);
+    const FileHandle fd(::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const struct { const char* dir; int code; } dirs[] = {
+        {"d/e", 0}, {"", 0}, {"d/../d/./e", 0}, {"link/e", ELOOP}, {"d/e2", ELOOP}, {"d/missing", ENOENT},
+        {"d/e/f.txt", ENOTDIR},
+    };
+    for (const auto open : {opendirbelow, opendirbycomponents}) {
+        for (const auto& row : dirs) {
+            SCOPED_TRACE(row.dir);
+            errno = 0;
+            const FileHandle dir(open(fd.get(), row.dir));
+            EXPECT_EQ(dir.valid() ? 0 : errno, row.code);
+        }
+    }
+    const BelowOpener below(FileHandle(::dup(fd.get())));
+    const struct { const char* name; std::string got; } names[] = {
+        {"d/e/f.txt", "f"}, {"//d/e/flink", "f"}, {"d/e2/f.txt", "A directory on its path is a symbolic link now: not followed"},
+        {"link/e/f.txt", "A directory on its path is a symbolic link now: not followed"},
+        {"d/fifo", "Not a regular file"}, {"d/none", "No such file or directory"},
+    };
+    for (const auto& row : names) {
+        SCOPED_TRACE(row.name);
+        OpenedFile file;
+        const Error error = below.open(row.name, "shown", file);
+        std::string got(16, '\0');
+        got.resize(error ? 0 : static_cast<std::size_t>(std::max<ssize_t>(0, ::read(file.fd.get(), got.data(), got.size()))));
+        EXPECT_EQ(error ? error.text : got, row.got);
     }
 }
 

@@ -168,6 +168,19 @@ TEST(Run, OneCasePerBehaviour)
                        "status <dir>/base/x\\ty\nhit x\\ty 1\nstatus 1\nstatus 1\nline 5 x\\ty\\t00000004*\n"
                        "status 3\ncontrols on\n",
          .after = {{" lead", "hitx"}, {"x\ty", "hitx"}, {"t", "xhitxx"}}},
+        {.what = "a directory swapped for a link after the listing is refused, never followed",
+         .files = {{"a", "hit"}, {"sub/s", "hit"}, {"victim/s", "hit"}}, .names = {"a", "sub/s"}, .sFind = "hit",
+         .sReplace = "HOT", .bReplace = true, .bMatchCase = true,
+         .onEvent = [](const std::string& line, const std::filesystem::path& base) {
+             if (line == "hit a 1") {
+                 std::filesystem::rename(base / "sub", base / "sub.old");
+                 std::filesystem::create_directory_symlink(base / "victim", base / "sub");
+             }
+         },
+         .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nstatus 1\nline 0 a\\t00000003*\n"
+                       "status <dir>/base/sub/s\nmessage Error opening <dir>/base/sub/s:\\r\\n"
+                       "A directory on its path is a symbolic link now: not followed\nstatus 1\ncontrols on\n",
+         .after = {{"a", "HOT"}}},
     };
     for (const RunCase& c : cases)
         checkcase(c);

@@ -3,15 +3,21 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <string>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "engine/core/faultinject.h"
+#include "engine/core/journal.h"
 #include "engine/core/saferewrite.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
@@ -54,7 +60,17 @@ std::string replace(const fs::path& target, const std::string& content, const fs
         r->write(std::string_view(content).substr(at, 1000000));
     const bool lengthok = r->writtenlength() == static_cast<std::int64_t>(content.size());
     Error e = r->commit();
-    return (lengthok ? "" : "short ") + (e ? errtext(e.code, e.text) : "ok");
+    return (lengthok ? "" : "short ") + (e ? errtext(e.code, e.text) : "ok") + (e || r->notice().empty() ? "" : " " + r->notice());
+}
+
+// cap_net_raw+ep, as setcap(8) stores it.
+const std::string kCapNetRaw("\x01\x00\x00\x02\x00\x20\x00\x00\0\0\0\0\0\0\0\0\0\0\0\0", 20);
+
+std::string capability(const fs::path& p)
+{
+    char value[64];
+    const ssize_t n = ::getxattr(p.c_str(), "security.capability", value, sizeof value);
+    return n > 0 ? std::string(value, static_cast<std::size_t>(n)) : "";
 }
 
 class SafeReplaceTest : public ::testing::Test {
@@ -71,11 +87,32 @@ protected:
         return p;
     }
 
+    // Replaces p's content `original` by `after` in a child that gets `sig`
+    // at the second write of the copy in place; what the child answered.
+    std::string signalatsecondwrite(const fs::path& p, const std::string& original, const std::string& after,
+                                    int sig) const
+    {
+        return test::runinchild([&]() -> std::string {
+            faultinject::arm({0, 0, "", 0, 0, sig});
+            replace(p, after, scratch());   // learns the steps, then runs for real
+            const auto steps = faultinject::log();
+            int second = 0;
+            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
+                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
+            std::ofstream(p, std::ios::binary) << original;
+            faultinject::arm({0, 0, "", 0, second, sig});
+            replace(p, after, scratch());
+            return "lived";
+        });
+    }
+
     test::TempDir work;  // the work directory
 };
 
 // An ordinary user's write clears the set-id bits of the file written: the
-// rows run as that user check that either route gives the mode back.
+// rows run as that user check that either route gives the mode back. Any
+// write clears file capabilities: root gets them back, an ordinary user
+// (who may not set them) is told they were dropped.
 TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
 {
     const struct { mode_t mode; bool hardlinked, viasymlink, unprivileged; } rows[] = {
@@ -91,6 +128,8 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
         for (const fs::path& owned : {t.path(), p})
             ASSERT_EQ(::chown(owned.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
         ASSERT_EQ(::chmod(p.c_str(), row.mode), 0);
+        const bool caps = test::runningasroot();
+        ASSERT_TRUE(!caps || ::setxattr(p.c_str(), "security.capability", kCapNetRaw.data(), kCapNetRaw.size(), 0) == 0);
         if (row.viasymlink)
             fs::create_symlink("f", t.path() / "link");
         struct stat st {};
@@ -98,7 +137,10 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
         const ino_t inode = st.st_ino;
         const fs::path target = row.viasymlink ? t.path() / "link" : p;
         ASSERT_EQ(row.unprivileged ? test::rununprivileged([&] { return replace(target, after, scratch()); })
-                                   : replace(target, after, scratch()), "ok");
+                                   : replace(target, after, scratch()),
+                  caps && row.unprivileged ? "ok File capabilities dropped (Operation not permitted): only root can set them"
+                                           : "ok");
+        EXPECT_EQ(capability(p), caps && !row.unprivileged ? kCapNetRaw : "");
         EXPECT_EQ(readfile(p), after);
         ASSERT_EQ(::lstat(p.c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, row.mode);
@@ -119,13 +161,13 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
 TEST_F(SafeReplaceTest, FileChangedSinceTheReaderOpenedItIsNotReplaced)
 {
     // What another program does: a rewrite to the same size changes only the
-    // times, a rename over the file only the inode, a replace of ours that
-    // came first both. When: after the reader's open and before begin, or
-    // between begin and commit.
-    enum What { SameSize, RenamedOver, OursFirst };
+    // times, one that sets the mtime back only the ctime, a rename over the
+    // file only the inode, a replace of ours that came first both. When:
+    // after the reader's open and before begin, or between begin and commit.
+    enum What { SameSize, MtimeSetBack, RenamedOver, OursFirst };
     for (bool hardlinked : {false, true}) {
         for (bool beforebegin : {false, true}) {
-            for (What what : {SameSize, RenamedOver, OursFirst}) {
+            for (What what : {SameSize, MtimeSetBack, RenamedOver, OursFirst}) {
                 SCOPED_TRACE(std::to_string(what) + (beforebegin ? " before begin" : " before commit")
                              + (hardlinked ? ", hard-linked" : ""));
                 test::TempDir t;
@@ -133,8 +175,12 @@ TEST_F(SafeReplaceTest, FileChangedSinceTheReaderOpenedItIsNotReplaced)
                 OpenedFile opened;
                 ASSERT_FALSE(openbinary(p, opened));
                 auto act = [&] {
-                    if (what == SameSize)
+                    if (what == SameSize || what == MtimeSetBack)
                         t.write("f", "Original");
+                    if (what == MtimeSetBack) {
+                        const timespec times[2] = {opened.st.st_atim, opened.st.st_mtim};
+                        ::utimensat(AT_FDCWD, p.c_str(), times, 0);
+                    }
                     else if (what == RenamedOver)
                         fs::rename(t.write("o", "theirs"), p);
                     else
@@ -255,36 +301,175 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
 
 // A signal that comes during the copy in place of a hard-linked file, at
 // its second write: SIGTERM and SIGHUP wait for the copy's end; after
-// SIGKILL the next start finishes the copy from the scratch file.
+// SIGKILL the next start finishes the copy from the scratch file, unless
+// the file is no longer what the copy left: then nothing is written, the
+// journal stays (no copy in place may take the scratch file) and the user
+// is told. A start that can't get at the file keeps it all for a later one.
 TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
 {
+    using Outcome = Recovery::Outcome;
     const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
-    for (int sig : {SIGTERM, SIGHUP, SIGKILL}) {
-        SCOPED_TRACE(sig);
+    const struct {
+        int sig;
+        const char* meanwhile;
+        std::vector<Outcome> starts;   // what each following start does
+        std::string end;               // f at the end, "" for after
+    } rows[] = {
+        {SIGTERM, "", {Outcome::None}, ""},
+        {SIGHUP, "", {Outcome::None}, ""},
+        {SIGKILL, "", {Outcome::Finished, Outcome::None}, ""},
+        {SIGKILL, "restored from a backup", {Outcome::Kept, Outcome::Kept}, original},
+        {SIGKILL, "deleted and made anew", {Outcome::Kept}, "23 bytes of a new file"},
+        {SIGKILL, "its directory moved away for one start", {Outcome::Kept, Outcome::Finished, Outcome::None}, ""},
+    };
+    test::TempDir elsewhere;
+    const fs::path other = make(elsewhere, "other", true);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.sig) + " " + row.meanwhile);
+        fs::remove(scratch());
+        fs::remove(scratch().string() + ".journal");
         test::TempDir t;
         const fs::path p = make(t, original, true);
-        std::string step;
-        const std::string died = test::runinchild([&]() -> std::string {
-            faultinject::arm({0, 0, "", 0, 0, sig});
-            replace(p, after, scratch());   // learns the steps, then runs for real
-            const auto steps = faultinject::log();
-            int second = 0;
-            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
-                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
+        const std::string died = signalatsecondwrite(p, original, after, row.sig);
+        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(row.sig) + " ", 0), 0u) << died;
+        EXPECT_EQ(readfile(p) != after, row.sig == SIGKILL);
+        const std::string what = row.meanwhile;
+        const fs::path away = t.path().string() + ".away";
+        if (what == "restored from a backup")
             t.write("f", original);
-            faultinject::arm({0, 0, "", 0, second, sig});
-            replace(p, after, scratch());
-            return "lived";
-        });
-        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(sig) + " ", 0), 0u) << died;
-        const bool cut = readfile(p) != after;
-        EXPECT_EQ(cut, sig == SIGKILL);
-        const std::string told = finishinterruptedcopy(scratch());
-        EXPECT_EQ(told.empty(), !cut) << told;
-        EXPECT_EQ(readfile(p), after);
-        EXPECT_EQ(readfile(t.path() / "twin"), after);
-        EXPECT_EQ(finishinterruptedcopy(scratch()), "") << "once only";
+        if (what == "deleted and made anew") {
+            fs::remove(p);
+            fs::remove(t.path() / "twin");
+            t.write("f", row.end);
+        }
+        if (what.starts_with("its directory moved"))
+            fs::rename(t.path(), away);
+        for (const Outcome expected : row.starts) {
+            const Recovery told = recoverinterruptedcopy(scratch());
+            EXPECT_EQ(told.outcome, expected) << told.message;
+            if (expected == Outcome::Kept) {
+                EXPECT_NE(told.message.find(scratch().string() + ".journal"), std::string::npos) << told.message;
+                EXPECT_EQ(replace(other, "x", scratch()), "begin " + errtext(EBUSY, "Scratch file holds an unfinished copy"));
+            }
+            if (fs::exists(away))
+                fs::rename(away, t.path());
+        }
+        EXPECT_EQ(readfile(p), row.end.empty() ? after : row.end);
+        EXPECT_EQ(row.end.empty(), readfile(t.path() / "twin") == after);
     }
+}
+
+// A journal is applied only when it and the scratch file are regular files
+// of the user's own in a directory no one else may write; else it is left
+// alone, and a start never blocks on it. As in the attack where another
+// user plants both in a shared directory that root uses. A start that finds
+// another process copying waits for it, then says which file may be half new.
+TEST_F(SafeReplaceTest, JournalNotProvedOursIsLeftAlone)
+{
+    using Outcome = Recovery::Outcome;
+    const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
+    const fs::path journal = scratch().string() + ".journal";
+    FileHandle holder;
+    const struct {
+        const char* what;
+        std::function<void()> plant;
+        Outcome outcome;
+    } rows[] = {
+        {"a FIFO as the journal", [&] { fs::remove(journal); ::mkfifo(journal.c_str(), 0600); }, Outcome::Refused},
+        {"a FIFO as the scratch file", [&] { fs::remove(scratch()); ::mkfifo(scratch().c_str(), 0600); }, Outcome::Refused},
+        {"a journal of another user's", [&] { ASSERT_EQ(::chown(journal.c_str(), test::kOtherUid, test::kOtherGid), 0); },
+         Outcome::Refused},
+        {"a journal cut short", [&] { fs::resize_file(journal, 200); }, Outcome::Refused},
+        {"planted by another user in a shared directory",
+         [&] {
+             const std::string forged = readfile(journal);
+             fs::rename(journal, work.path() / "mine.journal");
+             fs::rename(scratch(), work.path() / "mine.tmp");
+             ASSERT_EQ(::chmod(work.path().c_str(), 01777), 0);
+             ASSERT_EQ(test::runas(test::kOtherUid, test::kOtherGid, [&] {
+                 std::ofstream(journal, std::ios::binary) << forged;
+                 std::ofstream(scratch(), std::ios::binary) << "owned by attacker\n";
+                 return std::string("planted");
+             }), "planted");
+         },
+         Outcome::Refused},
+        {"another process copying through the scratch file",
+         [&] { holder = FileHandle(::open(scratch().c_str(), O_RDONLY)); ::flock(holder.get(), LOCK_EX); }, Outcome::Busy},
+    };
+    if (!test::runningasroot())
+        GTEST_SKIP() << "the other user's files need root to make";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        ASSERT_EQ(::chmod(work.path().c_str(), 0700), 0);
+        for (const auto& e : fs::directory_iterator(work.path()))
+            fs::remove(e.path());
+        test::TempDir t;
+        const fs::path p = make(t, original, true);
+        signalatsecondwrite(p, original, after, SIGKILL);
+        const std::string halfnew = readfile(p);
+        row.plant();
+        const std::string told = test::runinchild([&] {
+            ::alarm(20);
+            const Recovery r = recoverinterruptedcopy(scratch(), std::chrono::milliseconds(50));
+            return std::to_string(static_cast<int>(r.outcome)) + " " + r.message;
+        });
+        EXPECT_EQ(told.rfind(std::to_string(static_cast<int>(row.outcome)) + " ", 0), 0u) << told;
+        EXPECT_NE(told.find(row.outcome == Outcome::Busy ? p.string() : journal.string()), std::string::npos) << told;
+        EXPECT_EQ(readfile(p), halfnew);
+        EXPECT_TRUE(fs::exists(fs::symlink_status(journal)));
+        holder.close();
+    }
+}
+
+// What a start finds against a journal, with blocks of 4 bytes: old
+// "AAAABBBBCC", new "aaaabbbbccdd"; `chunk` the step's block, `before` its
+// bytes before the write, the target's ctime the step's or a later one.
+TEST_F(SafeReplaceTest, JournalFinishesOnlyWhatTheCutShortCopyLeft)
+{
+    using V = JournalVerdict;
+    const struct { const char* target; std::int64_t chunk; const char* before; bool newctime; V verdict; } rows[] = {
+        {"AAAABBBBCC", -1, "", false, V::Resume},           // nothing written yet
+        {"AAAABBBBCC", -1, "", true, V::Doubt},             // ... but written by someone: restored
+        {"aaaaBBBBCC", 1, "BBBB", false, V::Resume},        // block 1 about to change
+        {"aaaabbBBCC", 1, "BBBB", true, V::Resume},         // ... half written
+        {"aaaabbbbCC", 1, "BBBB", true, V::Resume},         // ... written
+        {"aaaaBBBBCC", 1, "BBBB", true, V::Doubt},          // ... as it was, yet the ctime moved
+        {"AAAABBBBCC", 1, "BBBB", true, V::Doubt},          // restored from a backup
+        {"aaaaBBBBCX", 1, "BBBB", false, V::Doubt},         // a later block changed
+        {"aaaaBBBB", 1, "BBBB", true, V::Doubt},            // cut
+        {"aaaaBBBBCC!", 1, "BBBB", true, V::Doubt},         // grown
+        {"aaaabbbbccd", 2, "CC", true, V::Resume},          // the last block, growing
+        {"aaaabbbbcCd", 2, "CC", true, V::Doubt},
+        {"aaaabbbbccdd", 2, "CC", true, V::Complete},
+        {"aaaabbbbccdd", -1, "", true, V::Complete},
+        {"23 bytes of a new file.", -1, "", true, V::Doubt},
+    };
+    test::TempDir t;
+    const fs::path target = t.write("f", "AAAABBBBCC"), from = t.write("new", "aaaabbbbccdd");
+    FileHandle oldfd(::open(target.c_str(), O_RDWR)), newfd(::open(from.c_str(), O_RDONLY));
+    struct stat st {}, sst {};
+    ASSERT_TRUE(::fstat(oldfd.get(), &st) == 0 && ::fstat(newfd.get(), &sst) == 0);
+    CopyJournal journal{target.string(), st.st_dev, st.st_ino, 10, 0644, {}, {}, sst.st_dev, sst.st_ino, 12, 0, 4, {}};
+    ASSERT_FALSE(hashcontents(oldfd.get(), newfd.get(), journal));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.target + std::string(" at ") + std::to_string(row.chunk));
+        ASSERT_EQ(::ftruncate(oldfd.get(), 0), 0);
+        ASSERT_EQ(::pwrite(oldfd.get(), row.target, std::strlen(row.target), 0), static_cast<ssize_t>(std::strlen(row.target)));
+        ASSERT_EQ(::fstat(oldfd.get(), &st), 0);
+        const JournalStep step{0, row.chunk, row.newctime ? timespec{} : st.st_ctim, row.before};
+        std::string why;
+        EXPECT_EQ(verifyjournal(journal, step, oldfd.get(), newfd.get(), why), row.verdict) << why;
+    }
+    // A target's name of any length is read back whole, with the last step.
+    journal.target = "/" + std::string(100000, 'p');
+    JournalWriter writer;
+    ASSERT_FALSE(JournalWriter::create(work.path() / "j", journal, st.st_ctim, writer));
+    ASSERT_FALSE(writer.record(1, st.st_ctim, "BBBB"));
+    const JournalLoad back = loadjournal(work.path() / "j");
+    EXPECT_EQ(back.error.text, "");
+    EXPECT_TRUE(back.journal.target == journal.target && back.journal.oldHashes == journal.oldHashes);
+    EXPECT_EQ(back.step.chunk, 1);
+    EXPECT_EQ(back.step.before, "BBBB");
 }
 
 // A tiny tmpfs in a mount namespace of a child's own where that can be had,

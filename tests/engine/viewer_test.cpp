@@ -11,10 +11,13 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
+
 #include "engine/viewer/detect.h"
 #include "engine/viewer/metafile.h"
 #include "engine/viewer/page.h"
 #include "engine/viewer/position.h"
+#include "support/privileges.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
@@ -93,6 +96,70 @@ TEST(ViewerPage, ShowsAPageBeyondFourGigabytesAndRefusesAHugeFullText)
     EXPECT_EQ(full.error.code, EFBIG);
     EXPECT_EQ(full.sText, "");
     EXPECT_EQ(full.lViewLen, 5LL << 30);   // nothing of it can be saved back
+}
+
+// A page streamed in pieces is, piece by piece, the page read whole: rows
+// and records across the pieces' seams, a text page in two passes, a CR
+// that takes its LF along, wherever the page starts and however long it is.
+TEST(ViewerPage, StreamsThePageThatIsReadWhole)
+{
+    test::TempDir dir;
+    std::string bytes, text;
+    for (int i = 0; i < 600000; ++i) {
+        bytes += i % 97 < 3 ? '\0' : static_cast<char>(i * 7 % 251);   // record sizes every 97 bytes
+        text += i % 41 == 40 ? '\r' : static_cast<char>('a' + i % 26);
+    }
+    text[262145] = '\r';   // the last byte of a page from 262143 with --block 3
+    const fs::path files[] = {dir.write("bytes", bytes), dir.write("text", text)};
+    constexpr std::int64_t kAll = std::numeric_limits<std::int64_t>::max();
+    for (const fs::path& file : files) {
+        for (const auto& [mode, format] : {std::pair{0, 0}, {1, 1}, {0, 2}, {0, 3}, {1, 3}, {2, 0}, {3, 0}}) {
+            for (const auto& [pos, block] : {std::pair<std::int64_t, std::int64_t>{1, kAll}, {262143, 3}, {5, 300001}, {3, 0}}) {
+                SCOPED_TRACE(file.filename().string() + " mode " + std::to_string(mode) + " format " +
+                             std::to_string(format) + " at " + std::to_string(pos) + " block " + std::to_string(block));
+                const Page whole = readpage(file, pos, std::min<std::int64_t>(block, kPageLimit), 16, mode, format);
+                std::string streamed;
+                const PageStream page = streampage(file, pos, block, 16, mode, format, [&](std::string_view piece) {
+                    streamed += piece;
+                    return true;
+                });
+                EXPECT_TRUE(page.opened && !page.error && page.written);
+                EXPECT_EQ(page.lViewLen, whole.lViewLen);
+                EXPECT_TRUE(streamed == whole.sText) << streamed.size() << " bytes, not " << whole.sText.size();
+            }
+        }
+    }
+}
+
+// Memory stays flat whatever the page's size: a page of 40 MiB in the
+// modes and formats that held it whole, in a child that measures what it
+// adds to its peak.
+TEST(ViewerPage, StreamsAPageOfAnySizeInLittleMemory)
+{
+    test::TempDir dir;
+    const fs::path big = dir.path() / "sparse";
+    ASSERT_TRUE(test::sparsefile(big, 40LL << 20, {{1, "x"}}));
+    EXPECT_EQ(test::runinchild([&] {
+                  // The child starts with the parent's peak: what it adds counts.
+                  rusage usage {};
+                  ::getrusage(RUSAGE_SELF, &usage);
+                  const long before = usage.ru_maxrss;
+                  std::string out;
+                  for (const auto& [mode, format] : {std::pair{0, 0}, {1, 3}, {2, 0}}) {
+                      std::int64_t written = 0;
+                      const PageStream page = streampage(big, 1, std::numeric_limits<std::int64_t>::max(), 16, mode,
+                                                         format, [&](std::string_view piece) {
+                                                             written += static_cast<std::int64_t>(piece.size());
+                                                             return true;
+                                                         });
+                      out += std::to_string(page.lViewLen >> 20) + (written > (40LL << 20) ? " rows; " : " none; ");
+                  }
+                  ::getrusage(RUSAGE_SELF, &usage);
+                  const long added = usage.ru_maxrss - before;
+                  return out + (added < 24 * 1024 ? "flat" : std::to_string(added) + " KiB more");
+              }),
+              "40 rows; 40 rows; 40 none; flat");
+    EXPECT_EQ(readpage(big, 1, 600000000, 16, 0, 0).error.code, EFBIG);   // read whole: refused before reading
 }
 
 // The page sizes at the design height are the viewer window's test.

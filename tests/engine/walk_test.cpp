@@ -63,20 +63,32 @@ TEST(Walk, ListsWhatTheMaskSelectsAndNoOtherKindOfEntry)
               "sub/Deep/D.txt\t00000002;sub/c.txt\t00000002;");
 }
 
-TEST(Walk, PassesOverAnUnreadableDirectory)
+// A directory that can't be read, or read but not searched, is told to the
+// host, and the walk goes on with every other one (its neighbours on either
+// side in readdir's order included).
+TEST(Walk, PassesOverAnUnreadableDirectoryAndGoesOn)
 {
-    test::TempDir tmp;
-    tmp.write("open/a.txt", "a");
-    tmp.write("locked/b.txt", "b");
-    tmp.write("locked/inner/c.txt", "c");
-    tmp.write("z.txt", "z");
-    ASSERT_EQ(::chmod((tmp.path() / "locked").c_str(), 0), 0);
-    // Top, open and locked, which lists as empty to an ordinary user.
-    EXPECT_EQ(test::rununprivileged([&] {
-                  RecordingHost host;
-                  return host.walk(tmp.path(), "*.txt", true) + host.controls;
-              }),
-              "open/a.txt\t00000001;z.txt\t00000001;FFTFTT");
+    for (const mode_t mode : {0000, 0644, 0311}) {
+        SCOPED_TRACE("mode " + std::to_string(mode));
+        test::TempDir tmp;
+        for (const char* name : {"d1/a.txt", "d2/a.txt", "d3/a.txt", "d4/a.txt", "d5/a.txt", "d3/inner/c.txt", "z.txt"})
+            tmp.write(name, "a");
+        ASSERT_EQ(::chmod((tmp.path() / "d3").c_str(), mode), 0);
+        EXPECT_EQ(test::rununprivileged([&] {
+                      struct Told : RecordingHost {
+                          std::string told;
+                          void unreadable(const std::string& path, int code) override
+                          {
+                              told += fs::path(path).filename().string() + ":" + std::to_string(code) + ";";
+                          }
+                      } host;
+                      const std::string listed = host.walk(tmp.path(), "*.txt", true);
+                      return listed + host.told + std::to_string(host.controls.size());
+                  }),
+                  "d1/a.txt\t00000001;d2/a.txt\t00000001;d4/a.txt\t00000001;d5/a.txt\t00000001;z.txt\t00000001;"
+                  "d3:13;12");
+        ::chmod((tmp.path() / "d3").c_str(), 0755);
+    }
 }
 
 // Cancel ends the listing of the directory in hand; a call further up goes

@@ -2,13 +2,16 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "engine/core/saferewrite.h"
 #include "engine/core/workdir.h"
+#include "support/privileges.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
@@ -54,6 +57,41 @@ TEST(WorkDir, FromTheEnvironmentPrivateAndRefusedWhenNotSafe)
         EXPECT_EQ(scratchfilepath(), tmp.path() / name / "brindlex.tmp") << "BRINDLEX_TEMP comes before TMPDIR";
         EXPECT_FALSE(preparedworkdir()) << name;
     }
+}
+
+// Another user makes the victim's work directory first, open to all, in the
+// shared TMPDIR: the victim's runs take a private directory of their own,
+// say so, and keep to it; a replace through the scratch file still works.
+TEST(WorkDir, TakenByAnotherUserGivesWayToAPrivateOne)
+{
+    if (!test::runningasroot())
+        GTEST_SKIP() << "two users need root to switch between";
+    test::TempDir tmp;
+    ASSERT_EQ(::chmod(tmp.path().c_str(), 01777), 0);
+    EnvVar temp("BRINDLEX_TEMP", nullptr);
+    EnvVar tmpdir("TMPDIR", tmp.path().c_str());
+    const fs::path taken = tmp.path() / ("brindlex-" + std::to_string(test::unprivilegeduid()));
+    ASSERT_EQ(test::runas(test::kOtherUid, test::kOtherGid, [&] {
+        return std::to_string(::mkdir(taken.c_str(), 0777) + ::chmod(taken.c_str(), 0777));
+    }), "0");
+    const std::string seen = test::rununprivileged([&] {
+        const fs::path used = preparedworkdir().value_or("");
+        struct stat st {};
+        if (used.empty() || used == taken || ::lstat(used.c_str(), &st) != 0)
+            return "no private directory: " + used.string();
+        const std::string note = workdirnote();
+        const fs::path f = used / "f";
+        std::ofstream(f) << "old";
+        fs::create_hard_link(f, used / "twin");
+        const Error replaced = replacefilecontent(f, "new", scratchfilepath());
+        return std::to_string(st.st_mode & 07777) + (st.st_uid == ::geteuid() ? " mine" : " theirs")
+            + (note == "The work directory " + taken.string() + " can't be used (it belongs to another user): using "
+                           + used.string() + " instead" ? " told" : " [" + note + "]")
+            + (workdirnote().empty() ? " once" : "") + (preparedworkdir() == used ? " kept" : "")
+            + (scratchfilepath() == used / "brindlex.tmp" ? " scratch" : "") + " " + test::readfile(used / "twin")
+            + (replaced ? " " + replaced.text : "");
+    });
+    EXPECT_EQ(seen, std::to_string(0700) + " mine told once kept scratch new");
 }
 
 }  // namespace

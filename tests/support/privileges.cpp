@@ -30,18 +30,17 @@ gid_t nogroupgid()
 }
 
 // What the child answers; on failure a text that no test expects.
-std::string answerinchild(const std::function<std::string()>& body, bool drop)
+std::string answerinchild(const std::function<std::string()>& body, bool drop, uid_t uid, gid_t gid)
 {
-    const uid_t uid = nobodyuid();
-    const gid_t gid = nogroupgid();
     if (drop && (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0))
-        return std::string("child failed: cannot drop to nobody: ") + std::strerror(errno);
+        return std::string("child failed: cannot drop to ") + std::to_string(uid) + ": " + std::strerror(errno);
     if (drop && (::setuid(0) == 0 || ::geteuid() != uid || ::getegid() != gid))
         return "child failed: root could be regained";
     return body();
 }
 
-std::string runforked(const std::function<std::string()>& body, bool drop)
+std::string runforked(const std::function<std::string()>& body, bool drop, uid_t uid = nobodyuid(),
+                      gid_t gid = nogroupgid())
 {
     int pipefd[2];
     if (::pipe(pipefd) != 0)
@@ -49,7 +48,7 @@ std::string runforked(const std::function<std::string()>& body, bool drop)
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::close(pipefd[0]);
-        const std::string answer = answerinchild(body, drop);
+        const std::string answer = answerinchild(body, drop, uid, gid);
         std::size_t done = 0;
         for (ssize_t n; done < answer.size(); done += static_cast<std::size_t>(n)) {
             if ((n = ::write(pipefd[1], answer.data() + done, answer.size() - done)) <= 0)
@@ -80,6 +79,10 @@ gid_t unprivilegedgid() { return runningasroot() ? nogroupgid() : ::getegid(); }
 
 std::string rununprivileged(const std::function<std::string()>& body) { return runforked(body, runningasroot()); }
 std::string runinchild(const std::function<std::string()>& body) { return runforked(body, false); }
+std::string runas(uid_t uid, gid_t gid, const std::function<std::string()>& body)
+{
+    return runforked(body, true, uid, gid);
+}
 
 void limitfilesize(std::int64_t bytes)
 {

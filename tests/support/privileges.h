@@ -26,6 +26,16 @@ gid_t unprivilegedgid();
 // which no expected result in a test matches.
 std::string rununprivileged(const std::function<std::string()>& body);
 
+// A second ordinary user beside nobody, for the other side of a two-user
+// case (an attacker who plants files for the victim): an id no account
+// has, which only root can take.
+inline constexpr uid_t kOtherUid = 47011;
+inline constexpr gid_t kOtherGid = 47011;
+
+// Runs `body` in a forked child as `uid`/`gid` (root only: the child drops
+// to them as rununprivileged does).
+std::string runas(uid_t uid, gid_t gid, const std::function<std::string()>& body);
+
 // The same without dropping privileges.
 std::string runinchild(const std::function<std::string()>& body);
 

@@ -8,6 +8,7 @@
 
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
+#include "engine/files/openbelow.h"
 
 namespace brindlex {
 namespace {
@@ -35,8 +36,10 @@ bool ReadAhead::fits(std::size_t nFindLen, bool bAskAtHits, bool bLogHits, std::
            std::thread::hardware_concurrency() > 1;
 }
 
-ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular)
-    : files_(std::move(files)), search_(search), bReplace_(bReplace), bSeenRegular_(bSeenRegular), slots_(std::make_unique<Slot[]>(kAhead))
+ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular,
+                     const BelowOpener* below)
+    : files_(std::move(files)), search_(search), bReplace_(bReplace), bSeenRegular_(bSeenRegular), below_(below),
+      slots_(std::make_unique<Slot[]>(kAhead))
 {
     // The run's own thread scans too, whenever it is ahead of the workers,
     // and scans what no worker takes up.
@@ -152,7 +155,8 @@ ReadAhead::Outcome ReadAhead::scan(const std::string& sFile) const
 {
     Outcome outcome;
     OpenedFile file;
-    if (openbinary(sFile, file, bSeenRegular_) || file.size() > kAheadBytes)
+    if ((below_ ? below_->open(sFile, sFile, file, bSeenRegular_) : openbinary(sFile, file, bSeenRegular_))
+        || file.size() > kAheadBytes)
         return outcome;
     outcome.st = file.st;
     WorkerHost host(stopping_);

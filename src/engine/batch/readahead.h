@@ -36,6 +36,7 @@
 
 namespace brindlex {
 
+class BelowOpener;
 class PatternSearch;
 
 class ReadAhead {
@@ -59,8 +60,10 @@ public:
     // Starts the workers over `files` (full paths in the order the run
     // takes them). `search` must outlive this object. In a replace the
     // restart is behind the matched bytes and a file with hits is the run's.
-    // `bSeenRegular` as for openbinary.
-    ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular = false);
+    // `bSeenRegular` as for openbinary. With `below`, `files` are names
+    // that it opens (it must outlive this object).
+    ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular = false,
+              const BelowOpener* below = nullptr);
     // Stops the workers at their next file or window and waits for them.
     ~ReadAhead();
     ReadAhead(const ReadAhead&) = delete;
@@ -89,6 +92,7 @@ private:
     const PatternSearch& search_;
     const bool bReplace_;
     const bool bSeenRegular_;
+    const BelowOpener* below_;
     std::unique_ptr<Slot[]> slots_;         // files[i] in slots_[i % kAhead]
     std::atomic<std::size_t> claimed_ {0};  // the next file to take up
     std::atomic<std::size_t> taken_ {0};    // the next file the run takes

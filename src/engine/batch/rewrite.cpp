@@ -48,6 +48,7 @@ Rewrite commitrewrite(SafeReplace* replace, const Error& begun, const std::strin
     rewrite.reason = replace->commit();
     rewrite.copiedfrom = replace->copiedfrom();   // named, if at all, during the commit
     rewrite.lLength = lNew;
+    rewrite.notice = replace->notice();
     if (rewrite.reason) {
         // The file is looked at again: a failed copy may have changed it.
         Error ignored;

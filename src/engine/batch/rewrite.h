@@ -34,6 +34,7 @@ struct Rewrite {
     Error reason;                        // why it failed; code 0 when it didn't
     std::int64_t lLength = -1;           // the file's length afterwards; -1 after a Length failure
     std::filesystem::path copiedfrom;    // where the new content came from (see SafeReplace::copiedfrom)
+    std::string notice;                  // after a commit: what of the file could not be kept (SafeReplace::notice)
 };
 
 // Checks and commits the new content of `sFile` held by `replace`. A caller

@@ -5,6 +5,7 @@
 #include <optional>
 #include <tuple>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "engine/batch/readahead.h"
@@ -16,6 +17,7 @@
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/files/files.h"
+#include "engine/files/openbelow.h"
 #include "engine/pattern/notation.h"
 
 namespace brindlex {
@@ -225,6 +227,19 @@ std::vector<std::size_t> filestorun(const RunRequest& request)
     return chosen;
 }
 
+// The opener of the names below the base directory: the walk's descriptor
+// of it, or one opened now; none for names that are paths of their own.
+std::optional<BelowOpener> belowbase(const RunRequest& request)
+{
+    if (request.baseDir.empty())
+        return std::nullopt;
+    if (request.baseDirFd && request.baseDirFd->valid())
+        return std::optional<BelowOpener>(std::in_place, FileHandle(::fcntl(request.baseDirFd->get(), F_DUPFD_CLOEXEC, 0)));
+    FileHandle base(openlong(request.baseDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+    const int code = base.valid() ? 0 : errno;
+    return std::optional<BelowOpener>(std::in_place, std::move(base), code);
+}
+
 class BatchRun {
 public:
     // Whether a replace writes its edits into `opened` where they stand:
@@ -238,7 +253,7 @@ public:
 
     BatchRun(const RunRequest& request, Host& host)
         : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
-          search(patterns.sFind, patterns.bMatchCase)
+          search(patterns.sFind, patterns.bMatchCase), below(belowbase(request))
     {
     }
 
@@ -249,6 +264,7 @@ private:
     bool takeahead(FileScan& file, std::size_t taken);
     bool scanfile(FileScan& file);
     void commitfile(FileScan& file);
+    void tellloglost();
     void finish();
 
     const RunRequest& request;
@@ -256,8 +272,10 @@ private:
     const Patterns patterns;
     RunLog log;
     const PatternSearch search;
+    const std::optional<BelowOpener> below;
     RunResult result;
     Rewritten rewritten;
+    bool logTold = false;
     std::optional<ReadAhead> ahead;   // declared behind search, stopped before it goes
 };
 
@@ -265,6 +283,7 @@ RunResult BatchRun::run()
 {
     host.enablecontrols(false);
     writeheadlines(log, request, patterns);
+    tellloglost();
     const std::vector<std::size_t> order = filestorun(request);
     startreadahead(order);
     for (std::size_t taken = 0; taken < order.size(); ++taken) {
@@ -279,11 +298,13 @@ RunResult BatchRun::run()
         if (host.bCancel) {
             // The file in hand keeps its bytes, and the status its count.
             result.cancelled = true;
+            tellloglost();
             host.enablecontrols(true);
             return result;
         }
         if ((file.output || file.inplace) && file.nHits > 0)
             commitfile(file);
+        tellloglost();
     }
     finish();
     return result;
@@ -299,8 +320,8 @@ void BatchRun::startreadahead(const std::vector<std::size_t>& order)
     std::vector<std::string> files;
     files.reserve(order.size());
     for (const std::size_t i : order)
-        files.push_back(request.baseDir + realname(request, i));
-    ahead.emplace(std::move(files), search, request.bReplace, request.bWalkedNow);
+        files.push_back(below ? realname(request, i) : request.baseDir + realname(request, i));
+    ahead.emplace(std::move(files), search, request.bReplace, request.bWalkedNow, below ? &*below : nullptr);
 }
 
 // The file as a worker found it, told to the host as the file loop tells
@@ -326,7 +347,8 @@ bool BatchRun::takeahead(FileScan& file, std::size_t taken)
 bool BatchRun::scanfile(FileScan& file)
 {
     OpenedFile& opened = file.opened;
-    const Error error = openbinary(file.sFile, opened, request.bWalkedNow);
+    const Error error = below ? below->open(file.sName, file.sFile, opened, request.bWalkedNow)
+                              : openbinary(file.sFile, opened, request.bWalkedNow);
     host.progress(true, 0, error ? 0 : opened.size());
     if (error) {
         host.message(openerrormessage(file.sFile, error), {});
@@ -392,8 +414,19 @@ void BatchRun::commitfile(FileScan& file)
     result.failures = true;
 }
 
+// The log's first failure, told once: the run goes on without its lines.
+void BatchRun::tellloglost()
+{
+    if (!log.failure() || logTold)
+        return;
+    logTold = true;
+    result.failures = true;
+    host.message(log.failuremessage());
+}
+
 void BatchRun::finish()
 {
+    tellloglost();
     const std::int64_t listed = std::min(result.hits, kListLimit);
     if (listed == kListLimit)
         host.status("more than 1000");

@@ -2,7 +2,8 @@
 //
 // For each selected line of the list (all lines when none is selected) the
 // file at baseDir + its real name (the line's first field only for a line
-// without one) is opened and scanned in blocks of 1000 bytes
+// without one) is opened, below baseDir without following a link on the way
+// (see baseDirFd), and scanned in blocks of 1000 bytes
 // that advance by 800 when they hold no hit, so a pattern of up to 201 bytes
 // is found wherever it lies, one of 202..1000 bytes only where it fits in a
 // block as the scan reads them, and a longer one never. A find restarts one
@@ -23,7 +24,9 @@
 // the file) and yield. A file that can't be opened gets its message and the
 // run goes on. After a replaced file: lineupdated(index, the entry with its
 // new size and the "*" mark), and a message if the length check (with its reason) or the copy
-// failed; the check and the copy are commitrewrite (rewrite.h). At the end
+// failed; the check and the copy are commitrewrite (rewrite.h). A log that
+// can't be opened or written (runlog.h) gets its message once, behind the
+// file in hand, and the run goes on without it. At the end
 // status(lines of the hit list, "more than 1000" for 1000) and the controls
 // come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
 // the file in hand untouched, turns the controls on and ends the run at
@@ -34,11 +37,13 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "engine/batch/host.h"
+#include "engine/core/openbinary.h"
 
 namespace brindlex {
 
@@ -65,6 +70,13 @@ struct RunRequest {
     // each as a regular file: they are opened without a look first
     // (openbinary's bSeenRegular).
     bool bWalkedNow = false;
+    // The base directory as the walk opened it, when the names come from a
+    // walk of this process; else the run opens baseDir itself once. Either
+    // way each name is opened below it without following a link on its
+    // way (openbelow.h), so a directory swapped for a link since the listing
+    // is refused, never followed. An empty baseDir (names that are paths of
+    // their own) opens each name as a path.
+    std::shared_ptr<const FileHandle> baseDirFd {};
 };
 
 // What the run did. The hit list holds min(hits, kListLimit) lines.
@@ -73,7 +85,8 @@ struct RunResult {
     std::int64_t hits = 0;            // all hits of the run
     std::int64_t filesWithHits = 0;
     std::int64_t filesRewritten = 0;
-    bool failures = false;            // a file could not be opened, read, checked or rewritten
+    bool failures = false;            // a file could not be opened, read, checked or rewritten,
+                                      // or the log could not be written
 };
 
 // The longest pattern found wherever it lies; a longer one only where it

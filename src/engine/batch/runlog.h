@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "engine/core/error.h"
 #include "engine/core/openbinary.h"
 
 namespace brindlex {
@@ -35,19 +36,32 @@ inline constexpr std::size_t kLogTextBytes = 50;
 // One log line with its CR LF. A negative `lPos` gives the short form.
 std::string logline(std::string_view sLabel, std::string_view sFile, std::int64_t lPos, std::string_view sText);
 
-// The log of one run. The file is opened for appending (created if missing)
-// at the first line and kept open for the run; each line goes out with one
-// write, so it is in the file before a question shows. Failures are ignored:
-// the run goes on without the line.
+// The log of one run. The file is opened for appending (created with mode
+// 0600 if missing) at the first line and kept open for the run; each line
+// goes out with one write, so it is in the file before a question shows.
+// The name is never followed as a link, and the file must be a regular file
+// of this user's own: another user's log (one made ready in a shared
+// directory, say) is refused, never written to. The first failure (the
+// open, the check or a write) ends the logging of the run and is kept for
+// failure(), which the run reports; the run itself goes on.
 class RunLog {
 public:
     explicit RunLog(std::filesystem::path sLogFile) : sLogFile_(std::move(sLogFile)) {}
 
     void writelog(std::string_view sLabel, std::string_view sFile, std::int64_t lPos, std::string_view sText);
 
+    // The first failure, code 0 while there was none.
+    const Error& failure() const { return failure_; }
+
+    // "Error writing log " sLogFile ":" CR LF and the failure's text.
+    std::string failuremessage() const;
+
 private:
+    bool openlog();
+
     std::filesystem::path sLogFile_;
     FileHandle fd_;
+    Error failure_;
 };
 
 }  // namespace brindlex

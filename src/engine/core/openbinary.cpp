@@ -38,6 +38,14 @@ void FileHandle::close()
     fd_ = -1;
 }
 
+int statlong(const std::filesystem::path& path, struct stat& st)
+{
+    if (path.native().size() < PATH_MAX)
+        return ::stat(path.c_str(), &st);
+    const FileHandle fd(openlong(path, O_PATH | O_CLOEXEC));
+    return fd.valid() ? ::fstat(fd.get(), &st) : -1;
+}
+
 int openlong(const std::filesystem::path& path, int flags)
 {
     const std::string& s = path.native();

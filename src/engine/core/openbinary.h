@@ -46,6 +46,9 @@ struct OpenedFile {
 // errno set.
 int openlong(const std::filesystem::path& path, int flags);
 
+// stat(2) of `path`, also when the path is longer than PATH_MAX.
+int statlong(const std::filesystem::path& path, struct stat& st);
+
 // Opens the existing regular file `sFile` for reading. On failure the
 // Error carries errno and its text; a file that is not a regular file gives
 // EINVAL with a text that says so. A path of any length is opened.

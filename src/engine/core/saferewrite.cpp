@@ -1,11 +1,13 @@
 #include "engine/core/saferewrite.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -20,6 +22,7 @@
 #include <unistd.h>
 
 #include "engine/core/faultinject.h"
+#include "engine/core/journal.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/signalhold.h"
 
@@ -39,13 +42,6 @@ bool samefile(const struct stat& a, const struct stat& b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size
         && a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec
         && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
-}
-
-// What a reader saw: the file, its length and its last write.
-bool sameread(const struct stat& a, const struct stat& b)
-{
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size
-        && a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
 fs::path parentof(const fs::path& p)
@@ -78,6 +74,8 @@ Error resolvelinks(const fs::path& target, fs::path& out)
     }
     return errorfromerrno(ELOOP, target);
 }
+
+constexpr const char* kCapability = "security.capability";
 
 // A new file's name while it has one: "." name "." tag "-" pid and this
 // suffix, so that the files of dead processes can be told and removed.
@@ -149,71 +147,6 @@ fs::path journalpath(const fs::path& scratch)
     return scratch.string() + ".journal";
 }
 
-// The journal of a copy in place: target, device, inode and length, each
-// ended by a NUL, synced with its directory before the first byte is copied.
-Error writejournal(const fs::path& scratch, const fs::path& target, const struct stat& st, off_t length)
-{
-    const fs::path journal = journalpath(scratch);
-    std::string text = fs::absolute(target).string();
-    for (unsigned long long n : {static_cast<unsigned long long>(st.st_dev), static_cast<unsigned long long>(st.st_ino),
-                                 static_cast<unsigned long long>(length)})
-        text += '\0' + std::to_string(n);
-    text += '\0';
-    FileHandle fd(checked("journal", [&] {
-        return ::open(journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
-    }));
-    if (!fd.valid() || ::write(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())
-        || ::fdatasync(fd.get()) != 0) {
-        // Half a journal would make the next start report a copy that never began.
-        const Error error = errorfromerrno(errno, journal);
-        if (fd.valid())
-            ::unlink(journal.c_str());
-        return error;
-    }
-    FileHandle dir(::open(parentof(journal).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir.valid())
-        ::fsync(dir.get());
-    return {};
-}
-
-// Copies `length` bytes of `from` over `dest` in place and cuts it there.
-// The room is taken before the first byte changes, so a full disk ends the
-// copy while the file still holds its old content. `touched` turns true
-// with the first change to `dest`: a failure before it leaves the file whole.
-Error copyover(int from, int dest, off_t length, const fs::path& scratch, const fs::path& target, bool& touched)
-{
-    touched = false;
-    if (length > 0 && checked("fallocate", [&] { return ::fallocate(dest, FALLOC_FL_KEEP_SIZE, 0, length); }) != 0
-        && errno != EOPNOTSUPP && errno != ENOSYS)
-        return errorfromerrno(errno, target);
-    std::vector<char> buf(std::size_t{1} << 20);
-    for (off_t at = 0; at < length;) {
-        ssize_t got = checked("copy-read", [&] { return ::pread(from, buf.data(), buf.size(), at); });
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return errorfromerrno(got < 0 ? errno : EIO, scratch);
-        for (ssize_t done = 0; done < got;) {
-            ssize_t put = checked("copy-write", [&] {
-                return ::pwrite(dest, buf.data() + done, static_cast<std::size_t>(got - done), at + done);
-            });
-            if (put < 0 && errno == EINTR)
-                continue;
-            if (put <= 0)
-                return errorfromerrno(put < 0 ? errno : ENOSPC, target);
-            touched = true;
-            done += put;
-        }
-        at += got;
-    }
-    if (checked("truncate-target", [&] { return ::ftruncate(dest, length); }) != 0)
-        return errorfromerrno(errno, target);
-    touched = true;
-    if (checked("sync-target", [&] { return ::fdatasync(dest); }) != 0)
-        return errorfromerrno(errno, target);
-    return {};
-}
-
 }  // namespace
 
 struct SafeReplace::Impl {
@@ -245,7 +178,21 @@ struct SafeReplace::Impl {
     Error checkunchanged();
     Error swapinplace();
     Error copyinplace();
+    void putcapability(int fd);
+
+    std::string capability;   // the original's security.capability, if any
+    std::string notice;
 };
+
+// Gives the file its capabilities back after the last write; only a process
+// that may set them (root) can, else the loss is told.
+void SafeReplace::Impl::putcapability(int fd)
+{
+    if (capability.empty())
+        return;
+    if (checked("setcap", [&] { return ::fsetxattr(fd, kCapability, capability.data(), capability.size(), 0); }) != 0)
+        notice = "File capabilities dropped (" + std::string(std::strerror(errno)) + "): only root can set them";
+}
 
 Error SafeReplace::Impl::opendir(const fs::path& dirpath)
 {
@@ -338,6 +285,11 @@ Error SafeReplace::Impl::copyxattrs()
         len = get(attr, value.data(), value.size());
         if (len < 0)
             return errorfromerrno(errno, target);
+        // Every write clears a file's capabilities: they go on after the last.
+        if (std::string_view(attr) == kCapability) {
+            capability = value.substr(0, static_cast<std::size_t>(len));
+            continue;
+        }
         if (checked("setxattr", [&] {
                 return ::fsetxattr(out.get(), attr, value.data(), static_cast<std::size_t>(len), 0);
             }) != 0)
@@ -362,7 +314,8 @@ Error SafeReplace::Impl::openscratch()
                                     : errorfromerrno(errno, scratch);
     // A copy in place that failed half done keeps its journal and the
     // content it still needs until the next start finishes it.
-    if (::access(journalpath(scratch).c_str(), F_OK) == 0)
+    struct stat jst {};
+    if (::lstat(journalpath(scratch).c_str(), &jst) == 0)
         return Error{EBUSY, "Scratch file holds an unfinished copy", scratch};
     struct stat sst {};
     if (::fstat(handle.get(), &sst) != 0)
@@ -399,6 +352,7 @@ Error SafeReplace::Impl::swapinplace()
 {
     if (exists && checked("fchmod", [&] { return ::fchmod(out.get(), st.st_mode & 07777); }) != 0)
         return errorfromerrno(errno, target);
+    putcapability(out.get());
     const std::string procpath = "/proc/self/fd/" + std::to_string(out.get());
     // Between the new file's name and the rename, no signal of ours ends
     // the process and leaves the name behind.
@@ -445,7 +399,7 @@ Error SafeReplace::Impl::swapinplace()
 Error SafeReplace::Impl::copyinplace()
 {
     int fd = checked("open-target", [&] {
-        return ::openat(dir.get(), name.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        return ::openat(dir.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     });
     if (fd < 0)
         return errorfromerrno(errno, target);
@@ -457,17 +411,41 @@ Error SafeReplace::Impl::copyinplace()
     if (::fstat(out.get(), &sst) != 0)
         return errorfromerrno(errno, scratch);
 
+    // The journal proves at the next start which file this was and what it
+    // held: its blocks are hashed before the first change.
+    CopyJournal journal;
+    journal.target = fs::absolute(target).string();
+    journal.dev = now.st_dev;
+    journal.ino = now.st_ino;
+    journal.oldLength = now.st_size;
+    journal.mode = now.st_mode & 07777;
+    journal.mtime = now.st_mtim;
+    journal.ctime = now.st_ctim;
+    journal.scratchDev = sst.st_dev;
+    journal.scratchIno = sst.st_ino;
+    journal.newLength = sst.st_size;
+    journal.block = journalblock(std::max(now.st_size, sst.st_size));
+    if (Error hashed = hashcontents(dest.get(), out.get(), journal))
+        return hashed.path = target, hashed;
+
     // From the journal on, the copy is finished by this process or, should
     // it die, by the next start of the program.
     const SignalHold hold;
-    if (Error journal = writejournal(scratch, target, st, sst.st_size))
-        return journal;
+    JournalWriter writer;
+    if (Error error = JournalWriter::create(journalpath(scratch), journal, now.st_ctim, writer))
+        return error;
     // A copy that failed before its first change leaves the old content,
     // which the journal must not overwrite later. One that failed after it
     // leaves the file half new: the journal stays, the next start finishes
     // the copy, and the reason says so.
     bool touched = false;
-    Error copied = copyover(out.get(), dest.get(), sst.st_size, scratch, target, touched);
+    capability.clear();
+    if (const ssize_t len = ::fgetxattr(dest.get(), kCapability, nullptr, 0); len > 0) {
+        capability.assign(static_cast<std::size_t>(len), '\0');
+        capability.resize(static_cast<std::size_t>(
+            std::max<ssize_t>(0, ::fgetxattr(dest.get(), kCapability, capability.data(), capability.size()))));
+    }
+    Error copied = copyjournaled(out.get(), dest.get(), journal, writer, scratch, target, touched);
     if (copied && touched) {
         copied.text += " (the copy is finished from the kept scratch file at the next start)";
         return copied;
@@ -478,6 +456,7 @@ Error SafeReplace::Impl::copyinplace()
     // An ordinary user's write clears the set-id bits of the file itself.
     if (::fstat(dest.get(), &result) == 0 && (result.st_mode & 07777) != (st.st_mode & 07777))
         ::fchmod(dest.get(), st.st_mode & 07777);
+    putcapability(dest.get());
     return {};
 }
 
@@ -506,10 +485,12 @@ Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
         rc = checked("fstat-original", [&] { return ::fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW); });
         if (pass == 1 || rc != 0 || !S_ISLNK(st.st_mode))
             break;
+        if (missing == Missing::CreateNoLink)
+            return Error{ELOOP, "A symbolic link, not followed", given};
         if (Error error = resolvelinks(given, target))
             return error;
     }
-    if (rc != 0 && errno == ENOENT && missing == Missing::Create) {
+    if (rc != 0 && errno == ENOENT && missing != Missing::Refuse) {
         exists = false;
         st = {};
         return {};
@@ -519,7 +500,7 @@ Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
     if (!S_ISREG(st.st_mode))
         return Error{EINVAL, "Not a regular file", target};
     // What the caller read must be what the name holds now.
-    if (original && !sameread(st, original->st))
+    if (original && !samefile(st, original->st))
         return changederror(target);
     return {};
 }
@@ -672,6 +653,11 @@ Error SafeReplace::commit()
     return error;
 }
 
+const std::string& SafeReplace::notice() const
+{
+    return impl_->notice;
+}
+
 const struct stat& SafeReplace::result() const
 {
     return impl_->result;
@@ -697,69 +683,109 @@ Error replacefilecontent(const fs::path& target, std::string_view bytes, const f
 
 namespace {
 
-// The journal's fields: target, device, inode, length.
-bool readjournal(const fs::path& journal, fs::path& target, struct stat& expected, off_t& length)
+Recovery told(Recovery::Outcome outcome, std::string message)
 {
-    FileHandle fd(::open(journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd.valid())
-        return false;
-    std::string text(1 << 16, '\0');
-    const ssize_t n = ::read(fd.get(), text.data(), text.size());
-    text.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
-    std::vector<std::string> fields;
-    for (std::size_t at = 0, end; (end = text.find('\0', at)) != std::string::npos; at = end + 1)
-        fields.push_back(text.substr(at, end - at));
-    if (fields.size() != 4 || fields[0].empty())
-        return false;
-    try {
-        target = fields[0];
-        expected.st_dev = static_cast<dev_t>(std::stoull(fields[1]));
-        expected.st_ino = static_cast<ino_t>(std::stoull(fields[2]));
-        length = static_cast<off_t>(std::stoll(fields[3]));
-    } catch (const std::exception&) {
-        return false;
-    }
-    return true;
-}
-
-Error finishcopy(int from, const fs::path& scratch, const fs::path& target, const struct stat& expected, off_t length)
-{
-    struct stat sst {}, now {};
-    if (::fstat(from, &sst) != 0 || sst.st_size != length)
-        return Error{EIO, "Scratch file incomplete", scratch};
-    FileHandle dest(openlong(target, O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!dest.valid())
-        return errorfromerrno(errno, target);
-    if (::fstat(dest.get(), &now) != 0 || now.st_dev != expected.st_dev || now.st_ino != expected.st_ino)
-        return changederror(target);
-    const SignalHold hold;
-    bool touched = false;
-    return copyover(from, dest.get(), length, scratch, target, touched);
+    return Recovery{outcome, std::move(message)};
 }
 
 }  // namespace
 
+Recovery recoverinterruptedcopy(const fs::path& scratch, std::chrono::milliseconds wait)
+{
+    const fs::path journalfile = journalpath(scratch);
+    struct stat st {};
+    if (scratch.empty() || (::lstat(journalfile.c_str(), &st) != 0 && errno == ENOENT))
+        return {};
+    const std::string journalname = journalfile.string(), scratchname = scratch.string();
+    auto leftalone = [&](const std::string& why) {
+        return told(Recovery::Outcome::Refused, "The journal " + journalname
+                        + " of an interrupted copy was left alone and not applied: " + why
+                        + ". Delete it unless a copy of yours was cut short.");
+    };
+    // Nothing in a directory that others may write is read, let alone
+    // applied; the scratch file is opened without blocking and must be ours.
+    FileHandle dir(openlong(parentof(scratch), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!dir.valid() || ::fstat(dir.get(), &st) != 0 || st.st_uid != ::geteuid() || (st.st_mode & 022) != 0)
+        return leftalone("its directory is not the user's own, or others may write to it");
+    FileHandle from(::openat(dir.get(), scratch.filename().c_str(),
+                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (from.valid() && (::fstat(from.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ::geteuid()))
+        return leftalone("the scratch file " + scratchname + " is not a regular file of the user's own");
+    // The lock is free only when no other process copies through the
+    // scratch file: one that finishes the same copy is waited for.
+    const auto until = std::chrono::steady_clock::now() + wait;
+    while (from.valid() && ::flock(from.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (::lstat(journalfile.c_str(), &st) != 0 && errno == ENOENT)
+            return {};
+        if (std::chrono::steady_clock::now() >= until) {
+            const JournalLoad busy = loadjournal(journalfile);
+            const std::string target = busy.error ? std::string("a file") : busy.journal.target;
+            return told(Recovery::Outcome::Busy, "Another process is copying " + scratchname + " over " + target
+                            + " in place; " + target + " may be half new until it ends.");
+        }
+        ::usleep(20000);
+    }
+    const JournalLoad load = loadjournal(journalfile);
+    if (!load.exists)
+        return {};
+    if (load.error)
+        return leftalone(load.error.text);
+    const CopyJournal& journal = load.journal;
+    const std::string target = journal.target;
+    auto kept = [&](const std::string& why) {
+        return told(Recovery::Outcome::Kept,
+                    "An interrupted copy could not be finished: " + why + ". Nothing was written; the journal "
+                        + journalname + " and the scratch file " + scratchname + " with the new content of " + target
+                        + " are kept, and the copy is tried again at the next start.");
+    };
+    if (!from.valid())
+        return told(Recovery::Outcome::Kept,
+                    "An interrupted copy can't be finished: " + reasontext(errorfromerrno(errno, scratch))
+                        + ". Nothing was written; " + target + " may be half new: check it, then delete "
+                        + journalname + ", which until then keeps every copy in place from starting.");
+    // The target is looked at before it is opened for writing: never a
+    // device, never a FIFO, never another file than the one of the journal.
+    FileHandle where(openlong(target, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!where.valid())
+        return kept(reasontext(errorfromerrno(errno, target)) + " (put it back where it was)");
+    std::string why;
+    if (::fstat(where.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_dev != journal.dev
+        || st.st_ino != journal.ino)
+        why = "it is another file now";
+    FileHandle dest;
+    if (why.empty()) {
+        dest = FileHandle(::open(("/proc/self/fd/" + std::to_string(where.get())).c_str(),
+                                 O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        if (!dest.valid())
+            return kept(reasontext(errorfromerrno(errno, target)));
+    }
+    const JournalVerdict verdict =
+        why.empty() ? verifyjournal(journal, load.step, dest.get(), from.get(), why) : JournalVerdict::Doubt;
+    if (verdict == JournalVerdict::Doubt)
+        return told(Recovery::Outcome::Kept,
+                    "An interrupted copy was not finished: " + target + ": " + why
+                        + ", so nothing was written. Its new content is in " + scratchname
+                        + ". Check the file; to finish the copy, copy " + scratchname + " over it; then delete "
+                        + journalname + ", which until then keeps every copy in place from starting.");
+    if (verdict == JournalVerdict::Resume) {
+        const SignalHold hold;
+        JournalWriter writer;
+        bool touched = false;
+        Error error = JournalWriter::reopen(journalfile, journal, load.step, writer);
+        if (!error)
+            error = copyjournaled(from.get(), dest.get(), journal, writer, scratch, target, touched);
+        if (error)
+            return kept(reasontext(error));
+        if (::fstat(dest.get(), &st) == 0 && (st.st_mode & 07777) != journal.mode)
+            ::fchmod(dest.get(), journal.mode);
+    }
+    ::unlink(journalfile.c_str());
+    return told(Recovery::Outcome::Finished, "Finished the interrupted copy of " + scratchname + " to " + target);
+}
+
 std::string finishinterruptedcopy(const fs::path& scratch)
 {
-    const fs::path journal = journalpath(scratch);
-    if (scratch.empty() || ::access(journal.c_str(), F_OK) != 0)
-        return {};
-    // The lock is free only when the process that wrote the journal is gone.
-    FileHandle from(::open(scratch.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-    if (from.valid() && ::flock(from.get(), LOCK_EX | LOCK_NB) != 0)
-        return {};
-    fs::path target;
-    struct stat expected {};
-    off_t length = 0;
-    const bool known = readjournal(journal, target, expected, length);
-    const Error error = !known ? Error{EINVAL, "Journal unreadable", journal}
-        : !from.valid()        ? errorfromerrno(errno, scratch)
-                               : finishcopy(from.get(), scratch, target, expected, length);
-    ::unlink(journal.c_str());
-    if (error)
-        return "An interrupted copy could not be finished: " + error.text + " copying " + scratch.string() + " to "
-            + target.string();
-    return "Finished the interrupted copy of " + scratch.string() + " to " + target.string();
+    return recoverinterruptedcopy(scratch).message;
 }
 
 }  // namespace brindlex

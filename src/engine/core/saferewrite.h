@@ -8,8 +8,10 @@
 //     holds the process id, so that a later replace in that directory
 //     removes what a dead process left). Owner, group and extended
 //     attributes are copied; every write is checked; it is synced; the mode,
-//     set-id bits included, is applied after the last write (a write by an
-//     ordinary user clears those bits).
+//     set-id bits included, and the file capabilities are applied after the
+//     last write (a write by an ordinary user clears those bits, any write
+//     the capabilities). Only root may set capabilities: for anyone else
+//     they are dropped and notice() says so.
 //  3. Just before the swap the original is checked again (inode, size,
 //     modification and change time) against what the caller opened and read
 //     (see begin); a file changed meanwhile is not replaced: begin() or
@@ -26,9 +28,10 @@
 //     stops it while the file still holds its old content. A scratch file
 //     that another process holds makes begin() fail (EWOULDBLOCK). While the
 //     copy runs, SIGTERM, SIGHUP and SIGINT wait, and a journal beside the
-//     scratch file names the target (path, device, inode, length): should
-//     the process die all the same, finishinterruptedcopy() at the next
-//     start completes the copy. The journal lives only while the file may
+//     scratch file (journal.h) names the target and proves what it holds:
+//     should the process die all the same, finishinterruptedcopy() at the
+//     next start completes the copy, or, in any doubt, writes nothing and
+//     keeps the journal. The journal lives only while the file may
 //     be half new: a copy that fails before its first change removes it
 //     (the file keeps its old content); one that fails after keeps it, and
 //     its error text adds "(the copy is finished from the kept scratch file
@@ -39,6 +42,7 @@
 // On any failure nothing is left in the user's directory but the file.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -54,8 +58,10 @@ class SafeReplace {
 public:
     // What begin() does with a target that doesn't exist: refuse it (ENOENT),
     // or make it, with mode 0666 less the umask, at commit() as long as no
-    // other file has taken the name by then.
-    enum class Missing { Refuse, Create };
+    // other file has taken the name by then. CreateNoLink is Create for an
+    // output of the program's own (a sheet): a symbolic link at the name is
+    // refused (ELOOP), never followed.
+    enum class Missing { Refuse, Create, CreateNoLink };
 
     // Prepares the replacement of `target`. `scratch` is the work
     // directory's scratch file, used by the fallback route (empty when the
@@ -104,6 +110,10 @@ public:
     // Drops the new content; the original stays as it was.
     void abort();
 
+    // After a commit() that succeeded: what of the old file could not be
+    // kept (its file capabilities, which only root may set), else empty.
+    const std::string& notice() const;
+
     // Device and inode of what the name holds after a successful commit().
     const struct stat& result() const;
 
@@ -122,10 +132,23 @@ Error replacefilecontent(const std::filesystem::path& target, std::string_view b
                          const std::filesystem::path& scratch);
 
 // At a program's start: finishes the copy in place that a process killed
-// during it left half done, from the scratch file its journal names, if the
-// target is still the file it was (device and inode). Returns what the user
-// is told; empty when there was nothing to finish or another process holds
-// the scratch file.
+// during it left half done, from the scratch file its journal names, when
+// the journal proves that the target is still that file and holds what the
+// cut-short copy left (see journal.h). Anything else writes nothing and
+// keeps the journal and the scratch file, which then no copy in place
+// reuses, and the message tells the user what to do. A journal that is not
+// the user's own, or lies where others may write, is left alone. Another
+// process copying through the scratch file is waited for up to `wait`, then
+// named. The message is empty when there was nothing to do.
+struct Recovery {
+    enum class Outcome { None, Finished, Kept, Refused, Busy };
+    Outcome outcome = Outcome::None;
+    std::string message;
+};
+Recovery recoverinterruptedcopy(const std::filesystem::path& scratch,
+                                std::chrono::milliseconds wait = std::chrono::seconds(5));
+
+// The message of recoverinterruptedcopy(scratch).
 std::string finishinterruptedcopy(const std::filesystem::path& scratch);
 
 }  // namespace brindlex

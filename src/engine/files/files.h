@@ -10,6 +10,7 @@
 
 namespace brindlex {
 
+class FileHandle;
 class WalkSink;
 
 // The name part: behind the last "/", with every blank removed.
@@ -92,9 +93,13 @@ List2Hit readlist2line(const std::string& line);
 // at the start of each directory and (false) at its end, and sink.carryon()
 // before each file and each directory entry; its answer false ends the
 // listing of the directory in hand. FIFOs, sockets, devices and links to
-// directories are passed over silently; a directory that can't be opened is
-// passed over and told to sink.unreadable(). Directories are entered one
+// directories are passed over silently; a directory that can't be opened,
+// read or searched is passed over and told to sink.unreadable(), and the
+// walk goes on with the rest. Directories are entered one
 // from another (openat), so the depth of a tree has no limit.
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& sink);
+// With `keepBase`, it receives a descriptor of the mask's directory as the
+// walk opened it (invalid when it could not be), for a run over the names.
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& sink,
+               FileHandle* keepBase = nullptr);
 
 }  // namespace brindlex

@@ -1,3 +1,5 @@
+#include <cerrno>
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -48,18 +50,33 @@ bool isrealdir(int dirfd, const dirent* entry)
     return ::fstatat(dirfd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
 }
 
+// The next entry of `dir`; nullptr at the end or on an error, which is
+// told to the host as the directory at `where` being unreadable.
+const dirent* nextentry(DIR* dir, const std::string& where, WalkSink& host)
+{
+    errno = 0;
+    const dirent* entry = ::readdir(dir);
+    if (!entry && errno != 0)
+        host.unreadable(where, errno);
+    return entry;
+}
+
 // The files of one directory, then (with `bIncludeSubs`) the names of its
-// subdirectories. False when the user cancelled on the way.
-bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
+// subdirectories. False when the user cancelled on the way. A directory
+// that can't be read (or searched: its entries could not be opened) is
+// told to the host as `where`.
+bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix, const std::string& where,
                bool bIncludeSubs, WalkSink& host, std::vector<std::string>& subdirs)
 {
     DirStream dir(dirfd);
-    if (!dir.get())
+    if (!dir.get()) {
+        host.unreadable(where, errno);
         return true;
+    }
 
     const bool sizes = host.wantsizes();
     std::string relname;
-    while (const dirent* entry = ::readdir(dir.get())) {
+    while (const dirent* entry = nextentry(dir.get(), where, host)) {
         if (entry->d_type != DT_REG && entry->d_type != DT_LNK && entry->d_type != DT_UNKNOWN)
             continue;
         if (!wildcardmatch(typedname, entry->d_name))
@@ -79,7 +96,7 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
     if (!bIncludeSubs)
         return true;
     ::rewinddir(dir.get());
-    while (const dirent* entry = ::readdir(dir.get())) {
+    while (const dirent* entry = nextentry(dir.get(), where, host)) {
         if (!host.carryon())
             return false;
         if (entry->d_name[0] != '.' && isrealdir(dir.fd(), entry))
@@ -106,22 +123,32 @@ struct Walk {
 // One directory and, with bIncludeSubs, its subdirectories, each entered
 // from the one above with openat: a path of any length is walked. Only the
 // directory in hand is open; after a subdirectory the walk climbs back
-// through "..", and stops at this level should that not lead here (the
-// subdirectory was moved meanwhile). `where` is the directory's path for
-// the host's report of what can't be read. Returns the descriptor it
-// climbed back to, for the level above.
+// through "..". A subdirectory is entered only once its ".." is seen to lead
+// here, so one that may be read but not searched (the climb back would
+// fail) is told to the host and passed over, and the walk goes on with the
+// next. Should the climb fail all the same (the subdirectory was moved
+// meanwhile), the rest of this level is told as unreadable. `where` is the
+// directory's path for the host's report of what can't be read. Returns the
+// descriptor it climbed back to, for the level above.
 FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::string& where, std::string_view typedname,
                      const Walk& w)
 {
     w.host.level(true);
     std::vector<std::string> subdirs;
     struct stat self {};
-    if (::fstat(dir.get(), &self) == 0 && listlevel(dir.get(), typedname, prefix, w.bIncludeSubs, w.host, subdirs)) {
+    if (::fstat(dir.get(), &self) != 0)
+        w.host.unreadable(where, errno);
+    else if (listlevel(dir.get(), typedname, prefix, where, w.bIncludeSubs, w.host, subdirs)) {
         for (const std::string& f : subdirs) {
             const std::string subpath = where + (where.ends_with('/') ? "" : "/") + f;
             FileHandle sub(::openat(dir.get(), f.c_str(), kDirFlags | O_NOFOLLOW));
-            if (!sub.valid()) {
-                w.host.unreadable(subpath, errno);
+            int code = errno;
+            if (sub.valid()) {
+                const FileHandle up(::openat(sub.get(), "..", kDirFlags));
+                code = !up.valid() ? errno : samedir(up.get(), self) ? 0 : ESTALE;
+            }
+            if (code != 0) {
+                w.host.unreadable(subpath, code);
                 w.host.level(true);   // as for a level entered and found empty
                 w.host.level(false);
                 continue;
@@ -129,8 +156,10 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
             dir.close();
             FileHandle back = walklevel(std::move(sub), prefix + f + "/", subpath, w.m, w);
             dir = FileHandle(back.valid() ? ::openat(back.get(), "..", kDirFlags) : -1);
-            if (!dir.valid() || !samedir(dir.get(), self))
+            if (!dir.valid() || !samedir(dir.get(), self)) {
+                w.host.unreadable(where, dir.valid() || errno == 0 ? ESTALE : errno);
                 break;
+            }
         }
     }
     w.host.level(false);
@@ -139,7 +168,8 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
 
 }  // namespace
 
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& host)
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& host,
+               FileHandle* keepBase)
 {
     // The name part as typed, blanks included, selects in this directory;
     // the levels below get filepart's version without blanks.
@@ -160,6 +190,8 @@ void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& ba
         host.level(false);
         return;
     }
+    if (keepBase)
+        *keepBase = FileHandle(::fcntl(dir.get(), F_DUPFD_CLOEXEC, 0));
     walklevel(std::move(dir), prefix, dirpath, typedname, Walk{filepart(mask), bIncludeSubs, host});
 }
 

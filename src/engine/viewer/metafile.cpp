@@ -70,8 +70,15 @@ std::size_t recordrow(std::string_view row, std::size_t record, unsigned n, std:
 std::string formatmetapage(std::string_view sBlock, std::int64_t lPos, int nMode)
 {
     std::string text;
+    formatmetarows(sBlock, lPos, nMode, true, text);
+    return text;
+}
+
+std::size_t formatmetarows(std::string_view sBlock, std::int64_t lPos, int nMode, bool bEnd, std::string& text)
+{
+    const std::size_t size = sBlock.size();
     std::int64_t p = lPos;
-    while (!sBlock.empty()) {
+    while (sBlock.size() >= static_cast<std::size_t>(kMetaRowBytes) || (bEnd && !sBlock.empty())) {
         const std::string_view row = sBlock.substr(0, kMetaRowBytes);
         text += positioncolumn(p, kFormatMeta);
         const std::size_t nuls = row.find(std::string_view("\0\0\0", 3));
@@ -87,7 +94,7 @@ std::string formatmetapage(std::string_view sBlock, std::int64_t lPos, int nMode
         sBlock.remove_prefix(taken);
         p += static_cast<std::int64_t>(taken);
     }
-    return text;
+    return size - sBlock.size();
 }
 
 }  // namespace brindlex

@@ -21,6 +21,7 @@
 //   000025 = 03 : <03> <00> <00> <00> <1E> <00>
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -33,5 +34,11 @@ inline constexpr int kMetaRowBytes = 100;
 // The page text of `sBlock` at `lPos` in the record view; `nMode` (0 or 1)
 // decides the cells of plain rows, record cells are always hexadecimal.
 std::string formatmetapage(std::string_view sBlock, std::int64_t lPos, int nMode);
+
+// The same a piece at a time, for a page streamed in pieces: appends to
+// `text` the rows of `sBlock` (at `lPos`) that its bytes settle, those with
+// kMetaRowBytes in hand or all of them at the page's end (`bEnd`), and
+// returns the bytes they took; the rest begins the next piece.
+std::size_t formatmetarows(std::string_view sBlock, std::int64_t lPos, int nMode, bool bEnd, std::string& text);
 
 }  // namespace brindlex

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <algorithm>
 
 #include <unistd.h>
 
@@ -19,7 +20,120 @@ std::string fulltexttoolarge(std::int64_t length)
            std::to_string(kFullTextLimit) + " can be shown as text; use Pure Text to page through it";
 }
 
+std::string pagetoolarge(std::int64_t length)
+{
+    return "Page too large: " + std::to_string(length) + " bytes, at most " + std::to_string(kPageLimit) +
+           " are read as one page";
+}
+
+// Bytes of a file read a piece at a time, for a page streamed.
+constexpr std::int64_t kStreamPiece = 256 << 10;
+
 }  // namespace
+
+PageStream streampage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,
+                      int nFormat, const std::function<bool(std::string_view)>& write)
+{
+    PageStream out;
+    OpenedFile file;
+    out.error = openbinary(sFile, file);
+    if (out.error)
+        return out;
+    out.opened = true;
+    out.lFileLen = file.size();
+    std::int64_t first = lPos, count = 0;
+    if (nMode == kModeFullText) {
+        first = 1;
+        count = out.lFileLen;
+        if (count > kFullTextLimit) {
+            out.error = Error{EFBIG, fulltexttoolarge(count), sFile};
+            out.lViewLen = count;
+            return out;
+        }
+    } else if (lPos >= 1 && lPos <= out.lFileLen) {
+        count = std::min(nBlock == 0 ? kDefaultBlock : nBlock, out.lFileLen - lPos + 1);
+    }
+    std::string piece;
+    // Reads `n` bytes at 0-based `offset` into piece; fewer at the end.
+    auto read = [&](std::int64_t offset, std::int64_t n) {
+        piece.clear();
+        if (!readblock(file.fd.get(), offset, n, piece)) {
+            out.error = errorfromerrno(errno, sFile);
+            return false;
+        }
+        return true;
+    };
+    // Pure Text never cuts a CR from the LF behind it.
+    if (nMode == kModePureText && count > 0 && first - 1 + count < out.lFileLen && read(first - 2 + count, 1) &&
+        piece == "\r")
+        ++count;
+    if (out.error)
+        return out;
+
+    std::string text;
+    auto put = [&](std::string_view bytes) { return bytes.empty() || (out.written = write(bytes)); };
+    if (nMode >= kModePureText) {
+        // First pass: a NUL anywhere makes the page empty. A page of one
+        // piece is written from the first pass.
+        for (std::int64_t at = 0; at < count; at += kStreamPiece) {
+            const std::int64_t want = std::min(kStreamPiece, count - at);
+            if (!read(first - 1 + at, want))
+                return out;
+            out.lViewLen = at + static_cast<std::int64_t>(piece.size());
+            if (piece.find('\0') != std::string::npos) {
+                out.lViewLen = std::max(out.lViewLen, count);   // the block, as readpage tells it
+                return out;
+            }
+            if (static_cast<std::int64_t>(piece.size()) < want)
+                break;   // the file is shorter now: its page ends here
+        }
+        if (count <= kStreamPiece) {
+            put(piece);
+            return out;
+        }
+        for (std::int64_t at = 0; at < out.lViewLen; at += kStreamPiece) {
+            if (!read(first - 1 + at, std::min(kStreamPiece, out.lViewLen - at)))
+                return out;
+            if (piece.find('\0') != std::string::npos) {
+                out.error = Error{ESTALE, "File changed by another program while its page was written", sFile};
+                return out;
+            }
+            if (!put(piece))
+                return out;
+        }
+        return out;
+    }
+
+    // Byte rows: stretches of whole rows, so the pieces' texts are the
+    // page's text. Metafile records: the rows a piece settles, the rest
+    // carried into the next.
+    const std::int64_t width = nWidth < 1 ? 1 : nWidth;
+    const std::int64_t stretch = nFormat == kFormatMeta ? kStreamPiece : std::max<std::int64_t>(1, kStreamPiece / width) * width;
+    std::string carried;
+    std::int64_t p = first;
+    for (std::int64_t at = 0; at < count;) {
+        if (!read(first - 1 + at, std::min(stretch, count - at)))
+            return out;
+        at += static_cast<std::int64_t>(piece.size());
+        const bool end = at >= count || piece.empty();
+        if (piece.empty())
+            count = at;
+        text.clear();
+        if (nFormat == kFormatMeta) {
+            carried += piece;
+            const std::size_t taken = formatmetarows(carried, p, nMode, end, text);
+            carried.erase(0, taken);
+            p += static_cast<std::int64_t>(taken);
+        } else {
+            text = formatpage(piece, p, nWidth, nMode, nFormat);
+            p += static_cast<std::int64_t>(piece.size());
+        }
+        out.lViewLen = at;
+        if (!put(text))
+            return out;
+    }
+    return out;
+}
 
 bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& into)
 {
@@ -42,7 +156,8 @@ bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& int
 FileStamp filestamp(const struct stat& st)
 {
     return FileStamp{st.st_dev, st.st_ino, static_cast<std::int64_t>(st.st_size),
-                     static_cast<std::int64_t>(st.st_mtim.tv_sec), static_cast<std::int64_t>(st.st_mtim.tv_nsec)};
+                     static_cast<std::int64_t>(st.st_mtim.tv_sec), static_cast<std::int64_t>(st.st_mtim.tv_nsec),
+                     static_cast<std::int64_t>(st.st_ctim.tv_sec), static_cast<std::int64_t>(st.st_ctim.tv_nsec)};
 }
 
 Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,
@@ -70,6 +185,10 @@ Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_
         }
     } else if (lPos >= 1 && lPos <= page.lFileLen) {
         count = std::min(page.nBlock, page.lFileLen - lPos + 1);
+    }
+    if (count > kPageLimit) {
+        page.error = Error{EFBIG, pagetoolarge(count), sFile};
+        return page;
     }
     std::string block;
     if (count > 0)

@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,11 @@ inline constexpr std::int64_t kDefaultBlock = 256;
 // (EFBIG, with a text that names both sizes) rather than shown in part.
 inline constexpr std::int64_t kFullTextLimit = 16 * 1024 * 1024;
 
+// readpage holds a page whole, so it reads no more than this many bytes as
+// one page (EFBIG before anything is read); streampage takes a page of any
+// size.
+inline constexpr std::int64_t kPageLimit = kFullTextLimit;
+
 // What identifies a file's content as it was read: a save refuses a file
 // whose stamp has changed since its page was read.
 struct FileStamp {
@@ -51,6 +57,8 @@ struct FileStamp {
     std::int64_t size = -1;
     std::int64_t mtimeSec = 0;
     std::int64_t mtimeNsec = 0;
+    std::int64_t ctimeSec = 0;    // a write that sets the mtime back still
+    std::int64_t ctimeNsec = 0;   // moves the ctime
 
     bool operator==(const FileStamp&) const = default;
 };
@@ -86,6 +94,22 @@ struct Page {
 // equal to the file's length, so that nothing of it can be saved back.
 Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,
               int nFormat);
+
+// The page text readpage would give, handed to `write` in pieces, for a page
+// of any size in constant memory: byte rows a stretch of whole rows at a
+// time, metafile records a row at a time, and a text page in two passes
+// over the file, the first of which looks for a NUL (a page with one is
+// empty). Full Text keeps its limit. A false from `write` stops the page.
+struct PageStream {
+    bool opened = false;        // false: the file couldn't be opened, `error` says why
+    Error error;                // a failed read, Full Text refused, or a text page
+                                // that took a NUL between the passes
+    bool written = true;        // false: `write` stopped it
+    std::int64_t lViewLen = 0;  // bytes of the file the page took
+    std::int64_t lFileLen = 0;
+};
+PageStream streampage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,
+                      int nFormat, const std::function<bool(std::string_view)>& write);
 
 // Page text of the bytes `sBlock`, whose first byte stands at `lPos`. Text
 // modes: the block itself, or "" if it holds a NUL. Byte modes: rows of

@@ -38,7 +38,7 @@ Error notwholepage(const std::string_view shown, std::int64_t lViewLen, int nFor
 bool samefile(const std::filesystem::path& sFile, const FileStamp& stamp)
 {
     struct stat st {};
-    return ::stat(sFile.c_str(), &st) == 0 && filestamp(st) == stamp;
+    return statlong(sFile, st) == 0 && filestamp(st) == stamp;
 }
 
 }  // namespace
@@ -173,8 +173,9 @@ SpliceResult splicepage(const SpliceRequest& request)
     if (result.error)
         return result;
     result.lNewLength = rewrite.lLength;
+    result.notice = rewrite.notice;
     struct stat st {};
-    if (::stat(request.sViewFile.c_str(), &st) == 0)
+    if (statlong(request.sViewFile, st) == 0)
         result.stamp = filestamp(st);
     return result;
 }

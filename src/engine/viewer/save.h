@@ -47,6 +47,7 @@ struct SpliceResult {
     Error error;                     // why nothing was written (the file is unchanged)
     std::int64_t lNewLength = -1;    // after a save: old length - lViewLen + new bytes
     FileStamp stamp;                 // after a save: the file as it now is
+    std::string notice;              // after a save: what of the file could not be kept
 };
 
 // Puts `bytes` in place of the lViewLen bytes at lViewPos. A file whose stamp

@@ -160,8 +160,9 @@ void Form1::Form_Load(const std::string& sCommand)
         session.sScratch = scratchfilepath();
         std::error_code ignored;
         std::filesystem::remove(session.sLogFile, ignored);
-        if (const std::string finished = finishinterruptedcopy(session.sScratch); !finished.empty())
-            dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+        for (const std::string& told : {workdirnote(), finishinterruptedcopy(session.sScratch)})
+            if (!told.empty())
+                dialogs().messagebox(this, towidget(told), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
         if (const std::string undone = rollbackinplaceedits(session.sScratch.parent_path()); !undone.empty())
             dialogs().messagebox(this, towidget(undone), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }

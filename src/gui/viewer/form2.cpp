@@ -215,15 +215,19 @@ void Form2::placebesidemain()
 {
     mainFrame = QRect();
     followTicks = 0;
+    stillTicks = 0;
     placeonce();
     follow.start();
 }
 
 void Form2::followmain()
 {
+    // Both windows are followed until they have stood still, framed, for a
+    // second; a window manager on a busy machine may frame and place the
+    // main window seconds after it was shown. Twenty seconds at most.
     const QWidget* main = host.mainwindow();
     ++followTicks;
-    if (!main || followTicks > 80) {
+    if (!main || followTicks > 400) {
         follow.stop();
         return;
     }
@@ -234,8 +238,8 @@ void Form2::followmain()
     // inside where its frame should be: it is placed again once it has one.
     if (main->frameGeometry() != mainFrame || (framed(this) && frameGeometry() != placed)) {
         placeonce();
-        followTicks = std::min(followTicks, 60);
-    } else if (framed(main) && framed(this) && followTicks > 10) {
+        stillTicks = 0;
+    } else if (framed(main) && framed(this) && ++stillTicks >= 20) {
         follow.stop();
     }
 }

@@ -170,6 +170,7 @@ private:
     QRect mainFrame;
     QRect placed;   // the frame the viewer was given
     int followTicks = 0;
+    int stillTicks = 0;     // ticks since the windows last moved
 };
 
 }  // namespace brindlex::gui
