@@ -94,7 +94,7 @@ int runfindreplace(const std::vector<std::string>& args, bool bReplace)
     const bool wrote = flushstdout();
     for (const std::string& sName : host.wouldRewrite)
         std::fprintf(stderr, "would rewrite %s\n", (request.baseDir + sName).c_str());
-    printsummary(result, request.lines.size(), {}, bReplace);
+    printsummary(result, request.files.size(), {}, bReplace);
     return exitstatus(host, result.cancelled, result.failures, wrote, result.hits > 0);
 }
 

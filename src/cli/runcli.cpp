@@ -132,37 +132,6 @@ std::string readfilelist(const std::string& from, char end, CliHost& host)
     }
 }
 
-// The lines in List1 order, each real name staying with its line.
-void sortbyline(std::vector<std::string>& lines, std::vector<std::string>& names)
-{
-    // The first eight bytes of each line as a big-endian number (integer
-    // order is then byte order) settle most comparisons without a look at
-    // the strings, which lie all over the heap.
-    struct Entry {
-        std::uint64_t key;
-        std::size_t index;
-    };
-    std::vector<Entry> order(lines.size());
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        std::uint64_t key = 0;
-        for (std::size_t k = 0; k < 8; ++k)
-            key = key << 8 | (k < lines[i].size() ? static_cast<unsigned char>(lines[i][k]) : 0);
-        order[i] = {key, i};
-    }
-    std::stable_sort(order.begin(), order.end(), [&](const Entry& a, const Entry& b) {
-        return a.key != b.key ? a.key < b.key : lines[a.index] < lines[b.index];
-    });
-    std::vector<std::string> sortedLines, sortedNames;
-    sortedLines.reserve(lines.size());
-    sortedNames.reserve(names.size());
-    for (const Entry& e : order) {
-        sortedLines.push_back(std::move(lines[e.index]));
-        sortedNames.push_back(std::move(names[e.index]));
-    }
-    lines = std::move(sortedLines);
-    names = std::move(sortedNames);
-}
-
 // -s, -c, -a, -0 (also bundled): false for any other letter.
 bool shortoption(char c, RunOptions& o)
 {
@@ -350,8 +319,7 @@ void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::
 
 void CliHost::addentry(const std::string& name, std::int64_t size)
 {
-    lines.push_back(list1line(name, size));
-    names.push_back(name);
+    entries.push_back(FileEntry{name, size, false});
 }
 
 void CliHost::unreadable(const std::string& path, int code)
@@ -456,16 +424,15 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         request.bWalkedNow = true;
         // One file named without a wildcard that isn't there: as grep says it.
         struct stat st {};
-        if (host.lines.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
+        if (host.entries.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
             && ::lstat(expanded.c_str(), &st) != 0)
             host.unreadable(mask, errno);
     }
     if (o.nullAfterName)
         host.separator = '\0';
-    sortbyline(host.lines, host.names);
-    request.lines = std::move(host.lines);
-    request.names = std::move(host.names);
-    host.nFiles = request.lines.size();
+    sortlist1(host.entries);
+    request.files = host.entries;
+    host.nFiles = request.files.size();
     return 0;
 }
 

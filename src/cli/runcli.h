@@ -73,7 +73,7 @@ public:
     // The command line never shows a List1 size.
     bool wantsizes() const override { return false; }
 
-    std::vector<std::string> lines, names;   // what the walk found
+    std::vector<FileEntry> entries;   // what the walk found; the run's file list
     bool trouble = false;   // something could not be searched
     char separator = '\t';  // between a hit's name and position
     // The progress line; on when preparerun finds it wanted and stderr a terminal.

@@ -191,6 +191,7 @@ TEST(DumpNames, Answers)
     };
     for (const auto& [answer, value] : answers)
         EXPECT_EQ(dumpanswer(answer), value) << '"' << answer << '"';
+    EXPECT_EQ(sheetname(7) + " " + sheetname(1000), "007.xls 1000.xls");
 }
 
 }  // namespace

@@ -62,16 +62,20 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     EXPECT_EQ(list1line("sub/readme.txt", 1234, false), "sub/readme.txt\t00001234");
     EXPECT_EQ(list1line("huge", 5368709120LL, true), "huge\t5368709120*");
     EXPECT_EQ(firstfield(" sub/b c.txt \t00000001*"), "sub/b c.txt");
-    std::vector<std::string> lines = {"b\t1", "\xe4\t1", "B\t1", "a/z\t1", "a\t2", "a.txt\t1", "a\t1"};
-    // Inserted one by one, the lines come out as a sort of the whole list.
-    std::vector<std::string> inserted;
-    for (const std::string& line : lines)
-        inserted.insert(inserted.begin() + static_cast<std::ptrdiff_t>(list1insertion(
-                            inserted.size(), [&](std::size_t i) { return inserted[i]; }, line)),
-                        line);
-    sortlist1(lines);
-    EXPECT_EQ(lines, (std::vector<std::string>{"B\t1", "a\t1", "a\t2", "a.txt\t1", "a/z\t1", "b\t1", "\xe4\t1"}));
-    EXPECT_EQ(inserted, lines);
+    // By the bytes of the whole line, as unsigned: past the first eight
+    // bytes, across the end of a name (a tab or a byte below it), by size,
+    // and with the mark.
+    std::vector<FileEntry> entries = {
+        {"b", 1}, {"\xe4", 1}, {"B", 1}, {"a/z", 1}, {"a", 2}, {"a.txt", 1}, {"a", 1}, {"a\x01", 5},
+        {"longname9.txt", 3}, {"longname1.txt", 3}, {"longname1.txt", 3, true}, {"longname1.txt", 1234567890},
+        {"longname1.tx", 3}, {"longname1.tx\x01", 3}};
+    sortlist1(entries);
+    std::string sorted;
+    for (const FileEntry& e : entries)
+        sorted += list1line(e) + ";";
+    EXPECT_EQ(sorted, "B\t00000001;a\x01\t00000005;a\t00000001;a\t00000002;a.txt\t00000001;a/z\t00000001;b\t00000001;"
+                      "longname1.tx\x01\t00000003;longname1.tx\t00000003;longname1.txt\t00000003;longname1.txt\t00000003*;"
+                      "longname1.txt\t1234567890;longname9.txt\t00000003;\xe4\t00000001;");
 
     // A hit line and what the viewer's opener reads back from it.
     const struct { std::string name; std::int64_t lPos; std::string line; } hits[] = {

@@ -60,15 +60,17 @@ Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::
     request.sScratch = dir / "brindlex.tmp";
     request.baseDir = (dir / "base").string() + "/";
     request.bReadAhead = bReadAhead;
+    std::vector<FileEntry> entries;
     for (const std::string& name : makefiles(temp))
-        request.lines.push_back(name + "\t1");
+        entries.push_back({name, 1});
+    request.files = entries;
     test::RecordingHost host;
     host.cancelAtHit = cancelAtHit;
     Outcome out;
     out.result = findinfiles(request, host);
     out.transcript = host.transcript;
-    for (const std::string& line : request.lines) {
-        const auto path = dir / "base" / line.substr(0, line.find('\t'));
+    for (const FileEntry& entry : entries) {
+        const auto path = dir / "base" / entry.name;
         out.contents.push_back(std::filesystem::is_regular_file(path) ? test::readfile(path) : "-");
     }
     return out;

@@ -59,12 +59,13 @@ void checkcase(const RunCase& c)
         dir.write("base/" + name, content);
     for (const auto& [name, target] : c.links)
         std::filesystem::create_symlink(target, dir.path() / "base" / name);
+    std::vector<FileEntry> entries;
+    for (const std::string& name : c.names)
+        entries.push_back({name, 3});
     RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
                   .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
-                  .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .lines = {}, .names = c.names,
+                  .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .files = entries,
                   .selected = c.selected};
-    for (const std::string& name : c.names)
-        r.lines.push_back(list1line(name, 3));
     test::RecordingHost host;
     host.answers = c.answers;
     host.show = [&](const std::string& line) { return shown(line, dir); };

@@ -23,12 +23,12 @@ class RecordingHost : public Host {
 public:
     int cancelAt = 0;
     int yields = 0;
-    std::vector<std::string> lines;
+    std::vector<FileEntry> lines;
     std::string controls;  // one letter a call: "F" off, "T" on
 
     void showcontrols(bool bOn) override { controls += bOn ? 'T' : 'F'; }
     void yield() override { bCancel = bCancel || ++yields == cancelAt; }
-    void addline(const std::string& line) override { lines.push_back(line); }
+    void addentry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
 
     std::string walk(const fs::path& dir, const std::string& name, bool subs)
     {
@@ -37,7 +37,7 @@ public:
         sortlist1(lines);
         std::string out;
         for (const auto& line : lines)
-            out += line + ";";
+            out += list1line(line) + ";";
         return out;
     }
 };
@@ -117,7 +117,7 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
         // Where one subdirectory was cut short, the other came whole.
         if (row.lines == 5) {
             EXPECT_EQ(listed.substr(0, 42), "f1.x\t00000004;f2.x\t00000004;f3.x\t00000004;");
-            EXPECT_EQ(host.lines[3].substr(0, 3), host.lines[4].substr(0, 3));
+            EXPECT_EQ(host.lines[3].name.substr(0, 3), host.lines[4].name.substr(0, 3));
         }
     }
     // A flag raised before the walk is cleared.

@@ -23,9 +23,9 @@ void RecordingHost::message(const std::string& text, const Error& reason)
     record("message " + text + (reason ? " | " + reasontext(reason) : "") + "\n");
 }
 
-void RecordingHost::lineupdated(std::size_t index, const std::string& line)
+void RecordingHost::lineupdated(std::size_t index, const FileEntry& entry)
 {
-    record("line " + std::to_string(index) + " " + line + "\n");
+    record("line " + std::to_string(index) + " " + list1line(entry) + "\n");
 }
 
 void RecordingHost::yield()

@@ -29,7 +29,7 @@ public:
     Answer question(const std::string& title, const std::string& text) override;
     void message(const std::string& text, const Error& reason) override;
     void note(const std::string& text) override { record("note " + text + "\n"); }
-    void lineupdated(std::size_t index, const std::string& line) override;
+    void lineupdated(std::size_t index, const FileEntry& entry) override;
     void yield() override;
 
 private:

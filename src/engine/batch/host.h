@@ -7,13 +7,17 @@
 #include <string>
 
 #include "engine/core/error.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 
 namespace brindlex {
 
 enum class Answer { Yes, No, Cancel };
 
-class Host {
+// A host answers a walk as its sink: a level's start and end switch the
+// controls (and clear the cancel flag), carryon() yields and answers the
+// flag, an entry goes to addentry().
+class Host : public WalkSink {
 public:
     virtual ~Host() = default;
 
@@ -37,6 +41,14 @@ public:
     // milliseconds of a long scan; the host decides how often to really yield.
     virtual void yield() {}
 
+    void entry(const std::string& name, std::int64_t size) final { addentry(name, size); }
+    void level(bool begins) final { enablecontrols(!begins); }
+    bool carryon() final
+    {
+        yield();
+        return !bCancel;
+    }
+
     // The walk adds a line to the file list.
     virtual void addline(const std::string& /*line*/) {}
 
@@ -46,14 +58,6 @@ public:
     // overrides this.
     virtual void addentry(const std::string& name, std::int64_t size) { addline(list1line(name, size)); }
 
-    // The walk could not open the directory at `path` (errno `code`): the
-    // mask's own directory, or a subdirectory it passes over.
-    virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
-
-    // Whether the lines need the files' true sizes. A host that never shows
-    // them says no, and the walk takes a regular file as its directory
-    // entry gives it, without a stat of its own (the size reads 0).
-    virtual bool wantsizes() const { return true; }
 
     // The run clears the hit list at its start.
     virtual void clearhits() {}
@@ -115,8 +119,9 @@ public:
     // against the scan.
     virtual void progress(bool /*bBegins*/, std::int64_t /*lDone*/, std::int64_t /*lLen*/) {}
 
-    // Line `index` of the file list was rewritten by a run: its new text.
-    virtual void lineupdated(std::size_t /*index*/, const std::string& /*line*/) {}
+    // Line `index` of the file list was rewritten by a run: its new entry
+    // (the size after the rewrite, marked rewritten).
+    virtual void lineupdated(std::size_t /*index*/, const FileEntry& /*entry*/) {}
 };
 
 }  // namespace brindlex

@@ -206,22 +206,22 @@ private:
     std::map<Key, std::string> files_;
 };
 
-// The real name of line i: as the walk found it, or the line's first field.
-std::string realname(const RunRequest& request, std::size_t i)
+// The real name of line i, as the walk found it.
+const std::string& realname(const RunRequest& request, std::size_t i)
 {
-    return i < request.names.size() && !request.names[i].empty() ? request.names[i] : firstfield(request.lines[i]);
+    return request.files[i].name;
 }
 
 // The lines to run: the selected ones, or all when none is selected.
 std::vector<std::size_t> filestorun(const RunRequest& request)
 {
     std::vector<std::size_t> chosen;
-    for (std::size_t i = 0; i < request.lines.size(); ++i) {
+    for (std::size_t i = 0; i < request.files.size(); ++i) {
         if (i < request.selected.size() && request.selected[i])
             chosen.push_back(i);
     }
     if (chosen.empty()) {
-        for (std::size_t i = 0; i < request.lines.size(); ++i)
+        for (std::size_t i = 0; i < request.files.size(); ++i)
             chosen.push_back(i);
     }
     return chosen;
@@ -402,7 +402,7 @@ void BatchRun::commitfile(FileScan& file)
         rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
     }
     if (rewrite.failure != RewriteFailure::Length)
-        host.lineupdated(file.index, list1line(file.sName, rewrite.lLength, true));
+        host.lineupdated(file.index, FileEntry{file.sName, rewrite.lLength, true});
     if (rewrite.failure == RewriteFailure::None) {
         ++result.filesRewritten;
         rewritten.add(file.inplace ? file.inplace->result() : file.output->sink.replace()->result(), file.sFile);

@@ -22,8 +22,8 @@
 // progress(true, 0, length) once the file is opened (or has failed to be),
 // hit(name, position before replacing) when there was one, status(hits of
 // the file) and yield. A file that can't be opened gets its message and the
-// run goes on. After a replaced file: lineupdated(index, new List1 line with
-// "*"), and a message if the length check (with its reason) or the copy
+// run goes on. After a replaced file: lineupdated(index, the entry with its
+// new size and the "*" mark), and a message if the length check (with its reason) or the copy
 // failed; the check and the copy are commitrewrite (rewrite.h). A log that
 // can't be opened or written (runlog.h) gets its message once, behind the
 // file in hand, and the run goes on without it. At the end
@@ -38,6 +38,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -58,8 +59,9 @@ struct RunRequest {
     std::filesystem::path sLogFile;   // the run log; empty: no log can be written
     std::filesystem::path sScratch;   // the work directory's scratch file; empty: none
     std::string baseDir;        // lblDir's caption, with its trailing "/"
-    std::vector<std::string> lines;   // the file list (List1)
-    std::vector<std::string> names;   // the real name of each line, as the walk found it ("" for none)
+    // The file list (List1), in its order; the caller keeps it alive for
+    // the run.
+    std::span<const FileEntry> files;
     std::vector<bool> selected;       // selection of the lines; none selected: all count
     // Files may be opened and scanned ahead on worker threads (ReadAhead);
     // the host sees the same events in the same order either way.

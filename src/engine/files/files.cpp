@@ -101,29 +101,76 @@ std::string firstfield(const std::string& line)
     return nexttoken(rest, "\t");
 }
 
-bool list1less(std::string_view a, std::string_view b)
-{
-    // char_traits<char> compares bytes as unsigned values.
-    return a < b;
-}
+namespace {
 
-void sortlist1(std::vector<std::string>& lines)
-{
-    std::sort(lines.begin(), lines.end(), list1less);
-}
-
-std::size_t list1insertion(std::size_t count, const std::function<std::string(std::size_t)>& lineat,
-                           std::string_view line)
-{
-    std::size_t lo = 0, hi = count;
-    while (lo < hi) {
-        const std::size_t mid = lo + (hi - lo) / 2;
-        if (list1less(line, lineat(mid)))
-            hi = mid;
-        else
-            lo = mid + 1;
+// The part of an entry's line behind its name: tab, size digits, "*".
+struct LineTail {
+    explicit LineTail(const FileEntry& e)
+    {
+        const std::string t = list1line(std::string_view(), e.size, e.rewritten);
+        size = t.size();
+        std::memcpy(bytes, t.data(), size);
     }
-    return lo;
+    char bytes[32] = {};
+    std::size_t size = 0;
+};
+
+// Byte i of an entry's line, as unsigned; i below the line's length.
+inline unsigned char lineat(const FileEntry& e, const LineTail& tail, std::size_t i)
+{
+    return static_cast<unsigned char>(i < e.name.size() ? e.name[i] : tail.bytes[i - e.name.size()]);
+}
+
+bool lineless(const FileEntry& a, const FileEntry& b)
+{
+    const std::size_t common = std::min(a.name.size(), b.name.size());
+    if (const int c = std::string_view(a.name).substr(0, common).compare(std::string_view(b.name).substr(0, common)))
+        return c < 0;
+    const LineTail ta(a), tb(b);
+    const std::size_t la = a.name.size() + ta.size, lb = b.name.size() + tb.size;
+    for (std::size_t i = common; i < std::min(la, lb); ++i) {
+        const unsigned char x = lineat(a, ta, i), y = lineat(b, tb, i);
+        if (x != y)
+            return x < y;
+    }
+    return la < lb;
+}
+
+// The first eight bytes of an entry's line as a big-endian number: integer
+// order is then byte order.
+std::uint64_t linekey(const FileEntry& e)
+{
+    std::uint64_t key = 0;
+    std::size_t k = 0;
+    for (; k < 8 && k < e.name.size(); ++k)
+        key = key << 8 | static_cast<unsigned char>(e.name[k]);
+    if (k < 8) {
+        const LineTail tail(e);
+        for (std::size_t t = 0; k < 8; ++k, ++t)
+            key = key << 8 | (t < tail.size ? static_cast<unsigned char>(tail.bytes[t]) : 0);
+    }
+    return key;
+}
+
+}  // namespace
+
+void sortlist1(std::vector<FileEntry>& entries)
+{
+    struct Keyed {
+        std::uint64_t key;
+        std::size_t index;
+    };
+    std::vector<Keyed> order(entries.size());
+    for (std::size_t i = 0; i < order.size(); ++i)
+        order[i] = {linekey(entries[i]), i};
+    std::stable_sort(order.begin(), order.end(), [&](const Keyed& a, const Keyed& b) {
+        return a.key != b.key ? a.key < b.key : lineless(entries[a.index], entries[b.index]);
+    });
+    std::vector<FileEntry> sorted;
+    sorted.reserve(entries.size());
+    for (const Keyed& k : order)
+        sorted.push_back(std::move(entries[k.index]));
+    entries = std::move(sorted);
 }
 
 namespace {

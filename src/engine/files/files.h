@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +11,7 @@
 namespace brindlex {
 
 class FileHandle;
-class Host;
+class WalkSink;
 
 // The name part: behind the last "/", with every blank removed.
 //   "/data/a b.txt" -> "ab.txt", "/data/" -> "", "*.*" -> "*.*"
@@ -41,18 +40,27 @@ bool wildcardmatch(std::string_view mask, std::string_view name);
 // and "*" once a run has rewritten the file: "sub/a.txt\t00001234*".
 std::string list1line(std::string_view relname, std::int64_t size, bool rewritten = false);
 
+// A file of the list: its real name relative to the base directory (bytes),
+// its size as listed, and whether a run has rewritten it. Its line is
+// list1line(name, size, rewritten).
+struct FileEntry {
+    std::string name;
+    std::int64_t size = 0;
+    bool rewritten = false;
+};
+inline std::string list1line(const FileEntry& e) { return list1line(e.name, e.size, e.rewritten); }
+
 // The first field of a list line, as nexttoken at the tab gives it: the
 // text before the first tab trimmed of spaces; a line without a tab whole.
 std::string firstfield(const std::string& line);
 
-// The order of List1: ascending by the bytes of the lines, as unsigned
-// values (a byte above 127 sorts behind "z"). sortlist1 sorts a whole list;
-// list1insertion is where `line` goes among `count` sorted lines, behind
-// those equal to it, `lineat(i)` giving line i.
-bool list1less(std::string_view a, std::string_view b);
-void sortlist1(std::vector<std::string>& lines);
-std::size_t list1insertion(std::size_t count, const std::function<std::string(std::size_t)>& lineat,
-                           std::string_view line);
+// The order of List1: ascending by the bytes of the entries' lines, as
+// unsigned values (a byte above 127 sorts behind "z"; "a\t1" before "a.b"
+// before "a/z"), equal lines in the order they came. One sort of the whole
+// list, O(n log n): the first eight bytes of each line settle most
+// comparisons without a look at the names, which lie all over the heap, and
+// no line is ever made.
+void sortlist1(std::vector<FileEntry>& entries);
 
 // A List2 line (a hit): the name relative to the base directory, tab, the
 // 1-based position as "000000000", longer numbers in full:
@@ -81,17 +89,17 @@ List2Hit readlist2line(const std::string& line);
 // The walk: lists the regular files (and links to regular files) of
 // dirpart(mask) that match filepart(mask), then, with `bIncludeSubs`, every
 // real subdirectory whose name doesn't begin with "." in full, depth first.
-// Adds each file through host.addentry() by its real name. Calls host.enablecontrols(false) at the
-// start of each directory and (true) at its end, and host.yield() before
-// each file and each directory entry; a raised cancel flag ends the listing
-// of the directory in hand. FIFOs, sockets, devices and links to
+// Gives each file to sink.entry() by its real name. Calls sink.level(true)
+// at the start of each directory and (false) at its end, and sink.carryon()
+// before each file and each directory entry; its answer false ends the
+// listing of the directory in hand. FIFOs, sockets, devices and links to
 // directories are passed over silently; a directory that can't be opened,
-// read or searched is passed over and told to host.unreadable(), and the
+// read or searched is passed over and told to sink.unreadable(), and the
 // walk goes on with the rest. Directories are entered one
 // from another (openat), so the depth of a tree has no limit.
 // With `keepBase`, it receives a descriptor of the mask's directory as the
 // walk opened it (invalid when it could not be), for a run over the names.
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host,
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& sink,
                FileHandle* keepBase = nullptr);
 
 }  // namespace brindlex

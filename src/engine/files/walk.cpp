@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "engine/batch/host.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 
 namespace brindlex {
@@ -52,7 +52,7 @@ bool isrealdir(int dirfd, const dirent* entry)
 
 // The next entry of `dir`; nullptr at the end or on an error, which is
 // told to the host as the directory at `where` being unreadable.
-const dirent* nextentry(DIR* dir, const std::string& where, Host& host)
+const dirent* nextentry(DIR* dir, const std::string& where, WalkSink& host)
 {
     errno = 0;
     const dirent* entry = ::readdir(dir);
@@ -66,7 +66,7 @@ const dirent* nextentry(DIR* dir, const std::string& where, Host& host)
 // that can't be read (or searched: its entries could not be opened) is
 // told to the host as `where`.
 bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix, const std::string& where,
-               bool bIncludeSubs, Host& host, std::vector<std::string>& subdirs)
+               bool bIncludeSubs, WalkSink& host, std::vector<std::string>& subdirs)
 {
     DirStream dir(dirfd);
     if (!dir.get()) {
@@ -87,19 +87,17 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
         if ((sizes || entry->d_type != DT_REG)
             && (::fstatat(dir.fd(), entry->d_name, &st, 0) != 0 || !S_ISREG(st.st_mode)))
             continue;
-        host.yield();
-        if (host.bCancel)
+        if (!host.carryon())
             return false;
         relname.assign(prefix).append(entry->d_name);
-        host.addentry(relname, static_cast<std::int64_t>(st.st_size));
+        host.entry(relname, static_cast<std::int64_t>(st.st_size));
     }
 
     if (!bIncludeSubs)
         return true;
     ::rewinddir(dir.get());
     while (const dirent* entry = nextentry(dir.get(), where, host)) {
-        host.yield();
-        if (host.bCancel)
+        if (!host.carryon())
             return false;
         if (entry->d_name[0] != '.' && isrealdir(dir.fd(), entry))
             subdirs.emplace_back(entry->d_name);
@@ -119,7 +117,7 @@ bool samedir(int fd, const struct stat& want)
 struct Walk {
     std::string m;   // the name part below the first level
     bool bIncludeSubs;
-    Host& host;
+    WalkSink& host;
 };
 
 // One directory and, with bIncludeSubs, its subdirectories, each entered
@@ -135,7 +133,7 @@ struct Walk {
 FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::string& where, std::string_view typedname,
                      const Walk& w)
 {
-    w.host.enablecontrols(false);
+    w.host.level(true);
     std::vector<std::string> subdirs;
     struct stat self {};
     if (::fstat(dir.get(), &self) != 0)
@@ -151,8 +149,8 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
             }
             if (code != 0) {
                 w.host.unreadable(subpath, code);
-                w.host.enablecontrols(false);   // as for a level entered and found empty
-                w.host.enablecontrols(true);
+                w.host.level(true);   // as for a level entered and found empty
+                w.host.level(false);
                 continue;
             }
             dir.close();
@@ -164,13 +162,13 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
             }
         }
     }
-    w.host.enablecontrols(true);
+    w.host.level(false);
     return dir;
 }
 
 }  // namespace
 
-void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, Host& host,
+void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& host,
                FileHandle* keepBase)
 {
     // The name part as typed, blanks included, selects in this directory;
@@ -188,8 +186,8 @@ void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& ba
     FileHandle dir(openlong(dirpath, kDirFlags));
     if (!dir.valid()) {
         host.unreadable(dirpath, errno);
-        host.enablecontrols(false);
-        host.enablecontrols(true);
+        host.level(true);
+        host.level(false);
         return;
     }
     if (keepBase)

@@ -22,14 +22,16 @@
 
 #include "engine/files/files.h"
 #include "gui/common/latin1.h"
+#include "gui/mainwindow/session.h"
 #include "gui/viewer/viewstate.h"
 
 class QAction;
 class QCheckBox;
+class QGridLayout;
 class QLabel;
 class QLineEdit;
-class QListWidget;
-class QListWidgetItem;
+class QAbstractItemView;
+class QListView;
 class QMenu;
 class QProgressBar;
 class QPushButton;
@@ -38,13 +40,16 @@ namespace brindlex::gui {
 
 class Designer;
 class Form2;
+class SessionListModel;
 class WindowHost;
 
 class Form1 : public QMainWindow, private ViewerHost {
     Q_OBJECT
 
 public:
-    explicit Form1(QWidget* parent = nullptr);
+    // `exeDir`: where Form_Load looks for vellumix; empty for the
+    // program's own directory.
+    explicit Form1(std::filesystem::path exeDir = {}, QWidget* parent = nullptr);
     ~Form1() override;
 
     // Start-up. `sCommand` is the program's arguments joined by single
@@ -53,27 +58,16 @@ public:
     // current directory.
     void Form_Load(const std::string& sCommand);
 
-    // 0 Find All, 1 Replace, 2 Dir (the listing), 3 Cancel. Ignored while a
-    // walk or run is under way (but 3).
-    void cmd_Click(int Index);
-
-    // One run over the selected lines of List1 (all when none is selected).
-    // Also what the viewer's Goto starts. Returns at once while another walk
-    // or run is under way.
-    void findinfiles(const std::string& sFind, bool bReplace);
+    // The command buttons cmd(0) Find All, cmd(1) Replace, cmd(2) Dir (the
+    // listing), cmd(3) Cancel. Ignored while a walk or run is under way
+    // (but Cancel).
+    void cmdFindAll_Click() { cmdFind_Click(false); }
+    void cmdReplace_Click() { cmdFind_Click(true); }
+    void cmdDir_Click();
+    void cmdCancel_Click();
 
     void chkIncludeSubs_Click();
     void lblDir_Click();
-
-    // Selects the first 1000 characters of `box` and gives it the focus,
-    // unless the last call that did so was less than 0.000001 day (86.4 ms)
-    // ago: giving the focus calls this again through the focus event, and
-    // that second call must leave the selection alone.
-    void selectalltext(QLineEdit* box);
-
-    // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
-    // list units (4 units = one average character width of the list's font).
-    void settabstops(QListWidget* lstList, const std::string& sStops);
 
     void mnuConvertHex_Click();
     void mnuopt_Click();
@@ -83,15 +77,9 @@ public:
     void mnuHelp_Click();
     void mnuExit_Click();
 
-    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile and
-    // empties List2 (with bShowMessage it tells how many sets it loaded).
-    // saverep stores the pair of Text2/Text3: with an empty name (before each
-    // run) as "Previous", and only into the default file; with a name under
-    // the user's answer to the name prompt, that name offered. mnuRep_Click
+    // The replacement sets (loadreplist, saverep). mnuRep_Click
     // picks a set into the boxes, saves the pair ("&New"), or runs the sets
     // one after the other; mnuOpenRepFile_Click loads another file of sets.
-    void loadreplist(bool bShowMessage);
-    void saverep(const std::string& sName);
     void mnuRep_Click(int Index);
     void mnuOpenRepFile_Click();
 
@@ -119,7 +107,6 @@ public:
     void List1_DblClick();
     void List2_Click();
     void List2_DblClick();
-    void openhit();
 
     // The viewer, once it has been opened.
     Form2* viewer() const { return form2.get(); }
@@ -129,6 +116,18 @@ public:
 
     WindowHost& host() { return *windowHost; }
 
+    // What the window holds: List1 and List2 show it.
+    const Session& state() const { return session; }
+
+    // The viewer's state, set here before the viewer opens.
+    ViewState& viewstate() { return view; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    friend class WindowHost;
     // Controls.
     QLabel* Label1 = nullptr;
     QLabel* Label2 = nullptr;
@@ -147,8 +146,8 @@ public:
     QCheckBox* chkIncludeSubs = nullptr;
     QCheckBox* chkCase = nullptr;
     QCheckBox* chkAsk = nullptr;
-    QListWidget* List1 = nullptr;
-    QListWidget* List2 = nullptr;
+    QListView* List1 = nullptr;
+    QListView* List2 = nullptr;
 
     // Menus. mnuRepl and every mnuRep item carry the dynamic property "Tag"
     // (a QString): the current set's name on mnuRepl ("user0" at start),
@@ -175,32 +174,48 @@ public:
     std::string sEditor;
     std::filesystem::path exeDir;     // where Form_Load looks for vellumix
     int nDumpCount = 0;               // the number of the last sheet
-    std::filesystem::path sLogFile;   // empty when the work directory can't be used
-    std::filesystem::path sScratch;   // likewise
-    int nLogMode = 0;                 // kLogFinds | kLogReplaces (engine/batch/runlog.h)
-    bool bConvertHex = false;
-    std::string sLastFind;
     double dLastFocus = 0;            // days, see selectalltext
 
-    // The viewer's state, set here before the viewer opens.
     ViewState view;
 
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override;
-    void closeEvent(QCloseEvent* event) override;
+    void cmdFind_Click(bool bReplace);
 
-private:
-    friend class WindowHost;
+    // One run over the selected lines of List1 (all when none is selected).
+    // Also what the viewer's Goto starts. Returns at once while another walk
+    // or run is under way.
+    void findinfiles(const std::string& sFind, bool bReplace);
+
+    // Selects the first 1000 characters of `box` and gives it the focus,
+    // unless the last call that did so was less than 0.000001 day (86.4 ms)
+    // ago: giving the focus calls this again through the focus event, and
+    // that second call must leave the selection alone.
+    void selectalltext(QLineEdit* box);
+
+    // Gives `lstList` up to 21 tab stops from a list like "180,190,200", in
+    // list units (4 units = one average character width of the list's font).
+    void settabstops(QAbstractItemView* lstList, const std::string& sStops);
+
+    // The replacement sets. loadreplist rebuilds mnuRep from sIniFile and
+    // empties List2 (with bShowMessage it tells how many sets it loaded).
+    // saverep stores the pair of Text2/Text3: with an empty name (before each
+    // run) as "Previous", and only into the default file; with a name under
+    // the user's answer to the name prompt, that name offered.
+    void loadreplist(bool bShowMessage);
+    void saverep(const std::string& sName);
+    void openhit();
+
     void buildsurface();
-    void buildlists(Designer& d);
+    void buildlists(Designer& d, QGridLayout& grid);
+    void fitdesignsize();
+    void showbasedir();
+    void alignlistcaptions(int stopUnits);
     void buildmenus();
     void Form_Unload();
     void listing();
     // The file of the current line of List1 or List2 and, for a hit, its
-    // position; an empty name when no line is current. The name is the real
-    // one the run kept with the line (kRealNameRole); a line without it is
-    // read back by readlist2line.
-    List2Hit currententry(const QListWidget* list) const;
+    // position; an empty name when no line is current.
+    List2Hit currententry(const QListView* list) const;
+    int currentrow(const QListView* list) const;
     // lblDir's caption and `sName`.
     std::string fullname(const std::string& sName) const;
     void startedit(const std::string& sPath, const std::string& sPosition);
@@ -212,13 +227,17 @@ private:
     int hitcount() const override;
     int currenthit() const override;
     void sethit(int row) override;
-    std::string lastfind() const override { return sLastFind; }
+    std::string lastfind() const override { return session.sLastFind; }
     void findfromviewer(const std::string& pattern) override;
     void endprogram() override { Form_Unload(); }
 
+    Session session;
+    SessionListModel* filesModel = nullptr;
+    SessionListModel* hitsModel = nullptr;
     std::unique_ptr<WindowHost> windowHost;
     std::unique_ptr<Form2> form2;
     int nBusy = 0;
+    int captionIndent = 0;    // of "Size" and "Location", in pixels
     int nRowBeforeKey = -1;   // List2's current line as a key went down
 };
 

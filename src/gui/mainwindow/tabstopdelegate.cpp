@@ -6,12 +6,6 @@
 
 namespace brindlex::gui {
 
-namespace {
-
-constexpr int kTextMargin = 2;
-
-}  // namespace
-
 int TabStopDelegate::nextstop(int x, int averageWidth) const
 {
     for (int units : stops) {

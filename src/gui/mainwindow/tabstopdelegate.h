@@ -14,6 +14,9 @@ namespace brindlex::gui {
 
 class TabStopDelegate final : public QStyledItemDelegate {
 public:
+    // Between the line's left edge and its text, in pixels.
+    static constexpr int kTextMargin = 2;
+
     using QStyledItemDelegate::QStyledItemDelegate;
 
     void setstops(std::vector<int> units) { stops = std::move(units); }

@@ -2,7 +2,7 @@
 
 #include <QApplication>
 #include <QLabel>
-#include <QListWidget>
+#include <QListView>
 #include <QMenu>
 #include <QProgressBar>
 #include <QPushButton>
@@ -44,13 +44,12 @@ void WindowHost::flush()
 {
     if (form.cmd[3]->isEnabled())
         showprogress();
-    if (!pendingHits.isEmpty()) {
-        const int first = form.List2->count();
-        form.List2->addItems(pendingHits);
-        for (int k = 0; k < pendingNames.size(); ++k)
-            form.List2->item(first + k)->setData(kRealNameRole, pendingNames[k]);
+    if (!pendingHits.empty()) {
+        hitsModel.append(pendingHits.size(), [this] {
+            session.hits.insert(session.hits.end(), std::make_move_iterator(pendingHits.begin()),
+                                std::make_move_iterator(pendingHits.end()));
+        });
         pendingHits.clear();
-        pendingNames.clear();
     }
     if (pendingCount) {
         setstatus(std::to_string(*pendingCount));
@@ -74,7 +73,7 @@ void WindowHost::showprogress()
     if (nBegun == 0) {
         // A walk: the number of files is known only at its end.
         bar->setRange(0, 0);
-        bar->setFormat(QStringLiteral("%1 files listed").arg(form.List1->count()));
+        bar->setFormat(QStringLiteral("%1 files listed").arg(session.files.size()));
     } else {
         constexpr int kSteps = 1000;   // of one file
         constexpr std::int64_t kBigFile = std::int64_t{1} << 24;
@@ -138,27 +137,18 @@ void WindowHost::yield()
 
 void WindowHost::addentry(const std::string& name, std::int64_t size)
 {
-    if (form.List1->count() >= kList1Limit)
-        return;
-    const std::string line = list1line(name, size);
-    const std::size_t at = list1insertion(
-        static_cast<std::size_t>(form.List1->count()),
-        [this](std::size_t i) { return fromwidget(form.List1->item(static_cast<int>(i))->text()); }, line);
-    form.List1->insertItem(static_cast<int>(at), towidget(line));
-    form.List1->item(static_cast<int>(at))->setData(kRealNameRole,
-                                                    QByteArray(name.data(), static_cast<qsizetype>(name.size())));
+    session.files.push_back(FileEntry{name, size, false});
 }
 
 void WindowHost::clearhits()
 {
     // A run begins: it goes over the selected lines, or all of them.
-    const auto selected = static_cast<std::size_t>(form.List1->selectedItems().size());
-    nRunFiles = selected > 0 ? selected : static_cast<std::size_t>(form.List1->count());
+    const auto selected = static_cast<std::size_t>(form.List1->selectionModel()->selectedIndexes().size());
+    nRunFiles = selected > 0 ? selected : session.files.size();
     nBegun = 0;
     lFileDone = lFileLen = 0;
     pendingHits.clear();
-    pendingNames.clear();
-    form.List2->clear();
+    hitsModel.reset([this] { session.hits.clear(); });
     listed = 0;
 }
 
@@ -189,15 +179,13 @@ void WindowHost::hitcount(std::int64_t nHits)
 void WindowHost::setstatus(const std::string& caption)
 {
     form.Label5->setText(towidget(caption));
-    form.Label5->adjustSize();
 }
 
 void WindowHost::hit(const std::string& sName, std::int64_t lPos)
 {
     if (listed < kListLimit) {
         ++listed;
-        pendingHits << towidget(list2line(sName, lPos));
-        pendingNames << QByteArray(sName.data(), static_cast<qsizetype>(sName.size()));
+        pendingHits.push_back(List2Hit{sName, lPos});
     }
 }
 
@@ -222,10 +210,14 @@ void WindowHost::message(const std::string& text, const Error& reason)
                          reason ? towidget(reasontext(reason)) : QString());
 }
 
-void WindowHost::lineupdated(std::size_t index, const std::string& line)
+void WindowHost::lineupdated(std::size_t index, const FileEntry& entry)
 {
-    if (QListWidgetItem* item = form.List1->item(static_cast<int>(index)))
-        item->setText(towidget(line));
+    // The name stays: the run reads the names of the files behind it.
+    if (index >= session.files.size())
+        return;
+    session.files[index].size = entry.size;
+    session.files[index].rewritten = entry.rewritten;
+    filesModel.changed(index);
 }
 
 }  // namespace brindlex::gui

@@ -1,5 +1,6 @@
-// The window's side of a walk or a run: the file list goes into List1 (kept
-// in byte order), hits into List2 (the first 1000), the status into Label5,
+// The window's side of a walk or a run: the walk's entries go into the
+// session (sorted once, by the window, when the walk ends), hits into the
+// session's hit list and List2 (the first 1000), the status into Label5,
 // questions and messages into the dialog seam.
 //
 // The engine calls yield() very often (after every hit); only a call at
@@ -12,7 +13,6 @@
 #pragma once
 
 #include <QPointer>
-#include <QStringList>
 #include <QWidget>
 
 #include <chrono>
@@ -20,24 +20,23 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/batch/host.h"
+#include "gui/mainwindow/listmodel.h"
 
 namespace brindlex::gui {
 
 class Form1;
 
-// List1 and List2 items keep the file's real name (bytes) in this role: the
-// line shows it, the name finds the file again.
-inline constexpr int kRealNameRole = Qt::UserRole;
-
 class WindowHost final : public Host {
 public:
     static constexpr std::chrono::milliseconds kYieldSpacing{30};
-    // The sorted list box counts its lines with a 16-bit number.
-    static constexpr int kList1Limit = 32767;
 
-    explicit WindowHost(Form1& form) : form(form) {}
+    WindowHost(Form1& form, Session& session, SessionListModel& files, SessionListModel& hits)
+        : form(form), session(session), filesModel(files), hitsModel(hits)
+    {
+    }
 
     // A walk or run begins: the next yield is a real one.
     void beginwork();
@@ -53,7 +52,7 @@ public:
     void hit(const std::string& sName, std::int64_t lPos) override;
     Answer question(const std::string& title, const std::string& text) override;
     void message(const std::string& text, const Error& reason) override;
-    void lineupdated(std::size_t index, const std::string& line) override;
+    void lineupdated(std::size_t index, const FileEntry& entry) override;
     void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
 
 private:
@@ -67,8 +66,10 @@ private:
     std::int64_t lFileDone = 0, lFileLen = 0;
 
     Form1& form;
-    QStringList pendingHits;
-    QList<QByteArray> pendingNames;   // the real name of each pending hit
+    Session& session;
+    SessionListModel& filesModel;
+    SessionListModel& hitsModel;
+    std::vector<List2Hit> pendingHits;
     std::optional<std::string> pendingStatus;
     // A hit count waiting to be painted; formatted only then.
     std::optional<std::int64_t> pendingCount;

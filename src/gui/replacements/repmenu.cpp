@@ -3,7 +3,7 @@
 #include <QAction>
 #include <QMenu>
 
-#include "gui/mainwindow/form1.h"
+#include "gui/common/latin1.h"
 
 namespace brindlex::gui {
 

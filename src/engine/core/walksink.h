@@ -1,0 +1,35 @@
+// Where a directory walk (files/walk.cpp) tells what it finds: the window's
+// host, the command line's, a test's. The walk shows nothing itself.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace brindlex {
+
+class WalkSink {
+public:
+    virtual ~WalkSink() = default;
+
+    // A regular file (or a link to one): its real name relative to the base
+    // directory, as bytes, and its size (0 when sizes aren't wanted).
+    virtual void entry(const std::string& name, std::int64_t size) = 0;
+
+    // The directory at `path` could not be opened (errno `code`): the
+    // mask's own directory, or a subdirectory the walk passes over.
+    virtual void unreadable(const std::string& /*path*/, int /*code*/) {}
+
+    // Whether the entries need their true sizes; without, a regular file
+    // is taken as its directory entry gives it, with no stat of its own.
+    virtual bool wantsizes() const { return true; }
+
+    // A directory's listing begins (true) or ends (false).
+    virtual void level(bool /*begins*/) {}
+
+    // Called before each file and each directory entry: lets events in,
+    // and answers false when the user asked to stop, which ends the listing
+    // of the directory in hand.
+    virtual bool carryon() { return true; }
+};
+
+}  // namespace brindlex
