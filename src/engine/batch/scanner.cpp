@@ -227,7 +227,7 @@ void OutputBuffer::writeslow(std::string_view bytes)
     if (used_ + bytes.size() > kBuffer && !flush())
         return;
     if (!buf_) {
-        buf_ = std::make_unique_for_overwrite<char[]>(kBuffer);
+        buf_ = AlignedBuffer<char>(kBuffer);
         room_ = kBuffer - used_;
     }
     std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
@@ -286,8 +286,7 @@ public:
     {
         for (Slot& slot : slots_) {
             if (bKeepBytes_)
-                slot.data = std::make_unique_for_overwrite<unsigned char[]>(
-                    static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
+                slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
         readers_ = startworkers(std::clamp(std::thread::hardware_concurrency(), 1u, 4u), [this] { readall(); });
         // With no reader the scan reads for itself.
@@ -361,7 +360,7 @@ public:
 private:
     enum : int { kEmpty, kRead, kFailed };
     struct Slot {
-        std::unique_ptr<unsigned char[]> data;   // kPad bytes of room, the read, kOverread spare
+        AlignedBuffer<> data;                    // kPad bytes of room, the read, kOverread spare
         std::vector<std::uint32_t> found;
         int error = 0;                           // of a failed read: errno, 0 for the file's early end
         std::atomic<int> state {kEmpty};         // kEmpty again once the scan has left it
@@ -377,9 +376,9 @@ private:
 
     void readall()
     {
-        std::unique_ptr<unsigned char[]> own;
+        AlignedBuffer<> own;
         if (!bKeepBytes_)
-            own = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(chunk_ + look_));
+            own = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
         for (;;) {
             const std::int64_t k = claimed_.fetch_add(1);
             const std::int64_t from = k * chunk_;
@@ -476,8 +475,7 @@ bool Scanner::load(std::int64_t from0)
         // A small file gets a small buffer, left uninitialised: a run over
         // a tree of small files must not clear a whole window per file. The
         // output's copies of fixed length may read kOverread bytes past it.
-        buf_ = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(std::min(window_, lLen_))
-                                                                + OutputBuffer::kOverread);
+        buf_ = AlignedBuffer<>(static_cast<std::size_t>(std::min(window_, lLen_)) + OutputBuffer::kOverread);
     }
     win_ = buf_.get();
     std::int64_t got = 0;
@@ -548,11 +546,12 @@ void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
 {
     // What lies behind the window (the start of a file whose output began
     // at its first hit) is read again in pieces.
-    std::vector<unsigned char> piece;
+    AlignedBuffer<> piece;
     while (from0 < std::min(to0, wS_)) {
         const std::int64_t want = std::min(window_, std::min(to0, wS_) - from0);
-        piece.resize(static_cast<std::size_t>(want));
-        const ssize_t r = ::pread(fd_, piece.data(), piece.size(), from0);
+        if (piece.size() < static_cast<std::size_t>(want))
+            piece = AlignedBuffer<>(static_cast<std::size_t>(want));
+        const ssize_t r = ::pread(fd_, piece.data(), static_cast<std::size_t>(want), from0);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {

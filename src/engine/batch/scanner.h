@@ -30,6 +30,7 @@
 #include <string_view>
 
 #include "engine/batch/host.h"
+#include "engine/core/alignedbuffer.h"
 
 namespace brindlex {
 
@@ -141,7 +142,7 @@ public:
 private:
     void writeslow(std::string_view bytes);
     ByteSink* sink_;
-    std::unique_ptr<char[]> buf_;
+    AlignedBuffer<char> buf_;
     std::size_t used_ = 0;
     std::size_t room_ = 0;
     bool ok_ = true;
@@ -252,7 +253,7 @@ private:
     Host& host_;
     std::int64_t window_;
     std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
-    std::unique_ptr<unsigned char[]> buf_;   // the window as read without prefetching
+    AlignedBuffer<> buf_;                    // the window as read without prefetching
     const unsigned char* win_ = nullptr;     // the window's bytes
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
     std::int64_t outPos_ = 0;        // 0-based next byte to emit

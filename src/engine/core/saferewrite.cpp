@@ -19,6 +19,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 #include "engine/core/openbinary.h"
 
@@ -233,7 +234,7 @@ Error copyover(int from, int dest, off_t length, const fs::path& scratch, const 
     if (length > 0 && checked("fallocate", [&] { return ::fallocate(dest, FALLOC_FL_KEEP_SIZE, 0, length); }) != 0
         && errno != EOPNOTSUPP && errno != ENOSYS)
         return errorfromerrno(errno, target);
-    std::vector<char> buf(std::size_t{1} << 20);
+    AlignedBuffer<char> buf(std::size_t{1} << 20);
     for (off_t at = 0; at < length;) {
         ssize_t got = checked("copy-read", [&] { return ::pread(from, buf.data(), buf.size(), at); });
         if (got < 0 && errno == EINTR)
