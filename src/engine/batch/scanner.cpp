@@ -140,30 +140,69 @@ BRINDLEX_CLONES std::size_t PatternSearch::filter(const unsigned char* data, std
     return npos;
 }
 
-// findall with AVX2: a 32-bit mask of the candidates of 32 places, taken
-// bit by bit. The loader's choice of clones can't pick this one, since the
-// mask has no generic vector form; it is chosen at run time instead.
-__attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const unsigned char* data,
-                                                                        std::size_t last, std::size_t& i,
-                                                                        std::uint32_t* out, std::size_t max) const
+namespace {
+
+// The candidates of 32 places from `p`: a set lane where the first byte of
+// the pattern may start and its last byte (`back` further) may end. One
+// value per end (match case, or a byte without case) saves two compares.
+template <bool Single>
+__attribute__((target("avx2"), always_inline)) inline __m256i candidates(const unsigned char* p, std::size_t back,
+                                                                          __m256i f0, __m256i f1, __m256i l0,
+                                                                          __m256i l1)
 {
-    const std::size_t n = pattern_.size();
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + back));
+    if constexpr (Single)
+        return _mm256_and_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(b, l0));
+    return _mm256_and_si256(_mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1)),
+                            _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1)));
+}
+
+}  // namespace
+
+std::size_t PatternSearch::takecandidates(std::uint64_t bits, const unsigned char* data, std::size_t i,
+                                          std::uint32_t* out) const
+{
+    std::size_t count = 0;
+    for (; bits != 0; bits &= bits - 1) {
+        const std::size_t at = i + static_cast<std::size_t>(__builtin_ctzll(bits));
+        if (pattern_.size() == 1 || matchesat(data + at))
+            out[count++] = static_cast<std::uint32_t>(at);
+    }
+    return count;
+}
+
+// findall with AVX2: the candidates of 64 places at a time, as a mask taken
+// bit by bit when it has any. The loader's choice of clones can't pick this
+// one, since the mask has no generic vector form; it is chosen at run time
+// instead.
+template <bool Single>
+__attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const unsigned char* data, std::size_t last,
+                                                                        std::size_t& i, std::uint32_t* out,
+                                                                        std::size_t max) const
+{
+    const std::size_t back = pattern_.size() - 1;
     const __m256i f0 = _mm256_set1_epi8(static_cast<char>(first_[0]));
     const __m256i f1 = _mm256_set1_epi8(static_cast<char>(first_[1]));
     const __m256i l0 = _mm256_set1_epi8(static_cast<char>(last_[0]));
     const __m256i l1 = _mm256_set1_epi8(static_cast<char>(last_[1]));
     std::size_t count = 0;
-    // Room for a whole group of 32 before each step.
+    // Room for every place of a step before it is taken.
+    for (; i + 63 <= last && count + 64 <= max; i += 64) {
+        const __m256i m0 = candidates<Single>(data + i, back, f0, f1, l0, l1);
+        const __m256i m1 = candidates<Single>(data + i + 32, back, f0, f1, l0, l1);
+        const __m256i any = _mm256_or_si256(m0, m1);
+        if (_mm256_testz_si256(any, any)) [[likely]]
+            continue;
+        const std::uint64_t bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m0))
+                                   | std::uint64_t {static_cast<std::uint32_t>(_mm256_movemask_epi8(m1))} << 32;
+        count += takecandidates(bits, data, i, out + count);
+    }
     for (; i + 31 <= last && count + 32 <= max; i += 32) {
-        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i));
-        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i + n - 1));
-        const __m256i m = _mm256_and_si256(_mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1)),
-                                           _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1)));
-        for (auto bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m)); bits != 0; bits &= bits - 1) {
-            const std::size_t at = i + static_cast<std::size_t>(__builtin_ctz(bits));
-            if (n == 1 || matchesat(data + at))
-                out[count++] = static_cast<std::uint32_t>(at);
-        }
+        const __m256i m = candidates<Single>(data + i, back, f0, f1, l0, l1);
+        if (_mm256_testz_si256(m, m))
+            continue;
+        count += takecandidates(static_cast<std::uint32_t>(_mm256_movemask_epi8(m)), data, i, out + count);
     }
     return count;
 }
@@ -179,7 +218,10 @@ std::size_t PatternSearch::findall(const unsigned char* data, std::size_t size, 
     static const bool wide = __builtin_cpu_supports("avx2");
     const std::size_t last = size - n;
     std::size_t i = from;
-    std::size_t count = filterable_ && wide ? findallwide(data, last, i, out, max) : 0;
+    std::size_t count = 0;
+    if (filterable_ && wide)
+        count = first_[0] == first_[1] && last_[0] == last_[1] ? findallwide<true>(data, last, i, out, max)
+                                                               : findallwide<false>(data, last, i, out, max);
     for (; i <= last && count < max; ++i) {
         i = find(data, size, i);
         if (i == npos)

@@ -60,8 +60,12 @@ public:
 private:
     bool matchesat(const unsigned char* p) const;
     std::size_t filter(const unsigned char* data, std::size_t& i, std::size_t last) const;
+    template <bool Single>
     std::size_t findallwide(const unsigned char* data, std::size_t last, std::size_t& i, std::uint32_t* out,
                             std::size_t max) const;
+    // The places of `bits` (bit k: place i + k) where the whole pattern is.
+    [[gnu::noinline]] std::size_t takecandidates(std::uint64_t bits, const unsigned char* data, std::size_t i,
+                                                 std::uint32_t* out) const;
 
     std::string pattern_;
     bool bMatchCase_;
