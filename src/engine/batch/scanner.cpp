@@ -330,7 +330,7 @@ public:
             if (bKeepBytes_)
                 slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
-        readers_ = startworkers(std::clamp(std::thread::hardware_concurrency(), 1u, 4u), [this] { readall(); });
+        readers_ = startworkers(std::min<std::size_t>(usablecores(), kMaxReaders), [this] { readall(); });
         // With no reader the scan reads for itself.
         if (readers_.empty())
             throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
@@ -408,6 +408,8 @@ private:
         std::atomic<int> state {kEmpty};         // kEmpty again once the scan has left it
     };
     static constexpr std::int64_t kSlots = 8;
+    // Beyond a few readers the copies from the page cache no longer speed up.
+    static constexpr std::size_t kMaxReaders = 4;
     static constexpr int kSpins = 256;
 
     void wake()
@@ -501,7 +503,8 @@ void Scanner::failread(int code)
 
 bool Scanner::load(std::int64_t from0)
 {
-    if (from0 == 0 && !prefetch_ && lLen_ > kPrefetchWindows * window_) {
+    // On one core a reader thread would only take turns with the scan.
+    if (from0 == 0 && !prefetch_ && lLen_ > kPrefetchWindows * window_ && usablecores() > 1) {
         try {
             // The occurrences are looked for ahead only for collect().
             prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
