@@ -172,8 +172,8 @@ words = best["command"].split()
 peer = os.path.basename(words[0])
 if peer == "readloop" and words[1] == "-t":
     peer += " -t " + words[2]
-elif peer == "brindlex-cli":
-    peer += " " + words[1]
+elif words[0] == ours["command"].split()[0]:
+    peer = "brindlex " + words[1]
 if sys.argv[6] == "1":
     # Under load: within 1.3 times the peer, whichever way the goal runs.
     kind, goal = ("le", 1.3) if kind == "le" else ("speedup", 1 / 1.3)

@@ -256,14 +256,15 @@ TEST(ScannerDifferential, AgreesWithTheBlockModelOnRandomFiles)
 // Dense hits through a file long enough to be read ahead: the output goes
 // through many buffer flushes and windows, with a replacement of each kind
 // (short, up to a fixed copy's length, longer, empty) and spans between hits
-// on both sides of that length.
+// on both sides of that length, and now and then one long enough to be
+// written straight from the window.
 TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
 {
     test::TempDir dir;
     std::mt19937_64 rng(20261123);
     std::string content;
     while (content.size() < (20u << 20)) {
-        content.append(rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
+        content.append(rng() % 256 == 0 ? 60000 + rng() % 200000 : rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
         content += '\r';
     }
     for (const std::string& sReplace : {std::string("\r\n"), std::string(40, 'y'), std::string(300, 'z'), std::string()}) {

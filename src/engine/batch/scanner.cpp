@@ -194,9 +194,16 @@ __attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const uns
         const __m256i any = _mm256_or_si256(m0, m1);
         if (_mm256_testz_si256(any, any)) [[likely]]
             continue;
-        const std::uint64_t bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m0))
-                                   | std::uint64_t {static_cast<std::uint32_t>(_mm256_movemask_epi8(m1))} << 32;
-        count += takecandidates(bits, data, i, out + count);
+        std::uint64_t bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m0))
+                             | std::uint64_t {static_cast<std::uint32_t>(_mm256_movemask_epi8(m1))} << 32;
+        if (back != 0) {
+            count += takecandidates(bits, data, i, out + count);
+            continue;
+        }
+        // One byte, as CR in a text: every candidate is a hit, and they are
+        // dense enough for the call to cost.
+        for (; bits != 0; bits &= bits - 1)
+            out[count++] = static_cast<std::uint32_t>(i + static_cast<std::size_t>(__builtin_ctzll(bits)));
     }
     for (; i + 31 <= last && count + 32 <= max; i += 32) {
         const __m256i m = candidates<Single>(data + i, back, f0, f1, l0, l1);
