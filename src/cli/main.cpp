@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "engine/core/inplace.h"
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
@@ -58,6 +59,11 @@ int main(int argc, char** argv)
         const std::string finished = brindlex::finishinterruptedcopy(brindlex::scratchfilepath());
         if (!finished.empty())
             std::fprintf(stderr, "brindlex-cli: %s\n", finished.c_str());
+        std::string undone = brindlex::rollbackinplaceedits(brindlex::workdirpath());
+        for (std::size_t at = 0, end; !undone.empty() && at <= undone.size(); at = end + 1) {
+            end = std::min(undone.find('\n', at), undone.size());
+            std::fprintf(stderr, "brindlex-cli: %s\n", undone.substr(at, end - at).c_str());
+        }
     }
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty())

@@ -11,6 +11,7 @@
 #include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
+#include "engine/core/inplace.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
@@ -56,6 +57,66 @@ private:
     bool tried_ = false;
 };
 
+// The edits of a replace that keeps the file's length, written in place. As
+// with ReplaceSink, the undo journal is made only at the first edit.
+class InPlaceSink : public EditSink {
+public:
+    InPlaceSink(const std::string& target, const std::filesystem::path& workdir, const OpenedFile& original)
+        : target_(target), workdir_(workdir), original_(original)
+    {
+    }
+
+    void edit(std::int64_t lPos, std::string_view was, std::string_view becomes) override
+    {
+        if (!tried_) {
+            tried_ = true;
+            edit_ = InPlaceEdit::begin(target_, original_, workdir_, beginError_);
+        }
+        if (edit_)
+            edit_->add(lPos - 1, was, becomes);
+    }
+
+    // Puts the edits in place, as commitrewrite does a new content: the
+    // length check first (a file that grew or shrank since it was read is
+    // left alone), then the commit.
+    Rewrite commit(const std::string& sFile)
+    {
+        Rewrite rewrite;
+        rewrite.copiedfrom = workdir_ / "brindlex.undo";
+        struct stat now {};
+        if (!edit_) {
+            rewrite.failure = RewriteFailure::Length;
+            rewrite.reason = beginError_;
+            return rewrite;
+        }
+        if (unread_ || ::stat(target_.c_str(), &now) != 0 || now.st_size != original_.st.st_size) {
+            rewrite.failure = RewriteFailure::Length;
+            rewrite.reason = Error{ESTALE, "File changed by another program since it was read", sFile};
+            return rewrite;
+        }
+        rewrite.reason = edit_->commit();
+        rewrite.lLength = original_.size();
+        if (rewrite.reason)
+            rewrite.failure = RewriteFailure::Copy;
+        return rewrite;
+    }
+
+    const struct stat& result() const { return edit_ ? edit_->result() : original_.st; }
+
+    // The file could not be read to its end: its edits are refused as a new
+    // content that came out short would be.
+    void unread() { unread_ = true; }
+
+private:
+    const std::string& target_;
+    std::filesystem::path workdir_;
+    const OpenedFile& original_;
+    std::unique_ptr<InPlaceEdit> edit_;
+    Error beginError_;
+    bool tried_ = false;
+    bool unread_ = false;
+};
+
 // The new content of a dry run: the replace's steps without a file.
 class DiscardSink : public ByteSink {
 public:
@@ -91,6 +152,7 @@ struct FileScan {
     std::int64_t nHits = 0;
     std::int64_t lLenChange = 0;
     std::unique_ptr<FileOutput> output;   // a replace's new content
+    std::unique_ptr<InPlaceSink> inplace; // or its edits in place
 };
 
 // The message of a read that failed under the scan, errno `code` (0: the
@@ -165,6 +227,15 @@ std::vector<std::size_t> filestorun(const RunRequest& request)
 
 class BatchRun {
 public:
+    // Whether a replace writes its edits into `opened` where they stand:
+    // every hit keeps its length and the file is big enough for a copy of
+    // it to be the whole cost.
+    bool inplace(const OpenedFile& opened) const
+    {
+        return patterns.sFind.size() == patterns.sReplace.size() && !request.sScratch.empty()
+            && opened.size() >= inplacethreshold();
+    }
+
     BatchRun(const RunRequest& request, Host& host)
         : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
           search(patterns.sFind, patterns.bMatchCase)
@@ -211,7 +282,7 @@ RunResult BatchRun::run()
             host.enablecontrols(true);
             return result;
         }
-        if (file.output && file.nHits > 0)
+        if ((file.output || file.inplace) && file.nHits > 0)
             commitfile(file);
     }
     finish();
@@ -271,16 +342,21 @@ bool BatchRun::scanfile(FileScan& file)
     std::optional<OutputBuffer> dry;
     if (request.bReplace && request.bDryRun)
         dry.emplace(&discard);
+    else if (request.bReplace && inplace(opened))
+        file.inplace = std::make_unique<InPlaceSink>(file.sFile, request.sScratch.parent_path(), opened);
     else if (request.bReplace)
         file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch, opened);
     OutputBuffer* out = dry ? &*dry : file.output ? &file.output->nOut : nullptr;
     Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
     ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
-                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out, .host = host};
+                   .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out,
+                   .edits = file.inplace.get(), .host = host};
     file.nHits = scanloop(scan, file.sName);
     file.lLenChange = scan.lLenChange;
     // A replace's commit refuses the short output and says why.
-    if (scanner.readfailed() && !file.output)
+    if (scanner.readfailed() && file.inplace)
+        file.inplace->unread();
+    else if (scanner.readfailed() && !file.output)
         host.message(readerrormessage(file.sFile, scanner.readerrno()));
     result.hits += file.nHits;
     result.filesWithHits += file.nHits > 0;
@@ -294,15 +370,20 @@ void BatchRun::commitfile(FileScan& file)
 {
     // A failed write is kept by the SafeReplace, a failed begin by the sink:
     // either fails the check with its reason.
-    FileOutput& output = *file.output;
-    output.nOut.flush();
-    output.sink.begun();   // a file that becomes empty gets no write at all
-    const Rewrite rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
+    Rewrite rewrite;
+    if (file.inplace) {
+        rewrite = file.inplace->commit(file.sFile);
+    } else {
+        FileOutput& output = *file.output;
+        output.nOut.flush();
+        output.sink.begun();   // a file that becomes empty gets no write at all
+        rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
+    }
     if (rewrite.failure != RewriteFailure::Length)
         host.lineupdated(file.index, list1line(file.sName, rewrite.lLength, true));
     if (rewrite.failure == RewriteFailure::None) {
         ++result.filesRewritten;
-        rewritten.add(output.sink.replace()->result(), file.sFile);
+        rewritten.add(file.inplace ? file.inplace->result() : file.output->sink.replace()->result(), file.sFile);
         return;
     }
     // The copy message holds the platform's text already.

@@ -515,7 +515,7 @@ bool Scanner::load(std::int64_t from0)
         try {
             // The occurrences are looked for ahead only for collect().
             prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
-                                                   bulk_ ? &search_ : nullptr, out_ != nullptr);
+                                                   bulk_ ? &search_ : nullptr, out_ != nullptr || keepBytes_);
         } catch (const std::system_error&) {
             // No thread to spare: the scan reads for itself.
         }
@@ -700,12 +700,15 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
         rep.set(*sReplace);
     while (count < max) {
         const std::size_t k = findall(size, scanned, found, std::min(kFound, max - count));
-        if (!sReplace) {
+        if (!sReplace || !out_) {
+            // A replace without an output (its edits go in place) restarts
+            // as one with it.
+            const std::size_t step = sReplace ? un : 1;
             for (std::size_t j = 0; j < k; ++j) {
                 if (found[j] < at)
                     continue;   // inside the bytes of a hit counted already
                 lPos[count++] = wS_ + static_cast<std::int64_t>(found[j]) + 1;
-                at = found[j] + 1;
+                at = found[j] + step;
             }
         } else if (rep.bShort) {
             count += replacefound<16>(found, k, at, lPos + count, rep);
@@ -797,6 +800,25 @@ std::size_t Scanner::findall(std::size_t size, std::size_t& from, std::uint32_t*
     return count;
 }
 
+std::string_view Scanner::bytesat(std::int64_t lPos, std::size_t n)
+{
+    const std::int64_t from0 = lPos - 1;
+    if (win_ && from0 >= wS_ && from0 + static_cast<std::int64_t>(n) <= wE_)
+        return {reinterpret_cast<const char*>(win_ + (from0 - wS_)), n};
+    read_.assign(n, '\0');
+    for (std::size_t got = 0; got < n;) {
+        const ssize_t r = ::pread(fd_, read_.data() + got, n - got, from0 + static_cast<std::int64_t>(got));
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0) {
+            failread(r < 0 ? errno : 0);
+            break;
+        }
+        got += static_cast<std::size_t>(r);
+    }
+    return read_;
+}
+
 void Scanner::emitupto(std::int64_t lTo)
 {
     if (!out_)
@@ -858,7 +880,7 @@ namespace {
     if ((f.nLogMode & kLogFinds) && f.log) [[unlikely]]
         f.log->writelog(kLogFound, f.sFile, hit.lPos, hit.sBuf.substr(hit.nAt - 1));
     lPos = hit.lPos;
-    if (!f.nOut)
+    if (!f.nOut && !f.edits)
         return;
 
     f.scanner.emitupto(hit.lPos);
@@ -874,7 +896,10 @@ namespace {
     // a log line shows behind the replacement.
     const std::string_view fromHit = hit.sBuf.substr(hit.nAt - 1);
     const std::string_view text = answer == Answer::No ? fromHit.substr(0, f.sFind.size()) : f.sReplace;
-    f.nOut->write(text);
+    if (f.nOut)
+        f.nOut->write(text);
+    else
+        f.edits->edit(hit.lPos, fromHit.substr(0, f.sFind.size()), text);
     if ((f.nLogMode & kLogReplaces) && f.log && answer != Answer::No && f.sReplace != f.sFind) [[unlikely]] {
         std::string shown(f.sReplace.substr(0, kLogTextBytes));
         shown += fromHit.substr(f.sFind.size(), kLogTextBytes - shown.size());
@@ -903,7 +928,7 @@ std::int64_t scanbatches(ScanFile& f, const std::string& sName)
     constexpr std::size_t kBatch = 4096;
     std::int64_t lPos[kBatch];
     std::int64_t nHits = 0;
-    const std::string_view* sReplace = f.nOut ? &f.sReplace : nullptr;
+    const std::string_view* sReplace = f.nOut || f.edits ? &f.sReplace : nullptr;
     const auto grow = static_cast<std::int64_t>(f.sReplace.size()) - static_cast<std::int64_t>(f.sFind.size());
     std::int64_t s = 1;
     while (s != 0) {
@@ -913,6 +938,10 @@ std::int64_t scanbatches(ScanFile& f, const std::string& sName)
         nHits += static_cast<std::int64_t>(f.host.hits(sName, lPos, count, nHits));
         if (f.host.bCancel)
             return nHits;
+        if (f.edits) {
+            for (std::size_t k = 0; k < count; ++k)
+                f.edits->edit(lPos[k], f.scanner.bytesat(lPos[k], f.sFind.size()), f.sReplace);
+        }
         if (sReplace)
             f.lLenChange += grow * static_cast<std::int64_t>(count);
     }
@@ -930,6 +959,8 @@ std::int64_t scanloop(ScanFile& f, const std::string& sName)
     std::int64_t lPos = 0;
     std::int64_t nHits = 0;
     f.lLenChange = 0;
+    if (f.edits)
+        f.scanner.keepbytes();
     const bool logging = f.log && (f.nLogMode & 3);
     if (!f.bAsk && !logging && !f.sFind.empty() && f.sFind.size() <= Scanner::kLeftmostFound)
         return scanbatches(f, sName);

@@ -85,6 +85,15 @@ public:
     virtual bool write(std::string_view bytes) = 0;
 };
 
+// Where a replace whose text keeps the length sends its edits, instead of
+// streaming the file anew: at 1-based `lPos` the bytes `was` become
+// `becomes`, of the same length, in the order of the scan.
+class EditSink {
+public:
+    virtual ~EditSink() = default;
+    virtual void edit(std::int64_t lPos, std::string_view was, std::string_view becomes) = 0;
+};
+
 // Buffers small writes into large ones; long spans go straight through.
 // After the first failed write everything else is dropped, so the length of
 // what arrived stays short and the length check refuses it. A replace with a
@@ -199,11 +208,20 @@ public:
     // is loaded when the scan has left it), up to `max` of them, into
     // `lPos`: a bulk next() for patterns of at most kLeftmostFound bytes,
     // which needs no block. A find restarts one byte behind each hit; a
-    // replace (`sReplace` not null) writes the replacement at each hit and
-    // restarts behind the matched bytes. Returns the count; `s` becomes the
+    // replace (`sReplace` not null) writes the replacement at each hit (when
+    // there is an output) and restarts behind the matched bytes. Returns the count; `s` becomes the
     // next restart, or 0 when the file is done, the host cancelled or a
     // read failed. With "AA" in "AAAA" a find gives 1, 2, 3, a replace 1, 3.
     std::size_t collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max);
+
+    // The `n` bytes of the file at 1-based `lPos`: from the window when it
+    // holds them (as it does for the hits collect() just gave), else read.
+    // Valid until the scan goes on.
+    std::string_view bytesat(std::int64_t lPos, std::size_t n);
+
+    // The windows keep the file's bytes even without an output, for a
+    // bytesat() of every hit. Before the scan begins.
+    void keepbytes() { keepBytes_ = true; }
 
     // Emits the bytes up to position `lTo` - 1; the output begins with the
     // first call, at the first hit, so a file without hits writes nothing.
@@ -267,6 +285,8 @@ private:
     bool emitting_ = false;
     bool readfailed_ = false;
     int readErrno_ = 0;
+    std::string read_;               // bytesat() outside the window
+    bool keepBytes_ = false;
 };
 
 // Everything that the scan of one file and its hit steps need.
@@ -279,6 +299,7 @@ struct ScanFile {
     int nLogMode = 0;
     RunLog* log = nullptr;       // null: no log lines
     OutputBuffer* nOut = nullptr;  // the scratch output; null in a find
+    EditSink* edits = nullptr;     // a replace's edits in place, instead of nOut
     std::int64_t lLenChange = 0;
     Host& host;
 };

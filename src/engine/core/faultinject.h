@@ -4,6 +4,7 @@
 // Unarmed, a step costs one comparison.
 #pragma once
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -30,3 +31,18 @@ const std::vector<std::string>& log();
 int fault(const char* step);
 
 }  // namespace brindlex::faultinject
+
+namespace brindlex {
+
+// Runs one step that may fail, unless the fault seam makes it fail first.
+template <class Call>
+auto checked(const char* step, Call call) -> decltype(call())
+{
+    if (int code = faultinject::fault(step)) {
+        errno = code;
+        return -1;
+    }
+    return call();
+}
+
+}  // namespace brindlex

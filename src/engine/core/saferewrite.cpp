@@ -22,23 +22,13 @@
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/signalhold.h"
 
 namespace brindlex {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// Runs one step that may fail, unless the fault seam makes it fail first.
-template <class Call>
-auto checked(const char* step, Call call) -> decltype(call())
-{
-    if (int code = faultinject::fault(step)) {
-        errno = code;
-        return -1;
-    }
-    return call();
-}
 
 Error changederror(const fs::path& path)
 {
@@ -154,43 +144,6 @@ void removestrays(int dirfd, const fs::path& dirpath)
     }
     ::closedir(dir);
 }
-
-// SIGTERM, SIGHUP and SIGINT wait while a file is between its old and new
-// content, and come once it is whole again. A handler of the process's
-// own, not a blocked mask: any thread of the process may take a signal.
-class SignalHold {
-public:
-    SignalHold()
-    {
-        caught_ = 0;
-        struct sigaction sa {};
-        sa.sa_handler = record;
-        sigfillset(&sa.sa_mask);
-        for (std::size_t i = 0; i < kSignals.size(); ++i)
-            ::sigaction(kSignals[i], &sa, &old_[i]);
-    }
-    ~SignalHold()
-    {
-        for (std::size_t i = 0; i < kSignals.size(); ++i) {
-            ::sigaction(kSignals[i], &old_[i], nullptr);
-            if (caught_ & (1 << i))
-                ::raise(kSignals[i]);
-        }
-    }
-    SignalHold(const SignalHold&) = delete;
-    SignalHold& operator=(const SignalHold&) = delete;
-
-private:
-    static constexpr std::array<int, 3> kSignals = {SIGTERM, SIGHUP, SIGINT};
-    static void record(int sig)
-    {
-        for (std::size_t i = 0; i < kSignals.size(); ++i)
-            if (kSignals[i] == sig)
-                caught_ = caught_ | (1 << i);
-    }
-    static inline volatile std::sig_atomic_t caught_ = 0;
-    std::array<struct sigaction, 3> old_ {};
-};
 
 fs::path journalpath(const fs::path& scratch)
 {

@@ -8,6 +8,7 @@
 
 #include "engine/batch/rewrite.h"
 #include "engine/core/alignedbuffer.h"
+#include "engine/core/inplace.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 #include "engine/pattern/notation.h"
@@ -96,6 +97,42 @@ Error splice(const SpliceRequest& request, int nFrom, std::int64_t lOld, SafeRep
     return replace.writeerror() ? Error{} : error;
 }
 
+// A page that keeps its length in a big file: only the bytes that differ
+// are written, in place (InPlaceEdit).
+SpliceResult savepageinplace(const SpliceRequest& request, const OpenedFile& file)
+{
+    SpliceResult result;
+    result.opened = true;
+    Error begun;
+    std::unique_ptr<InPlaceEdit> edit =
+        InPlaceEdit::begin(request.sViewFile, file, request.sScratch.parent_path(), begun);
+    if (!edit) {
+        result.error = begun;
+        return result;
+    }
+    std::string old;
+    for (std::int64_t done = 0; done < request.lViewLen;) {
+        old.clear();
+        const std::int64_t want = std::min<std::int64_t>(request.lViewLen - done, kCopyBuffer);
+        if (!readblock(file.fd.get(), request.lViewPos - 1 + done, want, old)
+            || static_cast<std::int64_t>(old.size()) != want) {
+            result.error = errorfromerrno(old.size() != static_cast<std::size_t>(want) ? EIO : errno, request.sViewFile);
+            return result;
+        }
+        edit->add(request.lViewPos - 1 + done, old,
+                  request.bytes.substr(static_cast<std::size_t>(done), static_cast<std::size_t>(want)));
+        done += want;
+    }
+    result.error = edit->commit();
+    if (result.error.code == ESTALE)
+        result.error = changedondisk(request.sViewFile);
+    if (result.error)
+        return result;
+    result.lNewLength = file.size();
+    result.stamp = filestamp(edit->result());
+    return result;
+}
+
 }  // namespace
 
 SpliceResult splicepage(const SpliceRequest& request)
@@ -114,6 +151,9 @@ SpliceResult splicepage(const SpliceRequest& request)
         result.error = changedondisk(request.sViewFile);
         return result;
     }
+    if (static_cast<std::int64_t>(request.bytes.size()) == request.lViewLen && !request.sScratch.empty()
+        && file.size() >= inplacethreshold())
+        return savepageinplace(request, file);
     Error begun;
     std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, begun);
     // The replacement looked at the file by name after the check above: a

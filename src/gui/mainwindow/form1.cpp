@@ -23,6 +23,7 @@
 
 #include "engine/batch/run.h"
 #include "engine/batch/runlog.h"
+#include "engine/core/inplace.h"
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
@@ -304,6 +305,8 @@ void Form1::Form_Load(const std::string& sCommand)
         std::filesystem::remove(sLogFile, ignored);
         if (const std::string finished = finishinterruptedcopy(sScratch); !finished.empty())
             dialogs().messagebox(this, towidget(finished), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+        if (const std::string undone = rollbackinplaceedits(sScratch.parent_path()); !undone.empty())
+            dialogs().messagebox(this, towidget(undone), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
     settabstops(List2, kTabStops);
