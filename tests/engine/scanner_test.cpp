@@ -21,6 +21,8 @@
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
 #include "engine/core/alignedbuffer.h"
+#include "engine/core/inplace.h"
+#include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
 #include "engine/dump/dump.h"
 #include "engine/pattern/notation.h"
@@ -393,6 +395,18 @@ TEST(KernelCopies, StartOnAPageBoundary)
              struct stat st {};
              ::stat(file.c_str(), &st);
              EXPECT_FALSE(splicepage({file, 1000, 16, "0123456789abcdef", filestamp(st), work / "scratch"}).error);
+         }},
+        {"an in-place edit, its journal and the span it writes",
+         [&] {
+             OpenedFile opened;
+             ASSERT_FALSE(openbinary(file, opened));
+             Error error;
+             auto edit = InPlaceEdit::begin(file, opened, work, error);
+             ASSERT_TRUE(edit) << error.text;
+             // Hits every 40 bytes: the edits go out as spans with the bytes between.
+             for (std::int64_t at = 0; at < 200000; at += 40)
+                 edit->add(at, std::string_view(content).substr(static_cast<std::size_t>(at), 1), "#");
+             EXPECT_FALSE(edit->commit());
          }},
         {"the copy into a hard-linked file",
          [&] {

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <utility>
 
 namespace brindlex {
@@ -59,5 +60,23 @@ private:
     Byte* data_ = nullptr;
     std::size_t size_ = 0;
 };
+
+// The same allocation for a buffer that grows: a std::vector or a
+// std::basic_string with this allocator keeps its bytes on a page boundary
+// (a string's first few bytes excepted, which it holds inside itself).
+template <typename T>
+struct PageAllocator {
+    using value_type = T;
+    PageAllocator() = default;
+    template <typename U>
+    PageAllocator(const PageAllocator<U>&) noexcept
+    {
+    }
+    T* allocate(std::size_t n) { return static_cast<T*>(aligned::allocate(n * sizeof(T))); }
+    void deallocate(T* p, std::size_t) noexcept { aligned::release(p); }
+    friend bool operator==(const PageAllocator&, const PageAllocator&) { return true; }
+};
+
+using PageString = std::basic_string<char, std::char_traits<char>, PageAllocator<char>>;
 
 }  // namespace brindlex
