@@ -118,6 +118,12 @@ EOF
 cp "$corpus/big.bin" "$corpus/big.orig"
 cp "$corpus/text.txt" "$corpus/text.orig"
 cp -a "$corpus/tree" "$corpus/tree.orig"
+else
+  # A kept corpus: the last run of a replace race left its file rewritten.
+  cp "$corpus/big.orig" "$corpus/big.bin"
+  cp "$corpus/text.orig" "$corpus/text.txt"
+  rm -rf "$corpus/tree"
+  cp -a "$corpus/tree.orig" "$corpus/tree"
 fi
 # The floors of a find in one file: a bare loop of 1 MiB read() calls, and
 # two threads taking 512 KiB pread()s in turn.
