@@ -1,22 +1,92 @@
 // The fast scanner against the literal model of the block scan, on random
-// files built to reach the block edges; and the model itself pinned to the
-// block rules where the answer follows by hand.
+// files built to reach the block edges; the model itself pinned to the
+// block rules where the answer follows by hand; and where the kernel copies
+// file bytes to and from the engine's memory.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <functional>
+#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
+#include "engine/core/alignedbuffer.h"
+#include "engine/core/inplace.h"
+#include "engine/core/openbinary.h"
+#include "engine/core/saferewrite.h"
+#include "engine/dump/dump.h"
 #include "engine/pattern/notation.h"
+#include "engine/viewer/page.h"
+#include "engine/viewer/save.h"
 #include "support/recordinghost.h"
 #include "support/refscanner.h"
 #include "support/tempdir.h"
+
+// The transfers between files and memory, seen where the kernel gets them:
+// this program's read, write, pread and pwrite stand in for the C library's
+// (or a sanitizer's) and note the buffer of each transfer of a page or more
+// while noting is on.
+namespace kernelcopy {
+std::atomic<bool> noting {false};
+std::mutex mutex;
+std::vector<std::uintptr_t> buffers;
+
+void note(std::uintptr_t buf, std::size_t n)
+{
+    if (n < 4096 || !noting.load(std::memory_order_relaxed))
+        return;
+    std::lock_guard lock(mutex);
+    buffers.push_back(buf);
+}
+
+template <typename F>
+F next(std::atomic<F>& cached, const char* name)
+{
+    F f = cached.load(std::memory_order_relaxed);
+    if (!f) {
+        f = reinterpret_cast<F>(::dlsym(RTLD_NEXT, name));
+        cached.store(f, std::memory_order_relaxed);
+    }
+    return f;
+}
+}  // namespace kernelcopy
+
+extern "C" {
+ssize_t read(int fd, void* buf, size_t n)
+{
+    static std::atomic<ssize_t (*)(int, void*, size_t)> f;
+    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
+    return kernelcopy::next(f, "read")(fd, buf, n);
+}
+ssize_t write(int fd, const void* buf, size_t n)
+{
+    static std::atomic<ssize_t (*)(int, const void*, size_t)> f;
+    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
+    return kernelcopy::next(f, "write")(fd, buf, n);
+}
+ssize_t pread(int fd, void* buf, size_t n, off_t at)
+{
+    static std::atomic<ssize_t (*)(int, void*, size_t, off_t)> f;
+    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
+    return kernelcopy::next(f, "pread")(fd, buf, n, at);
+}
+ssize_t pwrite(int fd, const void* buf, size_t n, off_t at)
+{
+    static std::atomic<ssize_t (*)(int, const void*, size_t, off_t)> f;
+    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
+    return kernelcopy::next(f, "pwrite")(fd, buf, n, at);
+}
+}
 
 namespace brindlex {
 namespace {
@@ -188,14 +258,15 @@ TEST(ScannerDifferential, AgreesWithTheBlockModelOnRandomFiles)
 // Dense hits through a file long enough to be read ahead: the output goes
 // through many buffer flushes and windows, with a replacement of each kind
 // (short, up to a fixed copy's length, longer, empty) and spans between hits
-// on both sides of that length.
+// on both sides of that length, and now and then one long enough to be
+// written straight from the window.
 TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
 {
     test::TempDir dir;
     std::mt19937_64 rng(20261123);
     std::string content;
     while (content.size() < (20u << 20)) {
-        content.append(rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
+        content.append(rng() % 256 == 0 ? 60000 + rng() % 200000 : rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
         content += '\r';
     }
     for (const std::string& sReplace : {std::string("\r\n"), std::string(40, 'y'), std::string(300, 'z'), std::string()}) {
@@ -261,6 +332,104 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         EXPECT_EQ(hitsof(row.content, row.sFind), row.hits);
+    }
+}
+
+struct FdSink : ByteSink {
+    int fd;
+    explicit FdSink(int f) : fd(f) {}
+    bool write(std::string_view b) override { return ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size()); }
+};
+
+// A scan of `file` for "needle" through windows of `window` bytes; a
+// replace writes to `out`.
+void scanfile(const std::filesystem::path& file, std::int64_t window, const std::filesystem::path& out = {})
+{
+    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const int outFd = out.empty() ? -1 : ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    FdSink sink(outFd);
+    OutputBuffer buffer(&sink);
+    test::RecordingHost host;
+    {
+        Scanner scanner(fd, static_cast<std::int64_t>(std::filesystem::file_size(file)), "needle", true,
+                        out.empty() ? nullptr : &buffer, host, window);
+        ScanFile f {.scanner = scanner, .sFile = file, .sFind = "needle", .sReplace = "pin",
+                    .nOut = out.empty() ? nullptr : &buffer, .host = host};
+        EXPECT_EQ(scanloop(f, "f"), 3);
+    }
+    buffer.flush();
+    ::close(fd);
+    if (outFd >= 0)
+        ::close(outFd);
+}
+
+// Every buffer of a transfer of a page or more that the engine makes starts
+// on a page boundary: a 512 KiB read into a block 16 bytes past one costs
+// the kernel's copy several times as much.
+TEST(KernelCopies, StartOnAPageBoundary)
+{
+    test::TempDir dir;
+    // 600 KiB with three hits, the first far behind the start.
+    std::string content(600 << 10, '.');
+    for (const std::size_t at : {300000u, 400000u, 500000u})
+        content.replace(at, 6, "needle");
+    const auto file = dir.write("f.bin", content);
+    const auto work = dir.path() / "work";
+    std::filesystem::create_directories(work);
+    const struct {
+        const char* what;
+        std::function<void()> run;
+    } rows[] = {
+        {"a scan's own window", [&] { scanfile(file, Scanner::kDefaultWindow); }},
+        {"the reader threads of a find", [&] { scanfile(file, 4096); }},
+        {"the windows and output of a replace, and what it reads again behind them",
+         [&] { scanfile(file, 4096, dir.path() / "out.bin"); }},
+        {"a dump",
+         [&] {
+             test::RecordingHost host;
+             std::int64_t lPos = 0;
+             dumpints(4, 8, file, work / "sheet.xls", lPos, host);
+         }},
+        {"a page save",
+         [&] {
+             struct stat st {};
+             ::stat(file.c_str(), &st);
+             EXPECT_FALSE(splicepage({file, 1000, 16, "0123456789abcdef", filestamp(st), work / "scratch"}).error);
+         }},
+        {"an in-place edit, its journal and the span it writes",
+         [&] {
+             OpenedFile opened;
+             ASSERT_FALSE(openbinary(file, opened));
+             Error error;
+             auto edit = InPlaceEdit::begin(file, opened, work, error);
+             ASSERT_TRUE(edit) << error.text;
+             // Hits every 40 bytes: the edits go out as spans with the bytes between.
+             for (std::int64_t at = 0; at < 200000; at += 40)
+                 edit->add(at, std::string_view(content).substr(static_cast<std::size_t>(at), 1), "#");
+             EXPECT_FALSE(edit->commit());
+         }},
+        {"the copy into a hard-linked file",
+         [&] {
+             std::filesystem::create_hard_link(file, dir.path() / "twin");
+             Error error;
+             auto replace = SafeReplace::begin(file, work / "scratch", error);
+             ASSERT_TRUE(replace) << error.text;
+             AlignedBuffer<char> bytes(content.size());
+             std::copy(content.begin(), content.end(), bytes.data());
+             replace->write(std::string_view(bytes.data(), bytes.size()));
+             EXPECT_FALSE(replace->commit());
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        kernelcopy::buffers.clear();
+        kernelcopy::noting = true;
+        row.run();
+        kernelcopy::noting = false;
+        std::lock_guard lock(kernelcopy::mutex);
+        EXPECT_FALSE(kernelcopy::buffers.empty());
+        for (const std::uintptr_t buf : kernelcopy::buffers)
+            EXPECT_EQ(buf % aligned::kPage, 0u) << "a transfer from or into " << std::hex << buf;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include <pthread.h>
+#include <sched.h>
 
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
@@ -33,7 +34,7 @@ private:
 bool ReadAhead::fits(std::size_t nFindLen, bool bAskAtHits, bool bLogHits, std::size_t files)
 {
     return nFindLen > 0 && nFindLen <= Scanner::kLeftmostFound && !bAskAtHits && !bLogHits && files > 1 &&
-           std::thread::hardware_concurrency() > 1;
+           usablecores() > 1;
 }
 
 ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search, bool bReplace, bool bSeenRegular,
@@ -43,8 +44,15 @@ ReadAhead::ReadAhead(std::vector<std::string> files, const PatternSearch& search
 {
     // The run's own thread scans too, whenever it is ahead of the workers,
     // and scans what no worker takes up.
-    workers_ = startworkers(std::min<std::size_t>(std::thread::hardware_concurrency() - 1, files_.size()),
-                            [this] { work(); });
+    workers_ = startworkers(std::min<std::size_t>(usablecores() - 1, files_.size()), [this] { work(); });
+}
+
+std::size_t usablecores()
+{
+    cpu_set_t set;
+    if (::sched_getaffinity(0, sizeof set, &set) == 0)
+        return static_cast<std::size_t>(std::max(CPU_COUNT(&set), 1));
+    return std::max(std::thread::hardware_concurrency(), 1u);
 }
 
 std::vector<std::thread> startworkers(std::size_t count, const std::function<void()>& body)

@@ -102,6 +102,11 @@ private:
     std::vector<std::thread> workers_;
 };
 
+// The cores this process may run on (its affinity, which taskset or a
+// container's cpuset narrow), at least 1: more threads than that only take
+// turns on the same cores.
+std::size_t usablecores();
+
 // Starts up to `count` threads running `body`, with SIGINT blocked in them:
 // it is the run's Cancel, for the thread that yields to the host, and must
 // never interrupt a worker. Fewer, or none, when the system has none to spare.

@@ -140,30 +140,76 @@ BRINDLEX_CLONES std::size_t PatternSearch::filter(const unsigned char* data, std
     return npos;
 }
 
-// findall with AVX2: a 32-bit mask of the candidates of 32 places, taken
-// bit by bit. The loader's choice of clones can't pick this one, since the
-// mask has no generic vector form; it is chosen at run time instead.
-__attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const unsigned char* data,
-                                                                        std::size_t last, std::size_t& i,
-                                                                        std::uint32_t* out, std::size_t max) const
+namespace {
+
+// The candidates of 32 places from `p`: a set lane where the first byte of
+// the pattern may start and its last byte (`back` further) may end. One
+// value per end (match case, or a byte without case) saves two compares.
+template <bool Single>
+__attribute__((target("avx2"), always_inline)) inline __m256i candidates(const unsigned char* p, std::size_t back,
+                                                                          __m256i f0, __m256i f1, __m256i l0,
+                                                                          __m256i l1)
 {
-    const std::size_t n = pattern_.size();
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + back));
+    if constexpr (Single)
+        return _mm256_and_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(b, l0));
+    return _mm256_and_si256(_mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1)),
+                            _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1)));
+}
+
+}  // namespace
+
+std::size_t PatternSearch::takecandidates(std::uint64_t bits, const unsigned char* data, std::size_t i,
+                                          std::uint32_t* out) const
+{
+    std::size_t count = 0;
+    for (; bits != 0; bits &= bits - 1) {
+        const std::size_t at = i + static_cast<std::size_t>(__builtin_ctzll(bits));
+        if (pattern_.size() == 1 || matchesat(data + at))
+            out[count++] = static_cast<std::uint32_t>(at);
+    }
+    return count;
+}
+
+// findall with AVX2: the candidates of 64 places at a time, as a mask taken
+// bit by bit when it has any. The loader's choice of clones can't pick this
+// one, since the mask has no generic vector form; it is chosen at run time
+// instead.
+template <bool Single>
+__attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const unsigned char* data, std::size_t last,
+                                                                        std::size_t& i, std::uint32_t* out,
+                                                                        std::size_t max) const
+{
+    const std::size_t back = pattern_.size() - 1;
     const __m256i f0 = _mm256_set1_epi8(static_cast<char>(first_[0]));
     const __m256i f1 = _mm256_set1_epi8(static_cast<char>(first_[1]));
     const __m256i l0 = _mm256_set1_epi8(static_cast<char>(last_[0]));
     const __m256i l1 = _mm256_set1_epi8(static_cast<char>(last_[1]));
     std::size_t count = 0;
-    // Room for a whole group of 32 before each step.
-    for (; i + 31 <= last && count + 32 <= max; i += 32) {
-        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i));
-        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i + n - 1));
-        const __m256i m = _mm256_and_si256(_mm256_or_si256(_mm256_cmpeq_epi8(a, f0), _mm256_cmpeq_epi8(a, f1)),
-                                           _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1)));
-        for (auto bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m)); bits != 0; bits &= bits - 1) {
-            const std::size_t at = i + static_cast<std::size_t>(__builtin_ctz(bits));
-            if (n == 1 || matchesat(data + at))
-                out[count++] = static_cast<std::uint32_t>(at);
+    // Room for every place of a step before it is taken.
+    for (; i + 63 <= last && count + 64 <= max; i += 64) {
+        const __m256i m0 = candidates<Single>(data + i, back, f0, f1, l0, l1);
+        const __m256i m1 = candidates<Single>(data + i + 32, back, f0, f1, l0, l1);
+        const __m256i any = _mm256_or_si256(m0, m1);
+        if (_mm256_testz_si256(any, any)) [[likely]]
+            continue;
+        std::uint64_t bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m0))
+                             | std::uint64_t {static_cast<std::uint32_t>(_mm256_movemask_epi8(m1))} << 32;
+        if (back != 0) {
+            count += takecandidates(bits, data, i, out + count);
+            continue;
         }
+        // One byte, as CR in a text: every candidate is a hit, and they are
+        // dense enough for the call to cost.
+        for (; bits != 0; bits &= bits - 1)
+            out[count++] = static_cast<std::uint32_t>(i + static_cast<std::size_t>(__builtin_ctzll(bits)));
+    }
+    for (; i + 31 <= last && count + 32 <= max; i += 32) {
+        const __m256i m = candidates<Single>(data + i, back, f0, f1, l0, l1);
+        if (_mm256_testz_si256(m, m))
+            continue;
+        count += takecandidates(static_cast<std::uint32_t>(_mm256_movemask_epi8(m)), data, i, out + count);
     }
     return count;
 }
@@ -179,7 +225,10 @@ std::size_t PatternSearch::findall(const unsigned char* data, std::size_t size, 
     static const bool wide = __builtin_cpu_supports("avx2");
     const std::size_t last = size - n;
     std::size_t i = from;
-    std::size_t count = filterable_ && wide ? findallwide(data, last, i, out, max) : 0;
+    std::size_t count = 0;
+    if (filterable_ && wide)
+        count = first_[0] == first_[1] && last_[0] == last_[1] ? findallwide<true>(data, last, i, out, max)
+                                                               : findallwide<false>(data, last, i, out, max);
     for (; i <= last && count < max; ++i) {
         i = find(data, size, i);
         if (i == npos)
@@ -227,7 +276,7 @@ void OutputBuffer::writeslow(std::string_view bytes)
     if (used_ + bytes.size() > kBuffer && !flush())
         return;
     if (!buf_) {
-        buf_ = std::make_unique_for_overwrite<char[]>(kBuffer);
+        buf_ = AlignedBuffer<char>(kBuffer);
         room_ = kBuffer - used_;
     }
     std::memcpy(buf_.get() + used_, bytes.data(), bytes.size());
@@ -286,10 +335,9 @@ public:
     {
         for (Slot& slot : slots_) {
             if (bKeepBytes_)
-                slot.data = std::make_unique_for_overwrite<unsigned char[]>(
-                    static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
+                slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
-        readers_ = startworkers(std::clamp(std::thread::hardware_concurrency(), 1u, 4u), [this] { readall(); });
+        readers_ = startworkers(std::min<std::size_t>(usablecores(), kMaxReaders), [this] { readall(); });
         // With no reader the scan reads for itself.
         if (readers_.empty())
             throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
@@ -361,12 +409,14 @@ public:
 private:
     enum : int { kEmpty, kRead, kFailed };
     struct Slot {
-        std::unique_ptr<unsigned char[]> data;   // kPad bytes of room, the read, kOverread spare
+        AlignedBuffer<> data;                    // kPad bytes of room, the read, kOverread spare
         std::vector<std::uint32_t> found;
         int error = 0;                           // of a failed read: errno, 0 for the file's early end
         std::atomic<int> state {kEmpty};         // kEmpty again once the scan has left it
     };
     static constexpr std::int64_t kSlots = 8;
+    // Beyond a few readers the copies from the page cache no longer speed up.
+    static constexpr std::size_t kMaxReaders = 4;
     static constexpr int kSpins = 256;
 
     void wake()
@@ -377,9 +427,9 @@ private:
 
     void readall()
     {
-        std::unique_ptr<unsigned char[]> own;
+        AlignedBuffer<> own;
         if (!bKeepBytes_)
-            own = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(chunk_ + look_));
+            own = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
         for (;;) {
             const std::int64_t k = claimed_.fetch_add(1);
             const std::int64_t from = k * chunk_;
@@ -460,7 +510,8 @@ void Scanner::failread(int code)
 
 bool Scanner::load(std::int64_t from0)
 {
-    if (from0 == 0 && !prefetch_ && lLen_ > kPrefetchWindows * window_) {
+    // On one core a reader thread would only take turns with the scan.
+    if (from0 == 0 && !prefetch_ && lLen_ > kPrefetchWindows * window_ && usablecores() > 1) {
         try {
             // The occurrences are looked for ahead only for collect().
             prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
@@ -476,8 +527,7 @@ bool Scanner::load(std::int64_t from0)
         // A small file gets a small buffer, left uninitialised: a run over
         // a tree of small files must not clear a whole window per file. The
         // output's copies of fixed length may read kOverread bytes past it.
-        buf_ = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(std::min(window_, lLen_))
-                                                                + OutputBuffer::kOverread);
+        buf_ = AlignedBuffer<>(static_cast<std::size_t>(std::min(window_, lLen_)) + OutputBuffer::kOverread);
     }
     win_ = buf_.get();
     std::int64_t got = 0;
@@ -548,11 +598,12 @@ void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
 {
     // What lies behind the window (the start of a file whose output began
     // at its first hit) is read again in pieces.
-    std::vector<unsigned char> piece;
+    AlignedBuffer<> piece;
     while (from0 < std::min(to0, wS_)) {
         const std::int64_t want = std::min(window_, std::min(to0, wS_) - from0);
-        piece.resize(static_cast<std::size_t>(want));
-        const ssize_t r = ::pread(fd_, piece.data(), piece.size(), from0);
+        if (piece.size() < static_cast<std::size_t>(want))
+            piece = AlignedBuffer<>(static_cast<std::size_t>(want));
+        const ssize_t r = ::pread(fd_, piece.data(), static_cast<std::size_t>(want), from0);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {

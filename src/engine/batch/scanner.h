@@ -30,6 +30,7 @@
 #include <string_view>
 
 #include "engine/batch/host.h"
+#include "engine/core/alignedbuffer.h"
 
 namespace brindlex {
 
@@ -59,8 +60,12 @@ public:
 private:
     bool matchesat(const unsigned char* p) const;
     std::size_t filter(const unsigned char* data, std::size_t& i, std::size_t last) const;
+    template <bool Single>
     std::size_t findallwide(const unsigned char* data, std::size_t last, std::size_t& i, std::uint32_t* out,
                             std::size_t max) const;
+    // The places of `bits` (bit k: place i + k) where the whole pattern is.
+    [[gnu::noinline]] std::size_t takecandidates(std::uint64_t bits, const unsigned char* data, std::size_t i,
+                                                 std::uint32_t* out) const;
 
     std::string pattern_;
     bool bMatchCase_;
@@ -150,7 +155,7 @@ public:
 private:
     void writeslow(std::string_view bytes);
     ByteSink* sink_;
-    std::unique_ptr<char[]> buf_;
+    AlignedBuffer<char> buf_;
     std::size_t used_ = 0;
     std::size_t room_ = 0;
     bool ok_ = true;
@@ -270,7 +275,7 @@ private:
     Host& host_;
     std::int64_t window_;
     std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
-    std::unique_ptr<unsigned char[]> buf_;   // the window as read without prefetching
+    AlignedBuffer<> buf_;                    // the window as read without prefetching
     const unsigned char* win_ = nullptr;     // the window's bytes
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
     std::int64_t outPos_ = 0;        // 0-based next byte to emit

@@ -16,6 +16,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 #include "engine/core/signalhold.h"
 
@@ -42,7 +43,8 @@ struct Checksum {
     }
 };
 
-void putnumber(std::string& out, std::uint64_t n)
+template <typename String>
+void putnumber(String& out, std::uint64_t n)
 {
     for (int i = 0; i < 8; ++i)
         out += static_cast<char>((n >> (8 * i)) & 0xff);
@@ -151,7 +153,7 @@ private:
     int fd_;
     std::int64_t at_;
     std::int64_t end_;
-    std::string buf_;        // the journal from at_ - used_ on
+    PageString buf_;         // the journal from at_ - used_ on
     std::size_t used_ = 0;
 };
 
@@ -234,9 +236,9 @@ private:
     int fd_;
     const fs::path& path_;
     std::int64_t start_ = 0;
-    std::string span_;
+    PageString span_;
     std::int64_t aheadStart_ = 0;
-    std::string ahead_;
+    PageString ahead_;
 };
 
 // Writes the `newer` (or else the older) bytes of every record into `fd`.
@@ -282,7 +284,7 @@ struct InPlaceEdit::Impl {
     FileHandle dir;          // the work directory
     FileHandle journal;      // nameless until the commit
     std::string named;       // its name from then on
-    std::string pending;     // records not yet written to it
+    PageString pending;      // records not yet written to it
     std::int64_t written = 0;
     std::int64_t headerLen = 0;
     std::int64_t count = 0;
@@ -412,7 +414,7 @@ std::unique_ptr<InPlaceEdit> InPlaceEdit::begin(const fs::path& target, const Op
     const std::string path = fs::absolute(target).lexically_normal().string();
     putnumber(head, path.size());
     head += path;
-    d->pending = std::move(head);
+    d->pending = head;
     d->headerLen = static_cast<std::int64_t>(d->pending.size());
     return std::unique_ptr<InPlaceEdit>(new InPlaceEdit(std::move(d)));
 }
@@ -525,7 +527,7 @@ Error readhead(int fd, const struct stat& st, const fs::path& journal, Target& t
     if (size < static_cast<std::int64_t>(kMagic.size() + 8 * kHeadNumbers + kTrailer))
         return unreadable;
     Checksum sum;
-    std::string piece(kChunk, '\0');
+    PageString piece(kChunk, '\0');
     end = size - static_cast<std::int64_t>(kTrailer);
     for (std::int64_t at = 0; at < end;) {
         const auto n = static_cast<std::size_t>(std::min<std::int64_t>(end - at, kChunk));

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 
 namespace brindlex {
@@ -37,7 +38,9 @@ std::uint64_t get(const char* at)
 }
 
 // Reads exactly `count` bytes at `offset`, fewer only at the end of the file.
-bool readat(int fd, std::int64_t offset, std::size_t count, std::string& into)
+// The copy's blocks go into page-aligned strings (PageString).
+template <class Bytes>
+bool readat(int fd, std::int64_t offset, std::size_t count, Bytes& into)
 {
     into.resize(count);
     std::size_t got = 0;
@@ -144,7 +147,7 @@ std::int64_t journalblock(std::int64_t length)
 
 Error hashcontents(int target, int scratch, CopyJournal& journal)
 {
-    std::string buf;
+    PageString buf;
     journal.oldHashes.clear();
     for (std::int64_t at = 0; at < journal.oldLength; at += journal.block) {
         if (!readat(target, at, static_cast<std::size_t>(std::min(journal.block, journal.oldLength - at)), buf))
@@ -330,7 +333,7 @@ JournalVerdict verifyjournal(const CopyJournal& j, const JournalStep& step, int 
     const std::int64_t c = step.chunk;
     bool complete = size == N, consistent = true;
     std::uint64_t newHash = 0;
-    std::string t, n;
+    PageString t, n;
     const std::int64_t blocks = std::max(blocksof(std::max(O, N), B), blocksof(size, B));
     for (std::int64_t m = 0; m < blocks; ++m) {
         const std::int64_t at = m * B;
@@ -353,14 +356,14 @@ JournalVerdict verifyjournal(const CopyJournal& j, const JournalStep& step, int 
             // For the k bytes written: t is n[0,k) then was[k..], as long as
             // the longer of the two. The longest common start d with n is
             // the k that leaves the least to compare.
-            const std::string& was = step.before;
+            const std::string_view was = step.before;
             std::size_t d = 0;
             while (d < t.size() && d < n.size() && t[d] == n[d])
                 ++d;
             consistent = t.size() > was.size() ? d == t.size()
-                : t.size() == was.size() && t.compare(d, std::string::npos, was, d, std::string::npos) == 0;
+                : t.size() == was.size() && std::string_view(t).substr(d) == was.substr(d);
             // A new ctime with the block as it was: someone else wrote the file.
-            consistent = consistent && (samectime || t != was);
+            consistent = consistent && (samectime || std::string_view(t) != was);
         } else {
             consistent = t.size() == oldlen && (oldlen == 0 || contenthash(t) == j.oldHashes[static_cast<std::size_t>(m)]);
         }
@@ -398,7 +401,7 @@ Error copyjournaled(int from, int dest, const CopyJournal& j, JournalWriter& wri
     if (writer.fresh())
         if (Error e = writer.record(-1, st.st_ctim, {}))
             return e;
-    std::string n, t;
+    PageString n, t;
     for (std::int64_t at = 0, chunk = 0; at < N; at += B, ++chunk) {
         const std::size_t want = static_cast<std::size_t>(std::min(B, N - at));
         if (checked("copy-read", [&] { return readat(from, at, want, n) ? 0 : -1; }) != 0)
@@ -416,7 +419,7 @@ Error copyjournaled(int from, int dest, const CopyJournal& j, JournalWriter& wri
         if (checked("copy-write", [&] { return writeat(dest, at, n) ? 0 : -1; }) != 0) {
             const Error error = errorfromerrno(errno, target);
             // A write that failed part of the way has changed the file all the same.
-            std::string now;
+            PageString now;
             touched = touched || !readat(dest, at, static_cast<std::size_t>(B), now) || now != t;
             return error;
         }

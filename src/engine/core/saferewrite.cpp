@@ -21,6 +21,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 #include "engine/core/journal.h"
 #include "engine/core/openbinary.h"

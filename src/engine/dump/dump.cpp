@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "engine/core/alignedbuffer.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/workdir.h"
 #include "engine/pattern/stringtools.h"
@@ -64,7 +65,7 @@ public:
 
 private:
     int fd_;
-    std::vector<unsigned char> buf_;
+    AlignedBuffer<> buf_;
     std::size_t at_ = 0, end_ = 0;
     bool eof_ = false;
     std::uint64_t reads_ = 0;
@@ -105,7 +106,7 @@ public:
 
 private:
     int fd_;
-    std::vector<char> buf_;
+    AlignedBuffer<char> buf_;
     std::size_t used_ = 0;
     int error_ = 0;
 };

@@ -4,7 +4,10 @@
 #include <cerrno>
 #include <memory>
 
+#include <unistd.h>
+
 #include "engine/batch/rewrite.h"
+#include "engine/core/alignedbuffer.h"
 #include "engine/core/inplace.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
@@ -60,18 +63,20 @@ PageEdit pageedit(std::string_view pageText, int nMode, int nFormat, std::string
 
 Error copybytes(int nFrom, std::int64_t& position, std::int64_t lCount, SafeReplace& to)
 {
-    std::string buffer;
-    buffer.reserve(kCopyBuffer);
+    AlignedBuffer<char> buffer(kCopyBuffer);
     while (lCount > 0) {
-        buffer.clear();
-        if (!readblock(nFrom, position, std::min<std::int64_t>(lCount, kCopyBuffer), buffer))
+        const auto want = static_cast<std::size_t>(std::min<std::int64_t>(lCount, kCopyBuffer));
+        const ssize_t got = ::pread(nFrom, buffer.data(), want, position);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
             return errorfromerrno(errno);
-        if (buffer.empty())
+        if (got == 0)
             break;
-        if (!to.write(buffer))
+        if (!to.write(std::string_view(buffer.data(), static_cast<std::size_t>(got))))
             return to.writeerror();
-        position += static_cast<std::int64_t>(buffer.size());
-        lCount -= static_cast<std::int64_t>(buffer.size());
+        position += got;
+        lCount -= got;
     }
     return {};
 }
