@@ -80,16 +80,19 @@ std::int64_t slotsfrom(std::size_t headerSize)
     return static_cast<std::int64_t>((headerSize + 4095) / 4096 * 4096);
 }
 
-std::string encodestep(const JournalStep& step)
+// A step goes out in one write of up to a block: from a page-aligned string.
+PageString encodestep(const JournalStep& step)
 {
-    std::string s;
-    put(s, step.seq);
-    put(s, static_cast<std::uint64_t>(step.chunk));
-    put(s, static_cast<std::uint64_t>(step.ctime.tv_sec));
-    put(s, static_cast<std::uint64_t>(step.ctime.tv_nsec));
-    put(s, step.before.size());
-    put(s, contenthash(s + step.before));
-    return s + step.before;
+    std::string head;
+    put(head, step.seq);
+    put(head, static_cast<std::uint64_t>(step.chunk));
+    put(head, static_cast<std::uint64_t>(step.ctime.tv_sec));
+    put(head, static_cast<std::uint64_t>(step.ctime.tv_nsec));
+    put(head, step.before.size());
+    put(head, contenthash(head + step.before));
+    PageString s(head.begin(), head.end());
+    s.append(step.before);
+    return s;
 }
 
 std::string encodeheader(const CopyJournal& j)
@@ -214,7 +217,7 @@ Error JournalWriter::record(std::int64_t chunk, const timespec& ctime, std::stri
     step.chunk = chunk;
     step.ctime = ctime;
     step.before = before;
-    const std::string bytes = encodestep(step);
+    const PageString bytes = encodestep(step);
     if (checked("journal-step", [&] {
             return writeat(fd_.get(), slots_ + static_cast<std::int64_t>(seq_ % 2) * slotSize_, bytes) ? 0 : -1;
         }) != 0)

@@ -81,16 +81,14 @@ Error notregular(const std::filesystem::path& sFile)
 
 }  // namespace
 
-Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular)
+Error openbinaryat(int dirfd, const char* name, const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular)
 {
     out = OpenedFile{};
     // A first look by name keeps devices from being opened at all: opening
     // some of them has effects of its own.
     struct stat st {};
-    const bool longname = sFile.native().size() >= PATH_MAX;
-    FileHandle dir(longname ? openlong(sFile.parent_path(), O_PATH | O_DIRECTORY | O_CLOEXEC) : AT_FDCWD);
     if (!bSeenRegular) {
-        if (::fstatat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), &st, 0) != 0)
+        if (::fstatat(dirfd, name, &st, 0) != 0)
             return errorfromerrno(errno, sFile);
         if (!S_ISREG(st.st_mode))
             return notregular(sFile);
@@ -100,8 +98,7 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeen
     // the open still returns at once instead of waiting for a writer. The
     // flag stays: reads of a regular file never wait on it, and were the
     // descriptor anything else, a read could not hang either.
-    FileHandle fd(::openat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(),
-                           O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    FileHandle fd(::openat(dirfd, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (!fd.valid())
         return errorfromerrno(errno, sFile);
     if (::fstat(fd.get(), &out.st) != 0)
@@ -110,6 +107,13 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeen
         return notregular(sFile);
     out.fd = std::move(fd);
     return {};
+}
+
+Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular)
+{
+    const bool longname = sFile.native().size() >= PATH_MAX;
+    FileHandle dir(longname ? openlong(sFile.parent_path(), O_PATH | O_DIRECTORY | O_CLOEXEC) : AT_FDCWD);
+    return openbinaryat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), sFile, out, bSeenRegular);
 }
 
 std::string openerrormessage(const std::string& sFile, const Error& error)

@@ -59,6 +59,11 @@ int statlong(const std::filesystem::path& path, struct stat& st);
 // is checked.
 Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular = false);
 
+// The same for the name `name` in the directory open as `dirfd` (AT_FDCWD:
+// the current one); `sFile` is what errors name.
+Error openbinaryat(int dirfd, const char* name, const std::filesystem::path& sFile, OpenedFile& out,
+                   bool bSeenRegular = false);
+
 // The message a failed open shows: "Error opening " sFile ":" CR LF text.
 std::string openerrormessage(const std::string& sFile, const Error& error);
 

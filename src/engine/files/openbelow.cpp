@@ -41,10 +41,6 @@ int openat2nolinks(int base, const std::string& rel)
     return static_cast<int>(::syscall(SYS_openat2, base, rel.c_str(), &how, sizeof how));
 }
 
-Error notregular(const std::string& sFile)
-{
-    return Error{EINVAL, "Not a regular file", sFile};
-}
 
 }  // namespace
 
@@ -131,25 +127,9 @@ Error BelowOpener::open(std::string_view name, const std::string& sFile, OpenedF
         }
         dirfd = kept->get();
     }
-    // As openbinary: a look first keeps devices from being opened at all,
-    // and O_NONBLOCK keeps a FIFO put in the name's place from holding the
-    // open. The name itself may be a link to a regular file: followed here.
-    struct stat st {};
-    if (!bSeenRegular) {
-        if (::fstatat(dirfd, leaf.c_str(), &st, 0) != 0)
-            return errorfromerrno(errno, sFile);
-        if (!S_ISREG(st.st_mode))
-            return notregular(sFile);
-    }
-    FileHandle fd(::openat(dirfd, leaf.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    if (!fd.valid())
-        return errorfromerrno(errno, sFile);
-    if (::fstat(fd.get(), &out.st) != 0)
-        return errorfromerrno(errno, sFile);
-    if (!S_ISREG(out.st.st_mode))
-        return notregular(sFile);
-    out.fd = std::move(fd);
-    return {};
+    // The name itself may be a link to a regular file: followed here, in
+    // the directory opened above.
+    return openbinaryat(dirfd, leaf.c_str(), sFile, out, bSeenRegular);
 }
 
 }  // namespace brindlex
