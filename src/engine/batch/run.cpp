@@ -404,6 +404,10 @@ void BatchRun::commitfile(FileScan& file)
     if (rewrite.failure != RewriteFailure::Length)
         host.lineupdated(file.index, FileEntry{file.sName, rewrite.lLength, true});
     if (rewrite.failure == RewriteFailure::None) {
+        // What of the file could not be kept (its capabilities, for an
+        // ordinary user) stops nothing: the command line prints it.
+        if (!rewrite.notice.empty())
+            host.note(file.sFile + ": " + rewrite.notice);
         ++result.filesRewritten;
         rewritten.add(file.inplace ? file.inplace->result() : file.output->sink.replace()->result(), file.sFile);
         return;
