@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 #include <algorithm>
 
 #include <unistd.h>
@@ -29,6 +30,19 @@ std::string pagetoolarge(std::int64_t length)
 // Bytes of a file read a piece at a time, for a page streamed.
 constexpr std::int64_t kStreamPiece = 256 << 10;
 
+// The bytes a page takes: in Full Text the whole file, else the block of
+// nBlock bytes (0: the default) at lPos, cut at the file's end; none from a
+// position behind it. The first position and the count.
+std::pair<std::int64_t, std::int64_t> pagespan(int nMode, std::int64_t lPos, std::int64_t nBlock,
+                                               std::int64_t lFileLen)
+{
+    if (nMode == kModeFullText)
+        return {1, lFileLen};
+    if (lPos < 1 || lPos > lFileLen)
+        return {lPos, 0};
+    return {lPos, std::min(nBlock == 0 ? kDefaultBlock : nBlock, lFileLen - lPos + 1)};
+}
+
 }  // namespace
 
 PageStream streampage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,
@@ -41,17 +55,11 @@ PageStream streampage(const std::filesystem::path& sFile, std::int64_t lPos, std
         return out;
     out.opened = true;
     out.lFileLen = file.size();
-    std::int64_t first = lPos, count = 0;
-    if (nMode == kModeFullText) {
-        first = 1;
-        count = out.lFileLen;
-        if (count > kFullTextLimit) {
-            out.error = Error{EFBIG, fulltexttoolarge(count), sFile};
-            out.lViewLen = count;
-            return out;
-        }
-    } else if (lPos >= 1 && lPos <= out.lFileLen) {
-        count = std::min(nBlock == 0 ? kDefaultBlock : nBlock, out.lFileLen - lPos + 1);
+    auto [first, count] = pagespan(nMode, lPos, nBlock, out.lFileLen);
+    if (nMode == kModeFullText && count > kFullTextLimit) {
+        out.error = Error{EFBIG, fulltexttoolarge(count), sFile};
+        out.lViewLen = count;
+        return out;
     }
     std::string piece;
     // Reads `n` bytes at 0-based `offset` into piece; fewer at the end.
@@ -174,17 +182,12 @@ Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_
     page.stamp = filestamp(file.st);
     page.lFileLen = file.size();
 
-    std::int64_t count = 0;
-    if (nMode == kModeFullText) {
-        page.lPos = 1;
-        count = page.lFileLen;
-        if (count > kFullTextLimit) {
-            page.error = Error{EFBIG, fulltexttoolarge(count), sFile};
-            page.lViewLen = count;
-            return page;
-        }
-    } else if (lPos >= 1 && lPos <= page.lFileLen) {
-        count = std::min(page.nBlock, page.lFileLen - lPos + 1);
+    const auto [first, count] = pagespan(nMode, lPos, page.nBlock, page.lFileLen);
+    page.lPos = first;
+    if (nMode == kModeFullText && count > kFullTextLimit) {
+        page.error = Error{EFBIG, fulltexttoolarge(count), sFile};
+        page.lViewLen = count;
+        return page;
     }
     if (count > kPageLimit) {
         page.error = Error{EFBIG, pagetoolarge(count), sFile};
