@@ -6,8 +6,7 @@
 #include <vector>
 
 #include "cli/command.h"
-#include "engine/core/inplace.h"
-#include "engine/core/saferewrite.h"
+#include "engine/core/startup.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
 
@@ -56,15 +55,8 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     std::error_code ec;
     if (std::filesystem::exists(brindlex::workdirpath(), ec) && brindlex::preparedworkdir()) {
-        for (const std::string& told :
-             {brindlex::workdirnote(), brindlex::finishinterruptedcopy(brindlex::scratchfilepath())})
-            if (!told.empty())
-                std::fprintf(stderr, "brindlex-cli: %s\n", told.c_str());
-        std::string undone = brindlex::rollbackinplaceedits(brindlex::workdirpath());
-        for (std::size_t at = 0, end; !undone.empty() && at <= undone.size(); at = end + 1) {
-            end = std::min(undone.find('\n', at), undone.size());
-            std::fprintf(stderr, "brindlex-cli: %s\n", undone.substr(at, end - at).c_str());
-        }
+        for (const std::string& told : brindlex::recoveratstart())
+            std::fprintf(stderr, "brindlex-cli: %s\n", told.c_str());
     }
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty())

@@ -33,8 +33,7 @@
 
 #include "engine/batch/run.h"
 #include "engine/batch/runlog.h"
-#include "engine/core/inplace.h"
-#include "engine/core/saferewrite.h"
+#include "engine/core/startup.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
 #include "engine/dump/dump.h"
@@ -160,11 +159,8 @@ void Form1::Form_Load(const std::string& sCommand)
         session.sScratch = scratchfilepath();
         std::error_code ignored;
         std::filesystem::remove(session.sLogFile, ignored);
-        for (const std::string& told : {workdirnote(), finishinterruptedcopy(session.sScratch)})
-            if (!told.empty())
-                dialogs().messagebox(this, towidget(told), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
-        if (const std::string undone = rollbackinplaceedits(session.sScratch.parent_path()); !undone.empty())
-            dialogs().messagebox(this, towidget(undone), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
+        for (const std::string& told : recoveratstart())
+            dialogs().messagebox(this, towidget(told), Buttons::Ok, Icon::None, towidget(std::string(sTitle)));
     }
     settabstops(List1, kTabStops);
     settabstops(List2, kTabStops);
