@@ -41,50 +41,31 @@ std::atomic<bool> noting {false};
 std::mutex mutex;
 std::vector<std::uintptr_t> buffers;
 
-void note(std::uintptr_t buf, std::size_t n)
+// Notes `buf`, then calls the C library's function `name` of type F.
+template <typename F, typename... Args>
+ssize_t pass(const char* name, const void* buf, std::size_t n, Args... args)
 {
-    if (n < 4096 || !noting.load(std::memory_order_relaxed))
-        return;
-    std::lock_guard lock(mutex);
-    buffers.push_back(buf);
-}
-
-template <typename F>
-F next(std::atomic<F>& cached, const char* name)
-{
-    F f = cached.load(std::memory_order_relaxed);
-    if (!f) {
-        f = reinterpret_cast<F>(::dlsym(RTLD_NEXT, name));
-        cached.store(f, std::memory_order_relaxed);
+    static std::atomic<F> next;
+    if (n >= 4096 && noting.load(std::memory_order_relaxed)) {
+        std::lock_guard lock(mutex);
+        buffers.push_back(reinterpret_cast<std::uintptr_t>(buf));
     }
-    return f;
+    if (!next.load(std::memory_order_relaxed))
+        next.store(reinterpret_cast<F>(::dlsym(RTLD_NEXT, name)), std::memory_order_relaxed);
+    return next.load(std::memory_order_relaxed)(args...);
 }
 }  // namespace kernelcopy
 
 extern "C" {
-ssize_t read(int fd, void* buf, size_t n)
-{
-    static std::atomic<ssize_t (*)(int, void*, size_t)> f;
-    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
-    return kernelcopy::next(f, "read")(fd, buf, n);
-}
-ssize_t write(int fd, const void* buf, size_t n)
-{
-    static std::atomic<ssize_t (*)(int, const void*, size_t)> f;
-    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
-    return kernelcopy::next(f, "write")(fd, buf, n);
-}
+ssize_t read(int fd, void* buf, size_t n) { return kernelcopy::pass<decltype(&::read)>("read", buf, n, fd, buf, n); }
+ssize_t write(int fd, const void* buf, size_t n) { return kernelcopy::pass<decltype(&::write)>("write", buf, n, fd, buf, n); }
 ssize_t pread(int fd, void* buf, size_t n, off_t at)
 {
-    static std::atomic<ssize_t (*)(int, void*, size_t, off_t)> f;
-    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
-    return kernelcopy::next(f, "pread")(fd, buf, n, at);
+    return kernelcopy::pass<decltype(&::pread)>("pread", buf, n, fd, buf, n, at);
 }
 ssize_t pwrite(int fd, const void* buf, size_t n, off_t at)
 {
-    static std::atomic<ssize_t (*)(int, const void*, size_t, off_t)> f;
-    kernelcopy::note(reinterpret_cast<std::uintptr_t>(buf), n);
-    return kernelcopy::next(f, "pwrite")(fd, buf, n, at);
+    return kernelcopy::pass<decltype(&::pwrite)>("pwrite", buf, n, fd, buf, n, at);
 }
 }
 
