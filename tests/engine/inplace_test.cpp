@@ -27,7 +27,7 @@ using test::readfile;
 
 // Edits: two bytes close together, one longer than the journal's piece of the
 // file, one at the end.
-constexpr std::int64_t kSize = 3 << 20;
+constexpr std::int64_t kSize = 5 << 18;
 const std::string& original()
 {
     static const std::string s = [] {
