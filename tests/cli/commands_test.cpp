@@ -26,7 +26,6 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
         std::string after = "";   // what f holds afterwards, when not kFile
     } rows[] = {
         {{"decode", "<0D> <0A>"}, 0, "\r\n"},
-        {{"decode", "100%"}, 0, "100%"},
         {{"decode", "%00%ff%0a"}, 0, "\0\xff\n"s},
         {{"decode", "<41> <GG>"}, 0, "<41> <GG>"},
         // The bytes are those typed, not upper-cased.
