@@ -184,13 +184,16 @@ TEST(CliFindReplace, SaysThatStdoutIsFull)
 
 // As an ordinary user (nobody under root): a directory or file that may not
 // be read is reported and passed over; one that may not be written keeps
-// its content and gets the copy failure message.
+// its content and gets the copy failure message. The read-only file is the
+// user's own in a directory the user may write, so only the check of its
+// mode stands between a rename and the file.
 TEST(CliFindReplace, FilesTheUserMayNotTouch)
 {
     test::TempDir dir;
     const fs::path base = dir.path() / "base";
     const fs::path locked = dir.write("base/locked", "two"), readonly = dir.write("base/readonly", "two");
-    ASSERT_EQ(::chown(dir.write("base/writable", "two").c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
+    for (const fs::path& own : {readonly, dir.write("base/writable", "two")})
+        ASSERT_EQ(::chown(own.c_str(), test::unprivilegeduid(), test::unprivilegedgid()), 0);
     const fs::path lockeddir = dir.write("base/lockeddir/inside", "two").parent_path();
     // The work directory is the ordinary user's own, as it would make it.
     const fs::path work = dir.path() / "shared/work";
@@ -208,6 +211,7 @@ TEST(CliFindReplace, FilesTheUserMayNotTouch)
                        "/shared/work/brindlex.tmp to " + readonly.string() + "\n2 hits in 2 of 3 files, 1 file rewritten\n");
     EXPECT_EQ(readfile(readonly), "two");
     EXPECT_EQ(readfile(base / "writable"), "2");
+    EXPECT_EQ(test::entrycount(base), 4) << "no stray file";
 }
 
 // A list of names that is none (nothing but empty names, random bytes, a
