@@ -263,34 +263,20 @@ void Form2::restoreshown()
 
 bool Form2::savepage()
 {
-    const PageEdit edit = pageedit(Text1->page(), state.nViewMode, nViewFormat, shown.sViewText, shown.lViewLen);
-    if (!edit.changed)
+    const std::string page = Text1->page();
+    SavedPage saved = saveeditedpage({shown.sViewFile, shown.lViewPos, shown.lViewLen, shown.sViewText, shown.stamp,
+                                      page, state.nViewMode, nViewFormat, scratchfilepath()});
+    if (saved.error) {
+        message(saved.opened ? saved.error.text : openerrormessage(shown.sViewFile, saved.error));
+        return false;
+    }
+    if (!saved.changed)
         return true;
-    if (edit.refused) {
-        message(edit.refused.text);
-        return false;
-    }
-    SpliceRequest request;
-    request.sViewFile = shown.sViewFile;
-    request.lViewPos = shown.lViewPos;
-    request.lViewLen = shown.lViewLen;
-    request.bytes = edit.bytes;
-    request.stamp = shown.stamp;
-    request.sScratch = scratchfilepath();
-    const SpliceResult result = splicepage(request);
-    if (!result.opened) {
-        message(openerrormessage(shown.sViewFile, result.error));
-        return false;
-    }
-    if (result.error) {
-        message(result.error.text);
-        return false;
-    }
     // The page now stands in the file as the box holds it: a second save
     // splices over what this one wrote.
-    shown.sViewText = edit.bytes;
-    shown.lViewLen = static_cast<std::int64_t>(edit.bytes.size());
-    shown.stamp = result.stamp;
+    shown.sViewText = std::move(saved.bytes);
+    shown.lViewLen = static_cast<std::int64_t>(shown.sViewText.size());
+    shown.stamp = saved.stamp;
     if (state.sViewFile == shown.sViewFile && state.lViewPos == shown.lViewPos) {
         state.sViewText = shown.sViewText;
         state.lViewLen = shown.lViewLen;
