@@ -52,38 +52,25 @@
 
 namespace brindlex::gui {
 
-void Form1::showviewer()
+void Form1::openline(const QListView* list)
 {
-    if (!form2) {
-        ViewerHost& host = *this;
-        form2 = std::make_unique<Form2>(view, host);
-    }
-    form2->open();
+    const List2Hit entry = currententry(list);
+    if (entry.sName.empty())
+        return;
+    if (list == List2)
+        view.openhit(fullname(entry.sName), entry.lPos);
+    else
+        view.openfile(fullname(entry.sName));
 }
 
 void Form1::List1_DblClick()
 {
-    const List2Hit entry = currententry(List1);
-    if (entry.sName.empty())
-        return;
-    view.sViewFile = fullname(entry.sName);
-    if (view.nViewWidth == 0)
-        view.nViewWidth = 8;
-    view.lViewPos = 1;
-    showviewer();
+    openline(List1);
 }
 
 void Form1::openhit()
 {
-    const List2Hit hit = currententry(List2);
-    if (hit.sName.empty())
-        return;
-    view.sViewFile = fullname(hit.sName);
-    if (view.nViewWidth == 0)
-        view.nViewWidth = 10;
-    view.lViewHit = hit.lPos;
-    view.lViewPos = std::max<std::int64_t>(1, view.lViewHit - 2 * static_cast<std::int64_t>(view.nViewWidth));
-    showviewer();
+    openline(List2);
 }
 
 void Form1::List2_Click()

@@ -197,8 +197,7 @@ void Form2::gotoposition(const std::string& answer)
     if (p == 0 || p > filelength() || !releaseedit())
         return;
     state.lViewHit = p;
-    const std::int64_t rows = 2 * static_cast<std::int64_t>(state.nViewWidth);
-    state.lViewPos = p > rows ? p - rows : 1;
+    state.lViewPos = hittop(p, state.nViewWidth);
     showpage();
 }
 
