@@ -188,8 +188,15 @@ int saveedit(const PageOptions& o, const Page& page)
     if (!text)
         return trouble("cannot read edited page " + *o.save + ": " + why);
     const std::string sViewText = pagebytes(page.sText, o.nMode);
-    const SavedPage saved =
-        saveeditedpage({o.file, page.lPos, page.lViewLen, sViewText, page.stamp, *text, o.nMode, o.nFormat, {}});
+    const SavedPage saved = saveeditedpage({.sViewFile = o.file,
+                                            .lViewPos = page.lPos,
+                                            .lViewLen = page.lViewLen,
+                                            .sViewText = sViewText,
+                                            .stamp = page.stamp,
+                                            .pageText = *text,
+                                            .nMode = o.nMode,
+                                            .nFormat = o.nFormat,
+                                            .sScratch = {}});   // the work directory's, made only for a save
     if (saved.error)
         return cannotsave(o.file, saved.error.text);
     if (!saved.notice.empty())

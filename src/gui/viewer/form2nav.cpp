@@ -7,6 +7,7 @@
 #include <QScrollBar>
 
 #include <climits>
+#include <utility>
 
 #include "engine/core/openbinary.h"
 #include "engine/core/state.h"
@@ -263,8 +264,15 @@ void Form2::restoreshown()
 bool Form2::savepage()
 {
     const std::string page = Text1->page();
-    SavedPage saved = saveeditedpage({shown.sViewFile, shown.lViewPos, shown.lViewLen, shown.sViewText, shown.stamp,
-                                      page, state.nViewMode, nViewFormat, scratchfilepath()});
+    SavedPage saved = saveeditedpage({.sViewFile = shown.sViewFile,
+                                      .lViewPos = shown.lViewPos,
+                                      .lViewLen = shown.lViewLen,
+                                      .sViewText = shown.sViewText,
+                                      .stamp = shown.stamp,
+                                      .pageText = page,
+                                      .nMode = state.nViewMode,
+                                      .nFormat = nViewFormat,
+                                      .sScratch = scratchfilepath()});
     if (saved.error) {
         message(saved.opened ? saved.error.text : openerrormessage(shown.sViewFile, saved.error));
         return false;
