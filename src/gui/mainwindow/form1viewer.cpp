@@ -2,53 +2,12 @@
 // the window.
 #include "gui/mainwindow/form1.h"
 
-#include <QApplication>
-#include <QCheckBox>
-#include <QCloseEvent>
-#include <QDateTime>
-#include <QFile>
-#include <QFileInfo>
-#include <QGridLayout>
-#include <QHBoxLayout>
 #include <QKeyEvent>
-#include <QLabel>
 #include <QLineEdit>
 #include <QListView>
-#include <QMenu>
-#include <QMenuBar>
-#include <QMouseEvent>
-#include <QProgressBar>
-#include <QScreen>
-#include <QPushButton>
-#include <QStatusBar>
-#include <QShortcut>
-#include <QStyle>
 
-#include <cstdlib>
-#include <optional>
-#include <system_error>
-
-#include "engine/batch/run.h"
-#include "engine/batch/runlog.h"
-#include "engine/core/inplace.h"
-#include "engine/core/saferewrite.h"
-#include "engine/core/state.h"
-#include "engine/core/workdir.h"
-#include "engine/dump/dump.h"
-#include "engine/files/files.h"
-#include "engine/pattern/stringtools.h"
 #include "gui/mainwindow/listmodel.h"
-#include "gui/mainwindow/tabstopdelegate.h"
-#include "gui/mainwindow/windowhost.h"
-#include "engine/replacements/profile.h"
-#include "engine/replacements/replist.h"
-#include "engine/viewer/page.h"
-#include "gui/replacements/repmenu.h"
-#include "gui/seam/dialogs.h"
-#include "gui/seam/launch.h"
-#include "gui/viewer/form2.h"
-
-#include "gui/mainwindow/busyscope.h"
+#include "gui/viewer/viewer.h"
 
 namespace brindlex::gui {
 
