@@ -11,6 +11,7 @@
 
 #include "engine/batch/host.h"
 #include "engine/batch/run.h"
+#include "cli/interrupt.h"
 #include "cli/progress.h"
 
 namespace brindlex::cli {
@@ -105,9 +106,6 @@ private:
 // Returns 0, or the status of a usage error.
 int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,
                CliHost& host, RunRequest& request);
-
-// Whether a SIGINT came since preparerun.
-bool interrupted();
 
 // Block-buffers stdout for the hit lines of the runs that follow.
 void bufferstdout();
