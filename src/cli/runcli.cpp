@@ -15,6 +15,7 @@
 
 #include "cli/command.h"
 #include "engine/batch/runlog.h"
+#include "engine/batch/runmessages.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
@@ -103,7 +104,7 @@ std::string readfilelist(const std::string& from, char end, CliHost& host)
         missingBytes = there ? 0 : missingBytes + path.size();
         if (missing > kMaxMissingNames || missingBytes > kMaxMissingBytes)
             return "more than " + std::to_string(kMaxMissingNames) + " names in a row lead to no file: not a list of names";
-        host.addentry(path, there ? static_cast<std::int64_t>(st.st_size) : 0);
+        host.entry(path, there ? static_cast<std::int64_t>(st.st_size) : 0);
         path.clear();
         return "";
     };
@@ -249,40 +250,46 @@ void CliHost::showcontrols(bool bOn)
     }
 }
 
-void CliHost::status(const std::string& caption)
+bool CliHost::carryon() { return gInterrupted == 0; }
+
+void CliHost::runbegins(bool works)
 {
-    if (meter.on())
-        sInHand_ = caption;
+    if (works)
+        showcontrols(false);
 }
 
-void CliHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+void CliHost::filebegins(const FileBegins& file)
 {
-    if (bBegins)
-        meter.filebegins(sInHand_, lLen);
-    else
-        meter.filepart(lDone);
+    meter.filebegins(file.sFile, file.lLength);
+    if (file.error)
+        runfailure(Failure{FailureKind::Open, file.sFile, file.error, {}});
 }
 
-void CliHost::yield()
-{
-    if (gInterrupted)
-        bCancel = true;
-}
+void CliHost::progress(std::int64_t lDone, std::int64_t /*lLen*/) { meter.filepart(lDone); }
 
 // A file with millions of hits prints millions of lines: no printf, and no
 // stdio call or copy of unknown length per line either.
-void CliHost::hit(const std::string& sName, std::int64_t lPos)
+std::size_t CliHost::hits(const HitBatch& batch)
 {
-    putlines(sName, &lPos, 1);
+    putlines(batch.sName, batch.lPos, batch.count);
+    return batch.count;
 }
 
-std::size_t CliHost::hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
-                          std::int64_t /*nHitsBefore*/)
+void CliHost::filedone(const FileDone& file)
 {
-    putlines(sName, lPos, count);
-    CliHost::yield();
-    return count;
+    if (file.failure)
+        runfailure(file.failure);
 }
+
+void CliHost::runfailure(const Failure& failure)
+{
+    const RunMessage shown = failuremessage(failure);
+    message(shown.text, shown.reason);
+}
+
+void CliHost::note(const Note& n) { note(notetext(n)); }
+
+void CliHost::runfinished(const RunSummary& /*summary*/) { showcontrols(true); }
 
 void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count)
 {
@@ -317,7 +324,7 @@ void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::
 }
 
 
-void CliHost::addentry(const std::string& name, std::int64_t size)
+void CliHost::entry(const std::string& name, std::int64_t size)
 {
     entries.push_back(FileEntry{name, size, false});
 }
@@ -351,11 +358,11 @@ void CliHost::message(const std::string& text, const Error& reason)
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-Answer CliHost::question(const std::string& title, const std::string& text)
+Answer CliHost::question(const Question& q)
 {
     flushhits();
     std::fflush(stdout);
-    const std::string shown = title + "\n" + text + "\n[y]es, [n]o or [c]ancel? ";
+    const std::string shown = questiontitle(q) + "\n" + q.text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {
         if (gInterrupted || !writeall(tty_, shown))
             return Answer::Cancel;

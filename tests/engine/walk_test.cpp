@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "engine/batch/host.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
@@ -17,18 +17,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Records what a walk tells its host; raises the cancel flag at yield
-// number `cancelAt` (1-based, 0 for never).
-class RecordingHost : public Host {
+// Records what a walk tells its sink; asks to stop from carryon() number
+// `cancelAt` on (1-based, 0 for never), until a level begins, as the
+// window's host does.
+class RecordingHost : public WalkSink {
 public:
     int cancelAt = 0;
     int yields = 0;
+    bool bCancel = false;
     std::vector<FileEntry> lines;
-    std::string controls;  // one letter a call: "F" off, "T" on
+    std::string controls;  // one letter a level's start or end: "F" off, "T" on
 
-    void showcontrols(bool bOn) override { controls += bOn ? 'T' : 'F'; }
-    void yield() override { bCancel = bCancel || ++yields == cancelAt; }
-    void addentry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
+    void level(bool begins) override
+    {
+        controls += begins ? 'F' : 'T';
+        bCancel = bCancel && !begins;
+    }
+    bool carryon() override
+    {
+        bCancel = bCancel || ++yields == cancelAt;
+        return !bCancel;
+    }
+    void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
 
     std::string walk(const fs::path& dir, const std::string& name, bool subs)
     {

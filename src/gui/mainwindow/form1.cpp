@@ -198,7 +198,7 @@ void Form1::Form_Unload()
 {
     // The program ends at once; a walk or run in hand stops at its next
     // yield, leaving the file in hand as it was.
-    windowHost->bCancel = true;
+    windowHost->requestcancel();
     QCoreApplication::quit();
 }
 

@@ -69,7 +69,7 @@ void Form1::cmdDir_Click()
 
 void Form1::cmdCancel_Click()
 {
-    windowHost->bCancel = true;
+    windowHost->requestcancel();
 }
 
 void Form1::listing()
