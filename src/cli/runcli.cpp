@@ -16,6 +16,7 @@
 #include "cli/command.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/runmessages.h"
+#include "engine/batch/runsetup.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
@@ -399,14 +400,10 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     request.nLogMode = o.nLogMode;
     request.bReadAhead = true;
 
-    const std::optional<std::filesystem::path> workdir =
-        (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;
-    if (o.log)
-        request.sLogFile = *o.log;
-    else if (workdir)
-        request.sLogFile = logfilepath();
-    if (workdir)
-        request.sScratch = scratchfilepath();
+    const RunPaths paths = runpaths(bReplace || (o.nLogMode && !o.log),
+                                    o.log ? std::optional<std::filesystem::path>(*o.log) : std::nullopt);
+    request.sLogFile = paths.sLogFile;
+    request.sScratch = paths.sScratch;
 
     // The first interrupt cancels, as the window's Cancel does; a second one
     // ends the program. Without SA_RESTART a question's read ends at once.
@@ -420,24 +417,20 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::string trouble = readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host);
         if (!trouble.empty())
             return usageerror(name + ": cannot read the list " + *o.filesFrom + ": " + trouble);
+        sortlist1(host.entries);
     } else {
-        std::error_code ec;
-        const std::filesystem::path cwd = std::filesystem::current_path(ec);
-        const std::string expanded = expandmask(mask, cwd);
-        request.baseDir = basedirfor(expanded);
-        FileHandle base;
-        listfiles(expanded, o.bIncludeSubs, request.baseDir, host, &base);
-        request.baseDirFd = std::make_shared<const FileHandle>(std::move(base));
+        const MaskPlace place = placemask(mask);
+        request.baseDir = place.baseDir;
+        request.baseDirFd = listmask(place, o.bIncludeSubs, host, host.entries);
         request.bWalkedNow = true;
         // One file named without a wildcard that isn't there: as grep says it.
         struct stat st {};
-        if (host.entries.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
-            && ::lstat(expanded.c_str(), &st) != 0)
+        if (host.entries.empty() && !host.trouble && filepart(place.mask).find_first_of("*?") == std::string::npos
+            && ::lstat(place.mask.c_str(), &st) != 0)
             host.unreadable(mask, errno);
     }
     if (o.nullAfterName)
         host.separator = '\0';
-    sortlist1(host.entries);
     request.files = host.entries;
     host.nFiles = request.files.size();
     return 0;

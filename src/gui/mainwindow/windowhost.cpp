@@ -158,11 +158,6 @@ bool WindowHost::carryon()
     return !cancel_;
 }
 
-void WindowHost::entry(const std::string& name, std::int64_t size)
-{
-    session.files.push_back(FileEntry{name, size, false});
-}
-
 void WindowHost::runbegins(bool works)
 {
     // A run begins: it goes over the selected lines, or all of them.

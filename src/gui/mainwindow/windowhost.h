@@ -58,7 +58,6 @@ public:
     // Lets events in, at most every kYieldSpacing; false once Cancel came.
     bool carryon() override;
 
-    void entry(const std::string& name, std::int64_t size) override;
     void level(bool begins) override { enablecontrols(!begins); }
 
     void runbegins(bool works) override;
