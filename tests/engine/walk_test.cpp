@@ -24,19 +24,19 @@ class RecordingHost : public WalkSink {
 public:
     int cancelAt = 0;
     int yields = 0;
-    bool bCancel = false;
+    bool stopAsked = false;
     std::vector<FileEntry> lines;
     std::string controls;  // one letter a level's start or end: "F" off, "T" on
 
     void level(bool begins) override
     {
         controls += begins ? 'F' : 'T';
-        bCancel = bCancel && !begins;
+        stopAsked = stopAsked && !begins;
     }
     bool carryon() override
     {
-        bCancel = bCancel || ++yields == cancelAt;
-        return !bCancel;
+        stopAsked = stopAsked || ++yields == cancelAt;
+        return !stopAsked;
     }
     void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
 
@@ -123,7 +123,7 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
         EXPECT_EQ(host.lines.size(), row.lines);
         EXPECT_EQ(host.controls, row.controls);
         EXPECT_EQ(host.yields, row.yields);
-        EXPECT_EQ(host.bCancel, row.flag);
+        EXPECT_EQ(host.stopAsked, row.flag);
         // Where one subdirectory was cut short, the other came whole.
         if (row.lines == 5) {
             EXPECT_EQ(listed.substr(0, 42), "f1.x\t00000004;f2.x\t00000004;f3.x\t00000004;");
@@ -132,10 +132,10 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
     }
     // A flag raised before the walk is cleared.
     RecordingHost host;
-    host.bCancel = true;
+    host.stopAsked = true;
     host.walk(tmp.path(), "*.x", true);
     EXPECT_EQ(host.lines.size(), 7u);
-    EXPECT_FALSE(host.bCancel);
+    EXPECT_FALSE(host.stopAsked);
 }
 
 }  // namespace
