@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -13,6 +12,7 @@
 #include <unistd.h>
 
 #include "cli/command.h"
+#include "cli/interrupt.h"
 #include "engine/core/saferewrite.h"
 #include "engine/core/workdir.h"
 #include "engine/dump/dump.h"
@@ -44,10 +44,6 @@ constexpr const char* kUsage =
     "  brindlex-cli dump --size 4 --cols 8 counts.bin -o counts.xls\n"
     "  brindlex-cli dump --size 2 --cols 1 samples.raw | head     the first values\n";
 
-volatile std::sig_atomic_t gInterrupted = 0;
-
-extern "C" void ondumpinterrupt(int) { gInterrupted = 1; }
-
 // Messages on stderr, each naming the file it concerns and its role; the
 // dump's closing word says nothing a script needs. The engine tells a
 // failed open by the platform's text and a failed read or write by its
@@ -59,7 +55,7 @@ public:
           sheetFailed_(sheetFailed)
     {
     }
-    bool carryon() override { return gInterrupted == 0; }
+    bool carryon() override { return !interrupted(); }
     void message(const std::string& text) override
     {
         if (text == created_)
@@ -208,11 +204,7 @@ int rundump(const std::vector<std::string>& args)
     if (!o)
         return status;
 
-    struct sigaction sa {};
-    sa.sa_handler = ondumpinterrupt;
-    sa.sa_flags = SA_RESETHAND;
-    sigemptyset(&sa.sa_mask);
-    ::sigaction(SIGINT, &sa, nullptr);
+    catchinterrupt();
 
     const std::string sOut = o->output.value_or("-");
     StdoutSheet toStdout;

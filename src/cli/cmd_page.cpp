@@ -12,7 +12,6 @@
 
 #include "cli/command.h"
 #include "engine/core/openbinary.h"
-#include "engine/core/workdir.h"
 #include "engine/viewer/page.h"
 #include "engine/viewer/save.h"
 
@@ -182,24 +181,22 @@ std::optional<std::string> readedit(const std::string& path, std::size_t most, s
     return text;
 }
 
-int savepage(const PageOptions& o, const Page& page)
+int saveedit(const PageOptions& o, const Page& page)
 {
     std::string why;
     const std::optional<std::string> text = readedit(*o.save, page.sText.size() + kEditSlack, why);
     if (!text)
         return trouble("cannot read edited page " + *o.save + ": " + why);
-    const std::string sViewText = o.nMode >= kModePureText ? page.sText : pagebytes(page.sText, o.nMode);
-    const PageEdit edit = pageedit(*text, o.nMode, o.nFormat, sViewText, page.lViewLen);
-    if (!edit.changed)
-        return 0;
-    if (edit.refused)
-        return cannotsave(o.file, edit.refused.text);
-    if (!preparedworkdir())
-        return cannotsave(o.file, "the work directory " + workdirpath().string() + " can't be used");
-    const SpliceResult saved =
-        splicepage({o.file, page.lPos, page.lViewLen, edit.bytes, page.stamp, scratchfilepath()});
-    if (!saved.opened)
-        return cannotsave(o.file, saved.error.text);
+    const std::string sViewText = pagebytes(page.sText, o.nMode);
+    const SavedPage saved = saveeditedpage({.sViewFile = o.file,
+                                            .lViewPos = page.lPos,
+                                            .lViewLen = page.lViewLen,
+                                            .sViewText = sViewText,
+                                            .stamp = page.stamp,
+                                            .pageText = *text,
+                                            .nMode = o.nMode,
+                                            .nFormat = o.nFormat,
+                                            .sScratch = {}});   // the work directory's, made only for a save
     if (saved.error)
         return cannotsave(o.file, saved.error.text);
     if (!saved.notice.empty())
@@ -245,7 +242,7 @@ int runpage(const std::vector<std::string>& args)
         return cannotread(o->file, page.error);
     if (page.error)
         return cannotread(o->file, page.error);
-    return savepage(*o, page);
+    return saveedit(*o, page);
 }
 
 const RegisterCommand registered({"page", "page [options] FILE        the viewer's page text of a file", runpage});

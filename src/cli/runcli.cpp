@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <algorithm>
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -44,10 +43,6 @@ const char* const kRunExitHelp =
     "searched, checked or rewritten, or bad usage; 130 interrupted or cancelled.\n";
 
 namespace {
-
-volatile std::sig_atomic_t gInterrupted = 0;
-
-extern "C" void oninterrupt(int) { gInterrupted = 1; }
 
 // Messages may hold CR LF; on stderr each is one line.
 std::string oneline(std::string text)
@@ -251,7 +246,7 @@ void CliHost::showcontrols(bool bOn)
     }
 }
 
-bool CliHost::carryon() { return gInterrupted == 0; }
+bool CliHost::carryon() { return !interrupted(); }
 
 void CliHost::runbegins(bool works)
 {
@@ -365,7 +360,7 @@ Answer CliHost::question(const Question& q)
     std::fflush(stdout);
     const std::string shown = questiontitle(q) + "\n" + q.text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {
-        if (gInterrupted || !writeall(tty_, shown))
+        if (interrupted() || !writeall(tty_, shown))
             return Answer::Cancel;
         std::string answer;
         char c = 0;
@@ -405,13 +400,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     request.sLogFile = paths.sLogFile;
     request.sScratch = paths.sScratch;
 
-    // The first interrupt cancels, as the window's Cancel does; a second one
-    // ends the program. Without SA_RESTART a question's read ends at once.
-    struct sigaction sa {};
-    sa.sa_handler = oninterrupt;
-    sa.sa_flags = SA_RESETHAND;
-    sigemptyset(&sa.sa_mask);
-    ::sigaction(SIGINT, &sa, nullptr);
+    catchinterrupt();
 
     if (o.filesFrom) {
         const std::string trouble = readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host);
@@ -435,8 +424,6 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     host.nFiles = request.files.size();
     return 0;
 }
-
-bool interrupted() { return gInterrupted != 0; }
 
 void bufferstdout()
 {
@@ -467,7 +454,7 @@ bool flushstdout()
 
 int exitstatus(const CliHost& host, bool cancelled, bool failures, bool wrote, bool hits)
 {
-    if (cancelled || gInterrupted)
+    if (cancelled || interrupted())
         return kExitInterrupted;
     if (failures || !wrote || host.trouble)
         return kExitTrouble;

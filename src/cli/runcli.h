@@ -12,6 +12,7 @@
 #include "engine/batch/run.h"
 #include "engine/core/runsink.h"
 #include "engine/core/walksink.h"
+#include "cli/interrupt.h"
 #include "cli/progress.h"
 
 namespace brindlex::cli {
@@ -113,9 +114,6 @@ private:
 // Returns 0, or the status of a usage error.
 int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, const std::string& name,
                CliHost& host, RunRequest& request);
-
-// Whether a SIGINT came since preparerun.
-bool interrupted();
 
 // Block-buffers stdout for the hit lines of the runs that follow.
 void bufferstdout();

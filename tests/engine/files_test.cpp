@@ -80,7 +80,7 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     // A hit line and what the viewer's opener reads back from it.
     const struct { std::string name; std::int64_t lPos; std::string line; } hits[] = {
         {"sub/a b.txt", 480, "sub/a b.txt\t000000480"}, {"big", 98765432109876LL, "big\t98765432109876"},
-        {"nine", 123456789, "nine\t123456789"}, {" x\ty ", 7, " x\ty \t000000007"}};
+        {"nine", 123456789, "nine\t123456789"}, {"top", 999999999, "top\t999999999"}, {" x\ty ", 7, " x\ty \t000000007"}};
     for (const auto& hit : hits) {
         EXPECT_EQ(list2line(hit.name, hit.lPos), hit.line);
         const List2Hit back = readlist2line(hit.line);

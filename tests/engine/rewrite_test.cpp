@@ -1,6 +1,6 @@
 // The check and commit that ends a batch rewrite and the viewer's save: each
 // outcome with its reason, its message and what the file holds afterwards.
-#include "engine/batch/rewrite.h"
+#include "engine/core/rewrite.h"
 
 #include <gtest/gtest.h>
 

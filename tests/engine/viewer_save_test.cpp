@@ -36,21 +36,14 @@ struct Viewer {
     void show(std::int64_t lPos, std::int64_t nBlock)
     {
         page = readpage(file, lPos, nBlock, 4, nMode, nFormat);
-        sViewText = nMode >= kModePureText ? page.sText : pagebytes(page.sText, nMode);
+        sViewText = pagebytes(page.sText, nMode);
     }
-    // Saves `text` as the page box's text; "" when saved or unchanged, else why not.
+    // Saves `text` as the page box's text; "" when saved, else why not.
     std::string save(const std::string& text)
     {
-        const PageEdit edit = pageedit(text, nMode, nFormat, sViewText, page.lViewLen);
-        if (edit.refused || !edit.changed)
-            return edit.refused ? edit.refused.text : "unchanged";
-        const SpliceResult r = splicepage({file, page.lPos, page.lViewLen, edit.bytes, page.stamp, scratch});
-        if (r.error)
-            return r.error.text;
-        struct stat st {};
-        EXPECT_EQ(statlong(file, st), 0);
-        EXPECT_EQ(r.lNewLength, static_cast<std::int64_t>(st.st_size));
-        return "";
+        const SavedPage r =
+            saveeditedpage({file, page.lPos, page.lViewLen, sViewText, page.stamp, text, nMode, nFormat, scratch});
+        return r.error ? r.error.text : r.changed ? "" : "unchanged";
     }
 };
 
@@ -167,7 +160,7 @@ TEST(ViewerSave, LeavesTheFileAsItWasWithTheReason)
         EXPECT_EQ(test::readfile(v.file), before);
     }
     test::TempDir dir;
-    const SpliceResult gone = splicepage({dir.path() / "none", 1, 4, "new", FileStamp{}, dir.path() / "brindlex.tmp"});
+    const SavedPage gone = saveeditedpage({dir.path() / "none", 1, 3, "old", FileStamp{}, "new", 2, 0, dir.path() / "brindlex.tmp"});
     EXPECT_FALSE(gone.opened);
     EXPECT_FALSE(fs::exists(dir.path() / "none"));
 }

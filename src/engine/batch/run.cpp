@@ -9,11 +9,12 @@
 #include <sys/stat.h>
 
 #include "engine/batch/readahead.h"
-#include "engine/batch/rewrite.h"
 #include "engine/batch/runlog.h"
 #include "engine/batch/scanner.h"
+#include "engine/core/filestamp.h"
 #include "engine/core/inplace.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/rewrite.h"
 #include "engine/core/saferewrite.h"
 #include "engine/core/state.h"
 #include "engine/files/files.h"
@@ -93,7 +94,7 @@ public:
         }
         if (unread_ || ::stat(target_.c_str(), &now) != 0 || now.st_size != original_.st.st_size) {
             rewrite.failure = RewriteFailure::Length;
-            rewrite.reason = Error{ESTALE, "File changed by another program since it was read", sFile};
+            rewrite.reason = filechanged(sFile);
             return rewrite;
         }
         rewrite.reason = edit_->commit();

@@ -1,6 +1,6 @@
 #include "engine/batch/runmessages.h"
 
-#include "engine/batch/rewrite.h"
+#include "engine/core/rewrite.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/state.h"
 

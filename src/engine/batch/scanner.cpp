@@ -337,7 +337,14 @@ public:
             if (bKeepBytes_)
                 slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
-        readers_ = startworkers(std::min<std::size_t>(usablecores(), kMaxReaders), [this] { readall(); });
+        // The scan that takes only the occurrences reads windows too, so it
+        // counts as one of the readers.
+        std::size_t readers = std::min<std::size_t>(usablecores(), kMaxReaders);
+        if (!bKeepBytes_) {
+            own_ = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
+            readers = std::max<std::size_t>(readers - 1, 1);
+        }
+        readers_ = startworkers(readers, [this] { readall(); });
         // With no reader the scan reads for itself.
         if (readers_.empty())
             throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
@@ -372,6 +379,21 @@ public:
     {
         const std::int64_t k = cur_ + 1;
         Slot& slot = slots_[k % kSlots];
+        if (!bKeepBytes_) {
+            // Nothing of window k - 1 is needed any more: its slot is free
+            // at once. While window k is in a reader's hands, the scan reads
+            // the next unclaimed window rather than sleep: a sleep and a
+            // wake-up for every window would cost more than the search.
+            if (k > 0)
+                leave(k - 1);
+            while (slot.state.load(std::memory_order_acquire) == kEmpty) {
+                std::int64_t j = claimed_.load();
+                if (j * chunk_ >= lLen_ || !left(j - kSlots))
+                    break;
+                if (claimed_.compare_exchange_weak(j, j + 1))
+                    readwindow(j, own_.get());
+            }
+        }
         // A short spin spares a sleep and a wake-up when the window is due.
         for (int spin = 0; spin < kSpins && slot.state.load(std::memory_order_acquire) == kEmpty; ++spin)
             _mm_pause();
@@ -386,15 +408,11 @@ public:
             return false;
         }
         const std::int64_t pad = k * chunk_ - start(k);
-        if (k > 0) {
-            Slot& before = slots_[(k - 1) % kSlots];
-            if (bKeepBytes_)
-                std::memcpy(slot.data.get() + kPad - pad, before.data.get() + kPad + chunk_ - pad,
-                            static_cast<std::size_t>(pad));
-            before.state.store(kEmpty);
-            scanLeft_.store(k - 1);
-            if (readerWaits_.load() != 0)
-                wake();
+        if (k > 0 && bKeepBytes_) {
+            const Slot& before = slots_[(k - 1) % kSlots];
+            std::memcpy(slot.data.get() + kPad - pad, before.data.get() + kPad + chunk_ - pad,
+                        static_cast<std::size_t>(pad));
+            leave(k - 1);
         }
         cur_ = k;
         data = bKeepBytes_ ? slot.data.get() + kPad - pad : nullptr;
@@ -425,6 +443,15 @@ private:
         changed_.notify_all();
     }
 
+    // The scan is done with window k: its slot may take window k + kSlots.
+    void leave(std::int64_t k)
+    {
+        slots_[k % kSlots].state.store(kEmpty);
+        scanLeft_.store(k);
+        if (readerWaits_.load() != 0 && k >= wakeAt_.load())
+            wake();
+    }
+
     void readall()
     {
         AlignedBuffer<> own;
@@ -432,38 +459,48 @@ private:
             own = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
         for (;;) {
             const std::int64_t k = claimed_.fetch_add(1);
-            const std::int64_t from = k * chunk_;
-            if (from >= lLen_)
+            if (k * chunk_ >= lLen_)
                 return;
-            Slot& slot = slots_[k % kSlots];
             if (!left(k - kSlots)) {
-                // kSlots windows are read ahead of the scan: wait for it.
+                // kSlots windows are read ahead of the scan: wait for it to
+                // free half of them, not one, so that a reader ahead of the
+                // scan is not woken for every window.
+                const std::int64_t until = k - kSlots / 2;
                 std::unique_lock lock(mutex_);
                 ++readerWaits_;
-                changed_.wait(lock, [&] { return stop_ || left(k - kSlots); });
-                --readerWaits_;
+                wakeAt_.store(std::min(wakeAt_.load(), until));
+                changed_.wait(lock, [&] { return stop_ || left(until); });
+                if (--readerWaits_ == 0)
+                    wakeAt_.store(kNever);
             }
             if (stop_.load())
                 return;
-            const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
-            unsigned char* const into = bKeepBytes_ ? slot.data.get() + kPad : own.get();
-            std::int64_t got = 0;
-            while (got < want) {
-                const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from + got);
-                if (r < 0 && errno == EINTR)
-                    continue;
-                if (r <= 0) {
-                    slot.error = r < 0 ? errno : 0;
-                    break;
-                }
-                got += r;
-            }
-            if (search_ && got == want)
-                findall(slot, into, static_cast<std::size_t>(want));
-            slot.state.store(got == want ? kRead : kFailed);
-            if (scanWaits_.load() != 0)
-                wake();
+            readwindow(k, bKeepBytes_ ? slots_[k % kSlots].data.get() + kPad : own.get());
         }
+    }
+
+    // Reads window k into `into`, finds its occurrences and hands it over.
+    void readwindow(std::int64_t k, unsigned char* into)
+    {
+        Slot& slot = slots_[k % kSlots];
+        const std::int64_t from = k * chunk_;
+        const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
+        std::int64_t got = 0;
+        while (got < want) {
+            const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from + got);
+            if (r < 0 && errno == EINTR)
+                continue;
+            if (r <= 0) {
+                slot.error = r < 0 ? errno : 0;
+                break;
+            }
+            got += r;
+        }
+        if (search_ && got == want)
+            findall(slot, into, static_cast<std::size_t>(want));
+        slot.state.store(got == want ? kRead : kFailed);
+        if (scanWaits_.load() != 0)
+            wake();
     }
 
     // Whether the scan has left window k (and its slot is free).
@@ -485,6 +522,7 @@ private:
     const std::int64_t look_;
     const PatternSearch* const search_;
     const bool bKeepBytes_;
+    AlignedBuffer<> own_;   // the scan's own reads, when it takes only the occurrences
     Slot slots_[kSlots];
     std::int64_t cur_ = -1;
     int error_ = 0;
@@ -495,6 +533,8 @@ private:
     std::condition_variable changed_;
     std::atomic<int> scanWaits_ {0};
     std::atomic<int> readerWaits_ {0};
+    static constexpr std::int64_t kNever = INT64_MAX;
+    std::atomic<std::int64_t> wakeAt_ {kNever};   // the window whose leaving wakes the readers
     std::atomic<bool> stop_ {false};   // set under mutex_, for the sleepers
     std::vector<std::thread> readers_;
 };

@@ -18,6 +18,7 @@
 
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
+#include "engine/core/filestamp.h"
 #include "engine/core/signalhold.h"
 
 namespace brindlex {
@@ -352,13 +353,8 @@ Error InPlaceEdit::Impl::checkunchanged(int fd) const
     const struct stat& was = original->st;
     struct stat byname {}, now {};
     const bool same = ::stat(target.c_str(), &byname) == 0 && ::fstat(fd, &now) == 0
-        && byname.st_dev == was.st_dev && byname.st_ino == was.st_ino && now.st_dev == was.st_dev
-        && now.st_ino == was.st_ino && now.st_size == was.st_size && now.st_mtim.tv_sec == was.st_mtim.tv_sec
-        && now.st_mtim.tv_nsec == was.st_mtim.tv_nsec && now.st_ctim.tv_sec == was.st_ctim.tv_sec
-        && now.st_ctim.tv_nsec == was.st_ctim.tv_nsec;
-    if (!same)
-        return Error{ESTALE, "File changed by another program since it was read", target};
-    return {};
+        && byname.st_dev == was.st_dev && byname.st_ino == was.st_ino && filestamp(now) == filestamp(was);
+    return same ? Error{} : filechanged(target);
 }
 
 void InPlaceEdit::Impl::dropjournal()
@@ -575,7 +571,7 @@ Error matchrecords(int journal, std::int64_t begin, std::int64_t end, int fd, co
     while (records.next(offset, oldBytes, newBytes, bad)) {
         now.resize(oldBytes.size());
         if (!readall(fd, now.data(), now.size(), offset) || (now != oldBytes && now != newBytes))
-            return Error{ESTALE, "File changed by another program since it was edited", path};
+            return filechanged(path, "since it was edited");
         touched = touched || now != oldBytes;
     }
     if (bad)
@@ -608,7 +604,7 @@ std::string rollbackone(int dirfd, const fs::path& workdir, const std::string& n
         else if (::fstat(file.get(), &now) != 0 || !S_ISREG(now.st_mode) || now.st_dev != target.dev
                  || now.st_ino != target.ino || static_cast<std::uint64_t>(now.st_size) != target.size
                  || birthof(file.get()) != std::pair(target.bornSec, target.bornNsec))
-            error = Error{ESTALE, "File changed by another program since it was edited", target.path};
+            error = filechanged(target.path, "since it was edited");
         else
             error = matchrecords(fd.get(), begin, end, file.get(), target.path, touched);
         if (!error && touched) {

@@ -23,6 +23,7 @@
 
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
+#include "engine/core/filestamp.h"
 #include "engine/core/journal.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/signalhold.h"
@@ -33,16 +34,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-Error changederror(const fs::path& path)
-{
-    return Error{ESTALE, "File changed by another program since it was read", path};
-}
-
 bool samefile(const struct stat& a, const struct stat& b)
 {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size
-        && a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec
-        && a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+    return filestamp(a) == filestamp(b);
 }
 
 fs::path parentof(const fs::path& p)
@@ -343,9 +337,9 @@ Error SafeReplace::Impl::checkunchanged()
     struct stat now {};
     int rc = checked("recheck", [&] { return ::fstatat(dir.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW); });
     if (!exists)
-        return rc != 0 && errno == ENOENT ? Error{} : changederror(target);
+        return rc != 0 && errno == ENOENT ? Error{} : filechanged(target);
     if (rc != 0 || !samefile(now, st))
-        return changederror(target);
+        return filechanged(target);
     return {};
 }
 
@@ -364,7 +358,7 @@ Error SafeReplace::Impl::swapinplace()
         if (checked("link-new", [&] {
                 return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), name.c_str(), AT_SYMLINK_FOLLOW);
             }) != 0)
-            return errno == EEXIST ? changederror(target) : errorfromerrno(errno, target);
+            return errno == EEXIST ? filechanged(target) : errorfromerrno(errno, target);
     } else {
         // The nameless file gets a hidden name first; renameat then swaps it
         // with the original in one step.
@@ -385,7 +379,7 @@ Error SafeReplace::Impl::swapinplace()
                 return errorfromerrno(errno, target);
         } else {
             if (checked("link-new", [&] { return ::linkat(dir.get(), hidden.c_str(), dir.get(), name.c_str(), 0); }) != 0)
-                return errno == EEXIST ? changederror(target) : errorfromerrno(errno, target);
+                return errno == EEXIST ? filechanged(target) : errorfromerrno(errno, target);
             ::unlinkat(dir.get(), hidden.c_str(), 0);
         }
         hidden.clear();
@@ -407,7 +401,7 @@ Error SafeReplace::Impl::copyinplace()
     FileHandle dest(fd);
     struct stat now {};
     if (::fstat(dest.get(), &now) != 0 || !samefile(now, st))
-        return changederror(target);
+        return filechanged(target);
     struct stat sst {};
     if (::fstat(out.get(), &sst) != 0)
         return errorfromerrno(errno, scratch);
@@ -502,7 +496,7 @@ Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
         return Error{EINVAL, "Not a regular file", target};
     // What the caller read must be what the name holds now.
     if (original && !samefile(st, original->st))
-        return changederror(target);
+        return filechanged(target);
     return {};
 }
 

@@ -61,10 +61,10 @@ const dirent* nextentry(DIR* dir, const std::string& where, WalkSink& host)
     return entry;
 }
 
-// The files of one directory, then (with `bIncludeSubs`) the names of its
-// subdirectories. False when the user cancelled on the way. A directory
-// that can't be read (or searched: its entries could not be opened) is
-// told to the host as `where`.
+// The files of one directory and (with `bIncludeSubs`) the names of its
+// subdirectories, in one pass over it. False when the user cancelled on the
+// way. A directory that can't be read (or searched: its entries could not
+// be opened) is told to the host as `where`.
 bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix, const std::string& where,
                bool bIncludeSubs, WalkSink& host, std::vector<std::string>& subdirs)
 {
@@ -77,8 +77,16 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
     const bool sizes = host.wantsizes();
     std::string relname;
     while (const dirent* entry = nextentry(dir.get(), where, host)) {
-        if (entry->d_type != DT_REG && entry->d_type != DT_LNK && entry->d_type != DT_UNKNOWN)
+        if (entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN) {
+            if (bIncludeSubs && entry->d_name[0] != '.' && isrealdir(dir.fd(), entry)) {
+                subdirs.emplace_back(entry->d_name);
+                continue;
+            }
+            if (entry->d_type == DT_DIR)
+                continue;
+        } else if (entry->d_type != DT_REG && entry->d_type != DT_LNK) {
             continue;
+        }
         if (!wildcardmatch(typedname, entry->d_name))
             continue;
         // Following a link lists a link to a regular file with the size of
@@ -92,15 +100,10 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
         relname.assign(prefix).append(entry->d_name);
         host.entry(relname, static_cast<std::int64_t>(st.st_size));
     }
-
-    if (!bIncludeSubs)
-        return true;
-    ::rewinddir(dir.get());
-    while (const dirent* entry = nextentry(dir.get(), where, host)) {
+    // A Cancel here stops the walk before the subdirectories.
+    for (std::size_t i = 0; i < subdirs.size(); ++i) {
         if (!host.carryon())
             return false;
-        if (entry->d_name[0] != '.' && isrealdir(dir.fd(), entry))
-            subdirs.emplace_back(entry->d_name);
     }
     return true;
 }

@@ -103,7 +103,7 @@ PageStream streampage(const std::filesystem::path& sFile, std::int64_t lPos, std
             if (!read(first - 1 + at, std::min(kStreamPiece, out.lViewLen - at)))
                 return out;
             if (piece.find('\0') != std::string::npos) {
-                out.error = Error{ESTALE, "File changed by another program while its page was written", sFile};
+                out.error = filechanged(sFile, "while its page was written");
                 return out;
             }
             if (!put(piece))
@@ -159,13 +159,6 @@ bool readblock(int fd, std::int64_t offset, std::int64_t count, std::string& int
         got += n;
     }
     return true;
-}
-
-FileStamp filestamp(const struct stat& st)
-{
-    return FileStamp{st.st_dev, st.st_ino, static_cast<std::int64_t>(st.st_size),
-                     static_cast<std::int64_t>(st.st_mtim.tv_sec), static_cast<std::int64_t>(st.st_mtim.tv_nsec),
-                     static_cast<std::int64_t>(st.st_ctim.tv_sec), static_cast<std::int64_t>(st.st_ctim.tv_nsec)};
 }
 
 Page readpage(const std::filesystem::path& sFile, std::int64_t lPos, std::int64_t nBlock, int nWidth, int nMode,

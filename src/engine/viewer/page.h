@@ -23,6 +23,7 @@
 #include <sys/stat.h>
 
 #include "engine/core/error.h"
+#include "engine/core/filestamp.h"
 
 namespace brindlex {
 
@@ -48,21 +49,6 @@ inline constexpr std::int64_t kFullTextLimit = 16 * 1024 * 1024;
 // one page (EFBIG before anything is read); streampage takes a page of any
 // size.
 inline constexpr std::int64_t kPageLimit = kFullTextLimit;
-
-// What identifies a file's content as it was read: a save refuses a file
-// whose stamp has changed since its page was read.
-struct FileStamp {
-    dev_t dev = 0;
-    ino_t ino = 0;
-    std::int64_t size = -1;
-    std::int64_t mtimeSec = 0;
-    std::int64_t mtimeNsec = 0;
-    std::int64_t ctimeSec = 0;    // a write that sets the mtime back still
-    std::int64_t ctimeNsec = 0;   // moves the ctime
-
-    bool operator==(const FileStamp&) const = default;
-};
-FileStamp filestamp(const struct stat& st);
 
 // Appends up to `count` bytes of the open file `fd` from 0-based `offset` to
 // `into`; fewer only at the file's end. False on a read error (errno tells

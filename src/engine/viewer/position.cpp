@@ -166,4 +166,15 @@ std::string gotodefault(std::int64_t lViewHit, int nFormat)
     return answer;
 }
 
+std::int64_t hittop(std::int64_t lHit, int nWidth)
+{
+    const std::int64_t rows = 2 * static_cast<std::int64_t>(nWidth);
+    return lHit > rows ? lHit - rows : 1;
+}
+
+int openingwidth(int nWidth, bool bHit)
+{
+    return nWidth != 0 ? nWidth : bHit ? 10 : 8;
+}
+
 }  // namespace brindlex

@@ -46,6 +46,15 @@ std::int64_t clickposition(std::string_view pageText, std::int64_t caret, int nF
 // formats 1 and 2, decimal in formats 0 and 3.
 std::string clicklabel(std::int64_t position, int nFormat);
 
+// Where the viewer opens. A file opens at its first byte, a hit (and a Goto
+// target) stands two rows below the page's top: the page starts at lHit -
+// 2 x nWidth, or at 1 before that. Until the user sets a row width, a file
+// opens with 8 bytes a row and a hit with 10 (nWidth 0: never opened).
+//   hittop(100, 10) is 80, hittop(15, 10) is 1; openingwidth(0, true) is 10,
+//   openingwidth(16, true) is 16.
+std::int64_t hittop(std::int64_t lHit, int nWidth);
+int openingwidth(int nWidth, bool bHit);
+
 // Goto's default answer: lViewHit in decimal in format 0, else "&H", upper-
 // case hexadecimal, "&" ("&H3E8&" for 1000).
 std::string gotodefault(std::int64_t lViewHit, int nFormat);

@@ -6,11 +6,13 @@
 
 #include <unistd.h>
 
-#include "engine/batch/rewrite.h"
 #include "engine/core/alignedbuffer.h"
+#include "engine/core/filestamp.h"
 #include "engine/core/inplace.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/rewrite.h"
 #include "engine/core/saferewrite.h"
+#include "engine/core/workdir.h"
 #include "engine/pattern/notation.h"
 
 namespace brindlex {
@@ -19,9 +21,11 @@ namespace {
 // Memory of a copy, whatever the file's length.
 constexpr std::size_t kCopyBuffer = 256 * 1024;
 
+constexpr std::string_view kChanged = "since its page was read; nothing was saved";
+
 Error changedondisk(const std::filesystem::path& sFile)
 {
-    return Error{ESTALE, "File changed by another program since its page was read; nothing was saved", sFile};
+    return filechanged(sFile, kChanged);
 }
 
 Error notwholepage(const std::string_view shown, std::int64_t lViewLen, int nFormat)
@@ -36,12 +40,6 @@ Error notwholepage(const std::string_view shown, std::int64_t lViewLen, int nFor
                              " it was read from (a text page with a NUL byte, or a file too large for Full "
                              "Text, is not shown). Use a byte mode to edit it.",
                  {}};
-}
-
-bool samefile(const std::filesystem::path& sFile, const FileStamp& stamp)
-{
-    struct stat st {};
-    return statlong(sFile, st) == 0 && filestamp(st) == stamp;
 }
 
 }  // namespace
@@ -128,7 +126,6 @@ SpliceResult savepageinplace(const SpliceRequest& request, const OpenedFile& fil
         result.error = changedondisk(request.sViewFile);
     if (result.error)
         return result;
-    result.lNewLength = file.size();
     result.stamp = filestamp(edit->result());
     return result;
 }
@@ -156,14 +153,12 @@ SpliceResult splicepage(const SpliceRequest& request)
         return savepageinplace(request, file);
     Error begun;
     std::unique_ptr<SafeReplace> replace = SafeReplace::begin(request.sViewFile, request.sScratch, begun);
-    // The replacement looked at the file by name after the check above: a
-    // file put in its place meanwhile must not be overwritten either.
-    if (replace && !samefile(request.sViewFile, request.stamp)) {
-        result.error = changedondisk(request.sViewFile);
-        return result;
-    }
     if (replace) {
-        result.error = splice(request, file.fd.get(), file.size(), *replace);
+        // The replacement looked at the file by name after the check above: a
+        // file put in its place meanwhile must not be overwritten either.
+        result.error = checkstamp(request.sViewFile, request.stamp, kChanged);
+        if (!result.error)
+            result.error = splice(request, file.fd.get(), file.size(), *replace);
         if (result.error)
             return result;
     }
@@ -177,12 +172,39 @@ SpliceResult splicepage(const SpliceRequest& request)
         result.error = rewrite.reason ? rewrite.reason : Error{EIO, rewritemessage(rewrite, sFile), request.sViewFile};
     if (result.error)
         return result;
-    result.lNewLength = rewrite.lLength;
     result.notice = rewrite.notice;
     struct stat st {};
     if (statlong(request.sViewFile, st) == 0)
         result.stamp = filestamp(st);
     return result;
+}
+
+SavedPage saveeditedpage(const PageSave& save)
+{
+    SavedPage saved;
+    const PageEdit edit = pageedit(save.pageText, save.nMode, save.nFormat, save.sViewText, save.lViewLen);
+    saved.changed = edit.changed;
+    saved.error = edit.refused;
+    if (!saved.changed || saved.error)
+        return saved;
+    std::filesystem::path scratch = save.sScratch;
+    if (scratch.empty()) {
+        if (!preparedworkdir()) {
+            saved.error = Error{EACCES, "the work directory " + workdirpath().string() + " can't be used", {}};
+            return saved;
+        }
+        scratch = scratchfilepath();
+    }
+    const SpliceResult spliced =
+        splicepage({save.sViewFile, save.lViewPos, save.lViewLen, edit.bytes, save.stamp, scratch});
+    saved.opened = spliced.opened;
+    saved.error = spliced.error;
+    if (saved.error)
+        return saved;
+    saved.bytes = edit.bytes;
+    saved.stamp = spliced.stamp;
+    saved.notice = spliced.notice;
+    return saved;
 }
 
 }  // namespace brindlex

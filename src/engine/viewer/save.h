@@ -45,7 +45,6 @@ struct SpliceRequest {
 struct SpliceResult {
     bool opened = false;             // false: "Error opening " applies, nothing written
     Error error;                     // why nothing was written (the file is unchanged)
-    std::int64_t lNewLength = -1;    // after a save: old length - lViewLen + new bytes
     FileStamp stamp;                 // after a save: the file as it now is
     std::string notice;              // after a save: what of the file could not be kept
 };
@@ -57,6 +56,37 @@ struct SpliceResult {
 // length and keeps the new stamp, so that a second save of the same page
 // splices over what the first one wrote.
 SpliceResult splicepage(const SpliceRequest& request);
+
+// A save of the page box, as the viewer's Save and the command line's page
+// --save do it: the page as it was read, the box's text now.
+struct PageSave {
+    std::filesystem::path sViewFile;
+    std::int64_t lViewPos = 1;        // the page's first position
+    std::int64_t lViewLen = 0;        // bytes of the file the page took
+    std::string_view sViewText;       // the page's bytes as read (pagebytes of its text)
+    FileStamp stamp;                  // the file as the page was read
+    std::string_view pageText;        // the page box's text now
+    int nMode = kModeBinaryText;
+    int nFormat = kFormatDecimal;
+    std::filesystem::path sScratch;   // the scratch file; empty: the work directory's,
+                                      // prepared here once there is something to save
+};
+
+struct SavedPage {
+    bool changed = false;   // the box holds an edit; false: nothing was done
+    bool opened = true;     // false: the file couldn't be opened ("Error opening " applies)
+    Error error;            // why nothing was saved: the edit refused (see PageEdit),
+                            // the work directory, the file changed (splicepage)...
+    std::string bytes;      // after a save: the page as the file now holds it, the
+                            // next save's sViewText (its length the next lViewLen)
+    FileStamp stamp;        // after a save: the file as it now is
+    std::string notice;     // after a save: what of the file could not be kept
+};
+
+// The whole save: pageedit decides, splicepage writes. The file is touched
+// only when the box holds an edit that loses no byte, and then only while
+// it is still the file the page was read from.
+SavedPage saveeditedpage(const PageSave& save);
 
 // Copies up to lCount bytes of the open file `nFrom` from 0-based `position`
 // to the end of `to`'s new content, never past the end of `nFrom`; `position`

@@ -152,7 +152,6 @@ void Form1::Form_Load(const std::string& sCommand)
     sIniFile = defaultinifile();
     const QFileInfo editor(QFile::decodeName(QByteArray::fromStdString((exeDir / "vellumix").string())));
     sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
-    view.nViewMode = kModeAutoDetect;
     mnuRepl->setProperty("Tag", QStringLiteral("user0"));
     session.bConvertHex = true;
     if (const RunPaths paths = runpaths(true); !paths.sScratch.empty()) {
@@ -187,7 +186,7 @@ void Form1::Form_Load(const std::string& sCommand)
 void Form1::closeEvent(QCloseEvent* event)
 {
     // An edit in the viewer is asked about first; Cancel keeps the program.
-    if (form2 && !form2->releaseedit()) {
+    if (!view.releaseedit()) {
         event->ignore();
         return;
     }

@@ -23,7 +23,7 @@
 #include "engine/files/files.h"
 #include "gui/common/latin1.h"
 #include "gui/mainwindow/session.h"
-#include "gui/viewer/viewstate.h"
+#include "gui/viewer/viewer.h"
 
 class QAction;
 class QCheckBox;
@@ -109,7 +109,7 @@ public:
     void List2_DblClick();
 
     // The viewer, once it has been opened.
-    Form2* viewer() const { return form2.get(); }
+    Form2* viewer() const { return view.window(); }
 
     // Whether a walk or run is under way.
     bool busy() const { return nBusy > 0; }
@@ -119,8 +119,8 @@ public:
     // What the window holds: List1 and List2 show it.
     const Session& state() const { return session; }
 
-    // The viewer's state, set here before the viewer opens.
-    ViewState& viewstate() { return view; }
+    // The viewer's state.
+    ViewState& viewstate() { return view.state(); }
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -176,7 +176,7 @@ private:
     int nDumpCount = 0;               // the number of the last sheet
     double dLastFocus = 0;            // days, see selectalltext
 
-    ViewState view;
+    Viewer view{*this};
 
     void cmdFind_Click(bool bReplace);
 
@@ -219,7 +219,8 @@ private:
     // lblDir's caption and `sName`.
     std::string fullname(const std::string& sName) const;
     void startedit(const std::string& sPath, const std::string& sPosition);
-    void showviewer();
+    // Opens the current line of List1 (its file) or List2 (its hit) in the viewer.
+    void openline(const QListView* list);
     void List2_KeyWalk(const QEvent* event);
 
     // What the viewer asks of this window.
@@ -235,7 +236,6 @@ private:
     SessionListModel* filesModel = nullptr;
     SessionListModel* hitsModel = nullptr;
     std::unique_ptr<WindowHost> windowHost;
-    std::unique_ptr<Form2> form2;
     int nBusy = 0;
     int captionIndent = 0;    // of "Size" and "Location", in pixels
     int nRowBeforeKey = -1;   // List2's current line as a key went down

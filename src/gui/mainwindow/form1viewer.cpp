@@ -2,88 +2,34 @@
 // the window.
 #include "gui/mainwindow/form1.h"
 
-#include <QApplication>
-#include <QCheckBox>
-#include <QCloseEvent>
-#include <QDateTime>
-#include <QFile>
-#include <QFileInfo>
-#include <QGridLayout>
-#include <QHBoxLayout>
 #include <QKeyEvent>
-#include <QLabel>
 #include <QLineEdit>
 #include <QListView>
-#include <QMenu>
-#include <QMenuBar>
-#include <QMouseEvent>
-#include <QProgressBar>
-#include <QScreen>
-#include <QPushButton>
-#include <QStatusBar>
-#include <QShortcut>
-#include <QStyle>
 
-#include <cstdlib>
-#include <optional>
-#include <system_error>
-
-#include "engine/batch/run.h"
-#include "engine/batch/runlog.h"
-#include "engine/core/inplace.h"
-#include "engine/core/saferewrite.h"
-#include "engine/core/state.h"
-#include "engine/core/workdir.h"
-#include "engine/dump/dump.h"
-#include "engine/files/files.h"
-#include "engine/pattern/stringtools.h"
 #include "gui/mainwindow/listmodel.h"
-#include "gui/mainwindow/tabstopdelegate.h"
-#include "gui/mainwindow/windowhost.h"
-#include "engine/replacements/profile.h"
-#include "engine/replacements/replist.h"
-#include "engine/viewer/page.h"
-#include "gui/replacements/repmenu.h"
-#include "gui/seam/dialogs.h"
-#include "gui/seam/launch.h"
-#include "gui/viewer/form2.h"
-
-#include "gui/mainwindow/busyscope.h"
+#include "gui/viewer/viewer.h"
 
 namespace brindlex::gui {
 
-void Form1::showviewer()
+void Form1::openline(const QListView* list)
 {
-    if (!form2) {
-        ViewerHost& host = *this;
-        form2 = std::make_unique<Form2>(view, host);
-    }
-    form2->open();
+    const List2Hit entry = currententry(list);
+    if (entry.sName.empty())
+        return;
+    if (list == List2)
+        view.openhit(fullname(entry.sName), entry.lPos);
+    else
+        view.openfile(fullname(entry.sName));
 }
 
 void Form1::List1_DblClick()
 {
-    const List2Hit entry = currententry(List1);
-    if (entry.sName.empty())
-        return;
-    view.sViewFile = fullname(entry.sName);
-    if (view.nViewWidth == 0)
-        view.nViewWidth = 8;
-    view.lViewPos = 1;
-    showviewer();
+    openline(List1);
 }
 
 void Form1::openhit()
 {
-    const List2Hit hit = currententry(List2);
-    if (hit.sName.empty())
-        return;
-    view.sViewFile = fullname(hit.sName);
-    if (view.nViewWidth == 0)
-        view.nViewWidth = 10;
-    view.lViewHit = hit.lPos;
-    view.lViewPos = std::max<std::int64_t>(1, view.lViewHit - 2 * static_cast<std::int64_t>(view.nViewWidth));
-    showviewer();
+    openline(List2);
 }
 
 void Form1::List2_Click()

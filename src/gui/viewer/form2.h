@@ -6,8 +6,8 @@
 // text has the room it needs at any size, scale and font, and the page box
 // takes whatever the window has to spare.
 //
-// The viewer works on a ViewState that its opener owns and sets, and asks
-// the main window for nothing but what ViewerHost offers. The file is never
+// The viewer works on the ViewState that Viewer owns and sets for each
+// opening, and asks the main window for nothing but what ViewerHost offers. The file is never
 // held: each page is read anew, from a file opened and closed for the read.
 //
 // An edit of the page is never dropped without a question: whatever would
@@ -15,7 +15,7 @@
 // mode or format that reads anew, closing, Exit) first asks "Save changes to
 // FILE?" with Yes, No and Cancel, and Cancel leaves the page as it is. The
 // viewer keeps the page on show (file, position, bytes read, stamp) apart
-// from the state, which the opener may already have set for the next file.
+// from the state, which may already be set for the next file.
 //
 // Form_Activate runs when the viewer is shown by its opener and when the
 // user comes back to it from the main window (not when a dialog of its own

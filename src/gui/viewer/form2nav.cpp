@@ -7,6 +7,7 @@
 #include <QScrollBar>
 
 #include <climits>
+#include <utility>
 
 #include "engine/core/openbinary.h"
 #include "engine/core/state.h"
@@ -197,8 +198,7 @@ void Form2::gotoposition(const std::string& answer)
     if (p == 0 || p > filelength() || !releaseedit())
         return;
     state.lViewHit = p;
-    const std::int64_t rows = 2 * static_cast<std::int64_t>(state.nViewWidth);
-    state.lViewPos = p > rows ? p - rows : 1;
+    state.lViewPos = hittop(p, state.nViewWidth);
     showpage();
 }
 
@@ -263,34 +263,27 @@ void Form2::restoreshown()
 
 bool Form2::savepage()
 {
-    const PageEdit edit = pageedit(Text1->page(), state.nViewMode, nViewFormat, shown.sViewText, shown.lViewLen);
-    if (!edit.changed)
+    const std::string page = Text1->page();
+    SavedPage saved = saveeditedpage({.sViewFile = shown.sViewFile,
+                                      .lViewPos = shown.lViewPos,
+                                      .lViewLen = shown.lViewLen,
+                                      .sViewText = shown.sViewText,
+                                      .stamp = shown.stamp,
+                                      .pageText = page,
+                                      .nMode = state.nViewMode,
+                                      .nFormat = nViewFormat,
+                                      .sScratch = scratchfilepath()});
+    if (saved.error) {
+        message(saved.opened ? saved.error.text : openerrormessage(shown.sViewFile, saved.error));
+        return false;
+    }
+    if (!saved.changed)
         return true;
-    if (edit.refused) {
-        message(edit.refused.text);
-        return false;
-    }
-    SpliceRequest request;
-    request.sViewFile = shown.sViewFile;
-    request.lViewPos = shown.lViewPos;
-    request.lViewLen = shown.lViewLen;
-    request.bytes = edit.bytes;
-    request.stamp = shown.stamp;
-    request.sScratch = scratchfilepath();
-    const SpliceResult result = splicepage(request);
-    if (!result.opened) {
-        message(openerrormessage(shown.sViewFile, result.error));
-        return false;
-    }
-    if (result.error) {
-        message(result.error.text);
-        return false;
-    }
     // The page now stands in the file as the box holds it: a second save
     // splices over what this one wrote.
-    shown.sViewText = edit.bytes;
-    shown.lViewLen = static_cast<std::int64_t>(edit.bytes.size());
-    shown.stamp = result.stamp;
+    shown.sViewText = std::move(saved.bytes);
+    shown.lViewLen = static_cast<std::int64_t>(shown.sViewText.size());
+    shown.stamp = saved.stamp;
     if (state.sViewFile == shown.sViewFile && state.lViewPos == shown.lViewPos) {
         state.sViewText = shown.sViewText;
         state.lViewLen = shown.lViewLen;

@@ -1,6 +1,5 @@
-// What the main window and the viewer share: the viewer's state, which the
-// opener sets before it shows the viewer, and the few things the viewer asks
-// of the main window.
+// The viewer's state, which Viewer keeps from one opening to the next, and
+// the few things the viewer asks of the main window.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +11,7 @@ class QWidget;
 
 namespace brindlex::gui {
 
-// The viewer's state. The opener owns it and hands it to the viewer.
+// The viewer's state: the page asked for, and how it is shown.
 struct ViewState {
     std::string sViewFile;        // the real name of the file on show, as bytes
     std::int64_t lViewPos = 0;    // 1-based position of the page's first byte

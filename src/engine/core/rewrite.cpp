@@ -1,8 +1,9 @@
-#include "engine/batch/rewrite.h"
+#include "engine/core/rewrite.h"
 
 #include <algorithm>
 #include <cerrno>
 
+#include "engine/core/filestamp.h"
 #include "engine/core/saferewrite.h"
 
 namespace brindlex {
@@ -23,7 +24,7 @@ Error lengthreason(const SafeReplace& replace, const std::string& sFile)
 {
     if (replace.writeerror())
         return replace.writeerror();
-    return Error{ESTALE, "File changed by another program since it was read", sFile};
+    return filechanged(sFile);
 }
 
 }  // namespace
