@@ -48,15 +48,15 @@ constexpr const char* kUsage =
 // dump's closing word says nothing a script needs. The engine tells a
 // failed open by the platform's text and a failed read or write by its
 // number; which file it was, the sheet's state tells.
-class DumpHost final : public Host {
+class DumpHost final : public DumpSink {
 public:
     DumpHost(std::string created, std::string sIn, std::string sOut, const bool& sheetTried, const bool& sheetFailed)
         : created_(std::move(created)), sIn_(std::move(sIn)), sOut_(std::move(sOut)), sheetTried_(sheetTried),
           sheetFailed_(sheetFailed)
     {
     }
-    void yield() override { bCancel = bCancel || interrupted(); }
-    void message(const std::string& text, const Error& reason) override
+    bool carryon() override { return !interrupted(); }
+    void message(const std::string& text) override
     {
         if (text == created_)
             return;
@@ -65,8 +65,7 @@ public:
         const std::string line = sheetFailed_ ? "cannot write sheet " + sOut_ + ": " + why
             : !sheetTried_                    ? "cannot read " + sIn_ + ": " + why
                                               : "cannot dump " + sIn_ + " into sheet " + sOut_ + ": " + why;
-        std::fprintf(stderr, "brindlex-cli: dump: %s%s\n", line.c_str(),
-                     reason ? (": " + reasontext(reason)).c_str() : "");
+        std::fprintf(stderr, "brindlex-cli: dump: %s\n", line.c_str());
     }
 
 private:

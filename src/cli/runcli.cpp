@@ -14,6 +14,8 @@
 
 #include "cli/command.h"
 #include "engine/batch/runlog.h"
+#include "engine/batch/runmessages.h"
+#include "engine/batch/runsetup.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/workdir.h"
 #include "engine/files/files.h"
@@ -98,7 +100,7 @@ std::string readfilelist(const std::string& from, char end, CliHost& host)
         missingBytes = there ? 0 : missingBytes + path.size();
         if (missing > kMaxMissingNames || missingBytes > kMaxMissingBytes)
             return "more than " + std::to_string(kMaxMissingNames) + " names in a row lead to no file: not a list of names";
-        host.addentry(path, there ? static_cast<std::int64_t>(st.st_size) : 0);
+        host.entry(path, there ? static_cast<std::int64_t>(st.st_size) : 0);
         path.clear();
         return "";
     };
@@ -244,40 +246,46 @@ void CliHost::showcontrols(bool bOn)
     }
 }
 
-void CliHost::status(const std::string& caption)
+bool CliHost::carryon() { return !interrupted(); }
+
+void CliHost::runbegins(bool works)
 {
-    if (meter.on())
-        sInHand_ = caption;
+    if (works)
+        showcontrols(false);
 }
 
-void CliHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+void CliHost::filebegins(const FileBegins& file)
 {
-    if (bBegins)
-        meter.filebegins(sInHand_, lLen);
-    else
-        meter.filepart(lDone);
+    meter.filebegins(file.sFile, file.lLength);
+    if (file.error)
+        runfailure(Failure{FailureKind::Open, file.sFile, file.error, {}});
 }
 
-void CliHost::yield()
-{
-    if (interrupted())
-        bCancel = true;
-}
+void CliHost::progress(std::int64_t lDone, std::int64_t /*lLen*/) { meter.filepart(lDone); }
 
 // A file with millions of hits prints millions of lines: no printf, and no
 // stdio call or copy of unknown length per line either.
-void CliHost::hit(const std::string& sName, std::int64_t lPos)
+std::size_t CliHost::hits(const HitBatch& batch)
 {
-    putlines(sName, &lPos, 1);
+    putlines(batch.sName, batch.lPos, batch.count);
+    return batch.count;
 }
 
-std::size_t CliHost::hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
-                          std::int64_t /*nHitsBefore*/)
+void CliHost::filedone(const FileDone& file)
 {
-    putlines(sName, lPos, count);
-    CliHost::yield();
-    return count;
+    if (file.failure)
+        runfailure(file.failure);
 }
+
+void CliHost::runfailure(const Failure& failure)
+{
+    const RunMessage shown = failuremessage(failure);
+    message(shown.text, shown.reason);
+}
+
+void CliHost::note(const Note& n) { note(notetext(n)); }
+
+void CliHost::runfinished(const RunSummary& /*summary*/) { showcontrols(true); }
 
 void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count)
 {
@@ -312,7 +320,7 @@ void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::
 }
 
 
-void CliHost::addentry(const std::string& name, std::int64_t size)
+void CliHost::entry(const std::string& name, std::int64_t size)
 {
     entries.push_back(FileEntry{name, size, false});
 }
@@ -346,11 +354,11 @@ void CliHost::message(const std::string& text, const Error& reason)
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-Answer CliHost::question(const std::string& title, const std::string& text)
+Answer CliHost::question(const Question& q)
 {
     flushhits();
     std::fflush(stdout);
-    const std::string shown = title + "\n" + text + "\n[y]es, [n]o or [c]ancel? ";
+    const std::string shown = questiontitle(q) + "\n" + q.text + "\n[y]es, [n]o or [c]ancel? ";
     for (;;) {
         if (interrupted() || !writeall(tty_, shown))
             return Answer::Cancel;
@@ -387,14 +395,10 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
     request.nLogMode = o.nLogMode;
     request.bReadAhead = true;
 
-    const std::optional<std::filesystem::path> workdir =
-        (bReplace || (o.nLogMode && !o.log)) ? preparedworkdir() : std::nullopt;
-    if (o.log)
-        request.sLogFile = *o.log;
-    else if (workdir)
-        request.sLogFile = logfilepath();
-    if (workdir)
-        request.sScratch = scratchfilepath();
+    const RunPaths paths = runpaths(bReplace || (o.nLogMode && !o.log),
+                                    o.log ? std::optional<std::filesystem::path>(*o.log) : std::nullopt);
+    request.sLogFile = paths.sLogFile;
+    request.sScratch = paths.sScratch;
 
     catchinterrupt();
 
@@ -402,24 +406,20 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         const std::string trouble = readfilelist(*o.filesFrom, o.filesNul ? '\0' : '\n', host);
         if (!trouble.empty())
             return usageerror(name + ": cannot read the list " + *o.filesFrom + ": " + trouble);
+        sortlist1(host.entries);
     } else {
-        std::error_code ec;
-        const std::filesystem::path cwd = std::filesystem::current_path(ec);
-        const std::string expanded = expandmask(mask, cwd);
-        request.baseDir = basedirfor(expanded);
-        FileHandle base;
-        listfiles(expanded, o.bIncludeSubs, request.baseDir, host, &base);
-        request.baseDirFd = std::make_shared<const FileHandle>(std::move(base));
+        const MaskPlace place = placemask(mask);
+        request.baseDir = place.baseDir;
+        request.baseDirFd = listmask(place, o.bIncludeSubs, host, host.entries);
         request.bWalkedNow = true;
         // One file named without a wildcard that isn't there: as grep says it.
         struct stat st {};
-        if (host.entries.empty() && !host.trouble && filepart(expanded).find_first_of("*?") == std::string::npos
-            && ::lstat(expanded.c_str(), &st) != 0)
+        if (host.entries.empty() && !host.trouble && filepart(place.mask).find_first_of("*?") == std::string::npos
+            && ::lstat(place.mask.c_str(), &st) != 0)
             host.unreadable(mask, errno);
     }
     if (o.nullAfterName)
         host.separator = '\0';
-    sortlist1(host.entries);
     request.files = host.entries;
     host.nFiles = request.files.size();
     return 0;

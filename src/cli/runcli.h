@@ -9,8 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/batch/host.h"
 #include "engine/batch/run.h"
+#include "engine/core/runsink.h"
+#include "engine/core/walksink.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
 
@@ -45,9 +46,9 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
 // of 9 digits or more; with -0 a NUL instead of the tab), messages one a
 // line on stderr, each with its reason on a line "brindlex-cli: FILE: TEXT"
 // behind it, notes and directories it could not open as such lines too, and
-// asks at a hit on the terminal. A SIGINT raises the cancel flag at the next
-// yield.
-class CliHost : public Host {
+// asks at a hit on the terminal. A SIGINT is its Cancel: carryon() answers
+// false from then on.
+class CliHost : public RunSink, public WalkSink {
 public:
     CliHost() = default;
     ~CliHost() override;
@@ -57,22 +58,28 @@ public:
     // Opens /dev/tty for the questions of --ask; false with errno set.
     bool openterminal();
 
-    void showcontrols(bool bOn) override;
-    void status(const std::string& caption) override;
-    void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
-    void yield() override;
-    void hit(const std::string& sName, std::int64_t lPos) override;
-    // The lines of a batch one behind the other, and one look for SIGINT.
-    std::size_t hits(const std::string& sName, const std::int64_t* lPos, std::size_t count,
-                     std::int64_t nHitsBefore) override;
-    void hitcount(std::int64_t /*nHits*/) override {}
-    void message(const std::string& text, const Error& reason) override;
-    Answer question(const std::string& title, const std::string& text) override;
-    void addentry(const std::string& name, std::int64_t size) override;
+    // The walk's side.
+    void entry(const std::string& name, std::int64_t size) override;
     void unreadable(const std::string& path, int code) override;
-    void note(const std::string& text) override;
     // The command line never shows a List1 size.
     bool wantsizes() const override { return false; }
+    void level(bool begins) override { showcontrols(!begins); }
+    bool carryon() override;
+
+    // The run's side.
+    void runbegins(bool works) override;
+    void filebegins(const FileBegins& file) override;
+    // The lines of a batch one behind the other.
+    std::size_t hits(const HitBatch& batch) override;
+    Answer question(const Question& q) override;
+    void filedone(const FileDone& file) override;
+    void progress(std::int64_t lDone, std::int64_t lLen) override;
+    void note(const Note& note) override;
+    void runfailure(const Failure& failure) override;
+    void runfinished(const RunSummary& summary) override;
+
+    // A line "brindlex-cli: TEXT" on stderr.
+    void note(const std::string& text);
 
     std::vector<FileEntry> entries;   // what the walk found; the run's file list
     bool trouble = false;   // something could not be searched
@@ -85,13 +92,14 @@ public:
     std::vector<std::string> wouldRewrite;
 
 private:
+    void showcontrols(bool bOn);
+    void message(const std::string& text, const Error& reason);
     // Hit lines gather here and go to stdout in large pieces: before any
     // message or question, and when the run ends (the controls come on).
     void flushhits();
     void putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count);
 
     int tty_ = -1;
-    std::string sInHand_;   // the file the status line names
     static constexpr std::size_t kHitBuffer = 1 << 16;
     std::unique_ptr<char[]> hits_;
     std::size_t hitsUsed_ = 0;

@@ -18,14 +18,15 @@ namespace {
 
 using namespace std::string_literals;
 
-// Records the messages; cancels at the yield number `cancelAt` (0: never).
-class RecordingHost final : public Host {
+// Records the messages; asks to stop from the carryon() number `cancelAt`
+// on (0: never).
+class RecordingHost final : public DumpSink {
 public:
     int cancelAt = 0;
     int yields = 0;
     std::vector<std::string> messages;
-    void yield() override { bCancel = bCancel || ++yields == cancelAt; }
-    void message(const std::string& text, const Error& /*reason*/) override { messages.push_back(text); }
+    bool carryon() override { return cancelAt == 0 || ++yields < cancelAt; }
+    void message(const std::string& text) override { messages.push_back(text); }
 };
 
 // The sheet as the rows describe it, one value at a time, without blocks.

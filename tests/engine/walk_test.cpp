@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "engine/batch/host.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
@@ -17,18 +17,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Records what a walk tells its host; raises the cancel flag at yield
-// number `cancelAt` (1-based, 0 for never).
-class RecordingHost : public Host {
+// Records what a walk tells its sink; asks to stop from carryon() number
+// `cancelAt` on (1-based, 0 for never), until a level begins, as the
+// window's host does.
+class RecordingHost : public WalkSink {
 public:
     int cancelAt = 0;
     int yields = 0;
+    bool stopAsked = false;
     std::vector<FileEntry> lines;
-    std::string controls;  // one letter a call: "F" off, "T" on
+    std::string controls;  // one letter a level's start or end: "F" off, "T" on
 
-    void showcontrols(bool bOn) override { controls += bOn ? 'T' : 'F'; }
-    void yield() override { bCancel = bCancel || ++yields == cancelAt; }
-    void addentry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
+    void level(bool begins) override
+    {
+        controls += begins ? 'F' : 'T';
+        stopAsked = stopAsked && !begins;
+    }
+    bool carryon() override
+    {
+        stopAsked = stopAsked || ++yields == cancelAt;
+        return !stopAsked;
+    }
+    void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
 
     std::string walk(const fs::path& dir, const std::string& name, bool subs)
     {
@@ -112,7 +122,7 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
         EXPECT_EQ(host.lines.size(), row.lines);
         EXPECT_EQ(host.controls, row.controls);
         EXPECT_EQ(host.yields, row.yields);
-        EXPECT_EQ(host.bCancel, row.flag);
+        EXPECT_EQ(host.stopAsked, row.flag);
         // Where one subdirectory was cut short, the other came whole.
         if (row.lines == 5) {
             EXPECT_EQ(listed.substr(0, 42), "f1.x\t00000004;f2.x\t00000004;f3.x\t00000004;");
@@ -121,10 +131,10 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
     }
     // A flag raised before the walk is cleared.
     RecordingHost host;
-    host.bCancel = true;
+    host.stopAsked = true;
     host.walk(tmp.path(), "*.x", true);
     EXPECT_EQ(host.lines.size(), 7u);
-    EXPECT_FALSE(host.bCancel);
+    EXPECT_FALSE(host.stopAsked);
 }
 
 }  // namespace

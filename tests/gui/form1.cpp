@@ -183,7 +183,7 @@ private slots:
         QCOMPARE(ui(*form).chkIncludeSubs->isChecked(), row.subdirs);
         QCOMPARE(lines(ui(*form).List1), row.list1);
         QCOMPARE(ui(*form).lblDir->text(), world.file(row.base));
-        QCOMPARE(form->host().bCancel, row.cancel);
+        QCOMPARE(form->host().cancelrequested(), row.cancel);
         QVERIFY(idle(*form));
     }
 
@@ -194,6 +194,7 @@ private slots:
         // With the case to match and a line selected, the run keeps to that file.
         ui(*form).List1->selectionModel()->select(ui(*form).List1->model()->index(1, 0), QItemSelectionModel::Select);
         setrun(*form, "A", {}, true);
+        form->host().requestcancel();   // left over from before: the run forgets it
         QTest::mouseClick(ui(*form).cmd[0], Qt::LeftButton);
         QCOMPARE(lines(ui(*form).List2), QStringList({hitline("b.txt", 1), hitline("b.txt", 3)}));
         QCOMPARE(ui(*form).Label5->text(), QStringLiteral("2"));
@@ -243,7 +244,7 @@ private slots:
         QCOMPARE(readfile(two), row.second);
         QCOMPARE(lines(ui(*form).List1), QStringList({sized("1.txt", 6) + row.star, sized("2.txt", 1) + row.star}));
         QCOMPARE(rows(ui(*form).List2), row.replies.size());
-        QCOMPARE(form->host().bCancel, row.star.isEmpty());
+        QCOMPARE(form->host().cancelrequested(), row.star.isEmpty());
         QVERIFY(idle(*form));
         const QStringList asked = world.dialogs.seen(DialogRecord::Kind::Message);
         QCOMPARE(asked.size(), row.replies.size());
@@ -447,7 +448,7 @@ private slots:
         auto form = world.start();
         opensets(world, *form, "[Replacements]\r\nA=a==>1\r\nB=b==>2\r\nC=c==>3\r\n");
         const QByteArray stored = readfile(setsini(world));
-        form->host().bCancel = true;   // a Cancel left over must not stop the next run
+        form->host().requestcancel();   // a Cancel left over must not stop the next run
         click(*form, "Replace &All of the Above");
         QCOMPARE(readfile(a), QByteArray("1 2 3"));
         QCOMPARE(current(*form), QStringLiteral("C|c|3"));
@@ -463,7 +464,7 @@ private slots:
         QCOMPARE(readfile(a), QByteArray("1 b c"));
         QCOMPARE(current(*form), QStringLiteral("B|b|2"));
         QCOMPARE(lines(ui(*form).List2), QStringList({hitline("a.txt", 3)}));
-        QVERIFY(form->host().bCancel);
+        QVERIFY(form->host().cancelrequested());
         QVERIFY(idle(*form));
         QCOMPARE(readfile(setsini(world)), stored);   // no run writes into a file the user opened
     }

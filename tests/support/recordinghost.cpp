@@ -1,37 +1,73 @@
 #include "support/recordinghost.h"
 
+#include "engine/batch/runmessages.h"
+#include "engine/files/files.h"
 #include "support/refscanner.h"
 
 namespace brindlex::test {
 
-void RecordingHost::status(const std::string& caption) { record(statusevent(caption)); }
+void RecordingHost::scanned(std::int64_t nHits) { record(statusevent(std::to_string(nHits))); }
 
-void RecordingHost::hit(const std::string& sName, std::int64_t lPos)
+void RecordingHost::runbegins(bool works)
 {
-    ++hits_;
-    record(hitevent(sName, lPos));
+    record("clearhits\n");
+    record(statusevent("none found"));
+    if (works)
+        record("controls off\n");
 }
 
-Answer RecordingHost::question(const std::string& title, const std::string& text)
+bool RecordingHost::carryon()
 {
-    record(questionevent(title, text));
+    cancelled_ = cancelled_ || hits_ == cancelAtHit;
+    return !cancelled_;
+}
+
+void RecordingHost::filebegins(const FileBegins& file)
+{
+    record(statusevent(file.sFile));
+    if (file.error)
+        runfailure(Failure{FailureKind::Open, file.sFile, file.error, {}});
+}
+
+std::size_t RecordingHost::hits(const HitBatch& batch)
+{
+    for (std::size_t k = 0; k < batch.count; ++k) {
+        ++hits_;
+        record(hitevent(batch.sName, batch.lPos[k]));
+        record(statusevent(std::to_string(batch.nHitsBefore + static_cast<std::int64_t>(k) + 1)));
+        if (!carryon())
+            return k + 1;
+    }
+    return batch.count;
+}
+
+Answer RecordingHost::question(const Question& q)
+{
+    record(questionevent(questiontitle(q), q.text));
     return next_ < answers.size() ? answers[next_++] : Answer::Yes;
 }
 
-void RecordingHost::message(const std::string& text, const Error& reason)
+void RecordingHost::filedone(const FileDone& file)
 {
-    record("message " + text + (reason ? " | " + reasontext(reason) : "") + "\n");
+    if (file.lineChanged)
+        record("line " + std::to_string(file.index) + " " + list1line(FileEntry{file.sName, file.lNewLength, true}) + "\n");
+    if (file.failure)
+        runfailure(file.failure);
 }
 
-void RecordingHost::lineupdated(std::size_t index, const FileEntry& entry)
+void RecordingHost::note(const Note& n) { record("note " + notetext(n) + "\n"); }
+
+void RecordingHost::runfailure(const Failure& failure)
 {
-    record("line " + std::to_string(index) + " " + list1line(entry) + "\n");
+    const RunMessage shown = failuremessage(failure);
+    record("message " + shown.text + (shown.reason ? " | " + reasontext(shown.reason) : "") + "\n");
 }
 
-void RecordingHost::yield()
+void RecordingHost::runfinished(const RunSummary& summary)
 {
-    if (hits_ == cancelAtHit)
-        bCancel = true;
+    if (!summary.cancelled)
+        record(statusevent(summary.capped ? "more than 1000" : std::to_string(summary.listed)));
+    record("controls on\n");
 }
 
 void RecordingHost::record(const std::string& line)

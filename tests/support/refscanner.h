@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/batch/host.h"
+#include "engine/core/runsink.h"
 
 namespace brindlex::test {
 

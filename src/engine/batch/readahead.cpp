@@ -14,16 +14,11 @@
 namespace brindlex {
 namespace {
 
-// A worker's scan yields to this: a stopping run cancels it at its next
-// window.
-class WorkerHost : public Host {
+// A worker's scan asks this: a stopping run cancels it at its next window.
+class WorkerSink : public RunSink {
 public:
-    explicit WorkerHost(const std::atomic<bool>& stopping) : stopping_(stopping) {}
-    void yield() override
-    {
-        if (stopping_.load(std::memory_order_relaxed))
-            bCancel = true;
-    }
+    explicit WorkerSink(const std::atomic<bool>& stopping) : stopping_(stopping) {}
+    bool carryon() override { return !stopping_.load(std::memory_order_relaxed); }
 
 private:
     const std::atomic<bool>& stopping_;
@@ -167,8 +162,8 @@ ReadAhead::Outcome ReadAhead::scan(const std::string& sFile) const
         || file.size() > kAheadBytes)
         return outcome;
     outcome.st = file.st;
-    WorkerHost host(stopping_);
-    Scanner scanner(file.fd.get(), file.size(), search_, nullptr, host);
+    WorkerSink sink(stopping_);
+    Scanner scanner(file.fd.get(), file.size(), search_, nullptr, sink);
     std::int64_t batch[256];
     std::int64_t s = 1;
     while (s != 0) {
@@ -177,22 +172,25 @@ ReadAhead::Outcome ReadAhead::scan(const std::string& sFile) const
             return outcome;
         outcome.lPos.insert(outcome.lPos.end(), batch, batch + count);
     }
-    outcome.done = !scanner.readfailed() && !host.bCancel;
+    outcome.done = !scanner.readfailed() && !scanner.stopped();
     return outcome;
 }
 
-std::int64_t tellhits(Host& host, const std::string& sName, const std::vector<std::int64_t>& lPos)
+std::int64_t tellhits(RunSink& sink, const std::string& sName, const std::vector<std::int64_t>& lPos, bool& stopped)
 {
     constexpr std::size_t kBatch = 4096;
     std::int64_t nHits = 0;
     for (std::size_t at = 0; at < lPos.size(); at += kBatch) {
         const std::size_t count = std::min(kBatch, lPos.size() - at);
-        nHits += static_cast<std::int64_t>(host.hits(sName, lPos.data() + at, count, nHits));
-        if (host.bCancel)
+        const std::size_t taken = sink.hits(HitBatch{sName, lPos.data() + at, count, nHits});
+        nHits += static_cast<std::int64_t>(taken);
+        if (taken < count || !sink.carryon()) {
+            stopped = true;
             return nHits;
+        }
     }
-    host.hitcount(nHits);
-    host.yield();
+    sink.scanned(nHits);
+    stopped = !sink.carryon();
     return nHits;
 }
 

@@ -1,6 +1,6 @@
 // Reading ahead over the files of a run: worker threads open and scan the
 // files that the run will come to, while the run itself still takes every
-// file in List1 order and tells the host everything as before. A worker
+// file in List1 order and tells the sink everything as before. A worker
 // only ever reads: a file whose hits it can hand over whole (a find with a
 // bounded number of hits, a replace without any) is done; anything else (a
 // replace with hits, a file that can't be opened or read, a big file, very
@@ -32,7 +32,7 @@
 
 #include <sys/stat.h>
 
-#include "engine/batch/host.h"
+#include "engine/core/runsink.h"
 
 namespace brindlex {
 
@@ -108,13 +108,14 @@ private:
 std::size_t usablecores();
 
 // Starts up to `count` threads running `body`, with SIGINT blocked in them:
-// it is the run's Cancel, for the thread that yields to the host, and must
+// it is the run's Cancel, for the thread that asks the sink, and must
 // never interrupt a worker. Fewer, or none, when the system has none to spare.
 std::vector<std::thread> startworkers(std::size_t count, const std::function<void()>& body);
 
-// Hands the hits of one file found by a worker to the host as the file loop
-// does: in batches, then the file's count and a yield unless cancelled.
-// Returns the hits the host took.
-std::int64_t tellhits(Host& host, const std::string& sName, const std::vector<std::int64_t>& lPos);
+// Hands the hits of one file found by a worker to the sink as the file loop
+// does: in batches with a carryon() behind each, then scanned() and a last
+// carryon(). Returns the hits the sink took; `stopped` comes up when the
+// sink asked to stop.
+std::int64_t tellhits(RunSink& sink, const std::string& sName, const std::vector<std::int64_t>& lPos, bool& stopped);
 
 }  // namespace brindlex

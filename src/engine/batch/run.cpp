@@ -156,15 +156,12 @@ struct FileScan {
     std::int64_t lLenChange = 0;
     std::unique_ptr<FileOutput> output;   // a replace's new content
     std::unique_ptr<InPlaceSink> inplace; // or its edits in place
+    bool stopped = false;    // the user stopped the run in this file
+    bool lineChanged = false;
+    std::int64_t lNewLength = 0;
+    Failure failure;         // of its read, length check or commit
+    std::string notice;      // what a rewrite could not keep
 };
-
-// The message of a read that failed under the scan, errno `code` (0: the
-// file ended before its length).
-std::string readerrormessage(const std::string& sFile, int code)
-{
-    return "Error reading " + sFile + ":" + std::string(sCRLF) +
-           (code != 0 ? errorfromerrno(code).text : "The file became shorter while it was read");
-}
 
 Patterns preparepatterns(const RunRequest& request)
 {
@@ -252,8 +249,8 @@ public:
             && opened.size() >= inplacethreshold();
     }
 
-    BatchRun(const RunRequest& request, Host& host)
-        : request(request), host(host), patterns(preparepatterns(request)), log(request.sLogFile),
+    BatchRun(const RunRequest& request, RunSink& sink)
+        : request(request), sink(sink), patterns(preparepatterns(request)), log(request.sLogFile),
           search(patterns.sFind, patterns.bMatchCase), below(belowbase(request))
     {
     }
@@ -265,11 +262,12 @@ private:
     bool takeahead(FileScan& file, std::size_t taken);
     bool scanfile(FileScan& file);
     void commitfile(FileScan& file);
+    void tellfiledone(const FileScan& file);
     void tellloglost();
     void finish();
 
     const RunRequest& request;
-    Host& host;
+    RunSink& sink;
     const Patterns patterns;
     RunLog log;
     const PatternSearch search;
@@ -282,7 +280,6 @@ private:
 
 RunResult BatchRun::run()
 {
-    host.enablecontrols(false);
     writeheadlines(log, request, patterns);
     tellloglost();
     const std::vector<std::size_t> order = filestorun(request);
@@ -292,26 +289,31 @@ RunResult BatchRun::run()
         file.index = order[taken];
         file.sName = realname(request, file.index);
         file.sFile = request.baseDir + file.sName;
-        host.status(file.sFile);
         const bool done = takeahead(file, taken);
         if (!done && !scanfile(file))
             continue;
-        if (host.bCancel) {
-            // The file in hand keeps its bytes, and the status its count.
+        if (file.stopped) {
+            // The file in hand keeps its bytes.
+            if (file.failure)
+                tellfiledone(file);
             result.cancelled = true;
             tellloglost();
-            host.enablecontrols(true);
+            sink.runfinished(RunSummary{.hits = result.hits, .listed = std::min(result.hits, kListLimit),
+                                        .capped = false, .cancelled = true});
             return result;
         }
         if ((file.output || file.inplace) && file.nHits > 0)
             commitfile(file);
+        tellfiledone(file);
+        if (!file.notice.empty())
+            sink.note(Note{NoteKind::NotKept, file.sFile, file.notice});
         tellloglost();
     }
     finish();
     return result;
 }
 
-// Files may be opened and scanned ahead when the host allows it and no
+// Files may be opened and scanned ahead when the request allows it and no
 // hit needs a question or a log line.
 void BatchRun::startreadahead(const std::vector<std::size_t>& order)
 {
@@ -325,7 +327,7 @@ void BatchRun::startreadahead(const std::vector<std::size_t>& order)
     ahead.emplace(std::move(files), search, request.bReplace, request.bWalkedNow, below ? &*below : nullptr);
 }
 
-// The file as a worker found it, told to the host as the file loop tells
+// The file as a worker found it, told to the sink as the file loop tells
 // it. False when it is left to scanfile. A replace's file whose name leads
 // to one rewritten already was never hit: scanfile notes it.
 bool BatchRun::takeahead(FileScan& file, std::size_t taken)
@@ -335,8 +337,9 @@ bool BatchRun::takeahead(FileScan& file, std::size_t taken)
     const ReadAhead::Outcome outcome = ahead->take(taken);
     if (!outcome.done || (request.bReplace && rewritten.find(outcome.st)))
         return false;
-    host.progress(true, 0, static_cast<std::int64_t>(outcome.st.st_size));
-    file.nHits = tellhits(host, file.sName, outcome.lPos);
+    sink.filebegins(FileBegins{.index = file.index, .sName = file.sName, .sFile = file.sFile,
+                               .lLength = static_cast<std::int64_t>(outcome.st.st_size), .error = {}});
+    file.nHits = tellhits(sink, file.sName, outcome.lPos, file.stopped);
     result.hits += file.nHits;
     result.filesWithHits += file.nHits > 0;
     return true;
@@ -350,15 +353,15 @@ bool BatchRun::scanfile(FileScan& file)
     OpenedFile& opened = file.opened;
     const Error error = below ? below->open(file.sName, file.sFile, opened, request.bWalkedNow)
                               : openbinary(file.sFile, opened, request.bWalkedNow);
-    host.progress(true, 0, error ? 0 : opened.size());
+    sink.filebegins(FileBegins{.index = file.index, .sName = file.sName, .sFile = file.sFile,
+                               .lLength = error ? 0 : opened.size(), .error = error});
     if (error) {
-        host.message(openerrormessage(file.sFile, error), {});
         result.failures = true;
         return false;
     }
     // A file is rewritten once per run, whichever names lead to it.
     if (const std::string* first = request.bReplace ? rewritten.find(opened.st) : nullptr) {
-        host.note(file.sFile + ": the same file as " + *first + ", rewritten once");
+        sink.note(Note{NoteKind::SameFile, file.sFile, *first});
         return false;
     }
     DiscardSink discard;
@@ -370,17 +373,19 @@ bool BatchRun::scanfile(FileScan& file)
     else if (request.bReplace)
         file.output = std::make_unique<FileOutput>(file.sFile, request.sScratch, opened);
     OutputBuffer* out = dry ? &*dry : file.output ? &file.output->nOut : nullptr;
-    Scanner scanner(opened.fd.get(), opened.size(), search, out, host);
+    Scanner scanner(opened.fd.get(), opened.size(), search, out, sink);
     ScanFile scan {.scanner = scanner, .sFile = file.sFile, .sFind = patterns.sFind, .sReplace = patterns.sReplace,
                    .bAsk = request.bAsk, .nLogMode = request.nLogMode, .log = &log, .nOut = out,
-                   .edits = file.inplace.get(), .host = host};
+                   .edits = file.inplace.get()};
     file.nHits = scanloop(scan, file.sName);
     file.lLenChange = scan.lLenChange;
+    file.stopped = scanner.stopped();
     // A replace's commit refuses the short output and says why.
     if (scanner.readfailed() && file.inplace)
         file.inplace->unread();
     else if (scanner.readfailed() && !file.output)
-        host.message(readerrormessage(file.sFile, scanner.readerrno()));
+        file.failure = Failure{FailureKind::Read, file.sFile,
+                               scanner.readerrno() != 0 ? errorfromerrno(scanner.readerrno()) : Error{}, {}};
     result.hits += file.nHits;
     result.filesWithHits += file.nHits > 0;
     result.failures = result.failures || scanner.readfailed();
@@ -402,21 +407,25 @@ void BatchRun::commitfile(FileScan& file)
         output.sink.begun();   // a file that becomes empty gets no write at all
         rewrite = commitrewrite(output.sink.replace(), output.sink.beginerror(), file.sFile, file.lLenChange);
     }
-    if (rewrite.failure != RewriteFailure::Length)
-        host.lineupdated(file.index, FileEntry{file.sName, rewrite.lLength, true});
+    file.lineChanged = rewrite.failure != RewriteFailure::Length;
+    file.lNewLength = rewrite.lLength;
     if (rewrite.failure == RewriteFailure::None) {
         // What of the file could not be kept (its capabilities, for an
         // ordinary user) stops nothing: the command line prints it.
-        if (!rewrite.notice.empty())
-            host.note(file.sFile + ": " + rewrite.notice);
+        file.notice = rewrite.notice;
         ++result.filesRewritten;
         rewritten.add(file.inplace ? file.inplace->result() : file.output->sink.replace()->result(), file.sFile);
         return;
     }
-    // The copy message holds the platform's text already.
-    host.message(rewritemessage(rewrite, file.sFile),
-                 rewrite.failure == RewriteFailure::Length ? rewrite.reason : Error{});
+    file.failure = Failure{rewrite.failure == RewriteFailure::Length ? FailureKind::Length : FailureKind::Copy,
+                           file.sFile, rewrite.reason, rewrite.copiedfrom};
     result.failures = true;
+}
+
+void BatchRun::tellfiledone(const FileScan& file)
+{
+    sink.filedone(FileDone{.index = file.index, .sName = file.sName, .sFile = file.sFile, .nHits = file.nHits,
+                           .lineChanged = file.lineChanged, .lNewLength = file.lNewLength, .failure = file.failure});
 }
 
 // The log's first failure, told once: the run goes on without its lines.
@@ -426,29 +435,25 @@ void BatchRun::tellloglost()
         return;
     logTold = true;
     result.failures = true;
-    host.message(log.failuremessage());
+    sink.runfailure(Failure{FailureKind::Log, log.path().string(), log.failure(), {}});
 }
 
 void BatchRun::finish()
 {
     tellloglost();
     const std::int64_t listed = std::min(result.hits, kListLimit);
-    if (listed == kListLimit)
-        host.status("more than 1000");
-    else
-        host.hitcount(listed);
-    host.enablecontrols(true);
+    sink.runfinished(
+        RunSummary{.hits = result.hits, .listed = listed, .capped = listed == kListLimit, .cancelled = false});
 }
 
 }  // namespace
 
-RunResult findinfiles(const RunRequest& request, Host& host)
+RunResult findinfiles(const RunRequest& request, RunSink& sink)
 {
-    host.clearhits();
-    host.status("none found");
+    sink.runbegins(!request.sFind.empty());
     if (request.sFind.empty())
         return {};
-    return BatchRun(request, host).run();
+    return BatchRun(request, sink).run();
 }
 
 }  // namespace brindlex

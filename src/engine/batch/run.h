@@ -16,23 +16,19 @@
 // same through a link or a second hard link, is passed over with a note; a
 // find searches every line.
 //
-// What the host sees, in order: clearhits, status "none found"; for an empty
-// find text nothing more. Otherwise the controls go off, the head log lines
-// are written, and for each file status(path), then per return of the scan
-// progress(true, 0, length) once the file is opened (or has failed to be),
-// hit(name, position before replacing) when there was one, status(hits of
-// the file) and yield. A file that can't be opened gets its message and the
-// run goes on. After a replaced file: lineupdated(index, the entry with its
-// new size and the "*" mark), and a message if the length check (with its reason) or the copy
-// failed; the check and the copy are commitrewrite (rewrite.h). A log that
-// can't be opened or written (runlog.h) gets its message once, behind the
-// file in hand, and the run goes on without it. At the end
-// status(lines of the hit list, "more than 1000" for 1000) and the controls
-// come on. A cancel (bCancel raised at a yield, or the answer Cancel) leaves
-// the file in hand untouched, turns the controls on and ends the run at
-// once, with the last hit count as status. The caller keeps sLastFind. A
-// dry run (bDryRun) goes through a replace's steps, questions and restarts
-// included, and writes no file.
+// What the sink (core/runsink.h) hears, in order: runbegins(works), and
+// for an empty find text nothing more. Otherwise the head log lines are
+// written, and for each file filebegins (once the file is opened, or has
+// failed to be), its hits in batches with a carryon() behind each, scanned()
+// and carryon(), then filedone (the rewritten line, a failure of its read,
+// length check or commit; rewrite.h). A replace notes a name that leads to a
+// file it rewrote already, and a file rewritten without what it could not
+// keep. A log that can't be opened or written (runlog.h) is a runfailure,
+// once, behind the file in hand; the run goes on without it. At the end
+// runfinished with the summary. A cancel (carryon() answering false, or the
+// answer Cancel) leaves the file in hand untouched and ends the run at once.
+// The caller keeps sLastFind. A dry run (bDryRun) goes through a replace's
+// steps, questions and restarts included, and writes no file.
 #pragma once
 
 #include <cstdint>
@@ -42,8 +38,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/batch/host.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/runsink.h"
+#include "engine/files/files.h"
 
 namespace brindlex {
 
@@ -96,6 +93,6 @@ inline constexpr std::size_t kLongestEverywhere = 201;
 // The hit list holds at most this many lines.
 inline constexpr std::int64_t kListLimit = 1000;
 
-RunResult findinfiles(const RunRequest& request, Host& host);
+RunResult findinfiles(const RunRequest& request, RunSink& sink);
 
 }  // namespace brindlex

@@ -1,5 +1,7 @@
 #include "engine/batch/runlog.h"
 
+#include "engine/batch/runmessages.h"
+
 #include <cerrno>
 
 #include <fcntl.h>
@@ -75,7 +77,7 @@ void RunLog::writelog(std::string_view sLabel, std::string_view sFile, std::int6
 
 std::string RunLog::failuremessage() const
 {
-    return "Error writing log " + sLogFile_.string() + ":" + std::string(sCRLF) + failure_.text;
+    return brindlex::failuremessage(Failure{FailureKind::Log, sLogFile_.string(), failure_, {}}).text;
 }
 
 }  // namespace brindlex

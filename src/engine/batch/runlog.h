@@ -55,6 +55,7 @@ public:
 
     // "Error writing log " sLogFile ":" CR LF and the failure's text.
     std::string failuremessage() const;
+    const std::filesystem::path& path() const { return sLogFile_; }
 
 private:
     bool openlog();

@@ -30,7 +30,7 @@ constexpr std::int64_t kStep = 800;
 // stay in the processor's cache.
 constexpr std::int64_t kPrefetchChunk = 512 << 10;
 
-// The host is asked to yield at least this often while a long stretch of a
+// The sink is asked carryon() at least this often while a long stretch of a
 // file is scanned.
 constexpr std::int64_t kYieldBytes = 1 << 20;
 
@@ -296,16 +296,16 @@ bool OutputBuffer::flush()
     return ok_;
 }
 
-Scanner::Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
+Scanner::Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, RunSink& sink,
                  std::int64_t windowBytes)
-    : fd_(fd), lLen_(lLen), ownSearch_(sFind, bMatchCase), search_(ownSearch_), out_(out), host_(host),
+    : fd_(fd), lLen_(lLen), ownSearch_(sFind, bMatchCase), search_(ownSearch_), out_(out), sink_(sink),
       window_(std::clamp<std::int64_t>(windowBytes, 1024, kMaxWindow))
 {
 }
 
-Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, Host& host,
+Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, RunSink& sink,
                  std::int64_t windowBytes)
-    : fd_(fd), lLen_(lLen), ownSearch_({}, true), search_(search), out_(out), host_(host),
+    : fd_(fd), lLen_(lLen), ownSearch_({}, true), search_(search), out_(out), sink_(sink),
       window_(std::clamp<std::int64_t>(windowBytes, 1024, kMaxWindow))
 {
 }
@@ -615,10 +615,10 @@ bool Scanner::yieldcheck()
 {
     if (sinceYield_ >= kYieldBytes) {
         sinceYield_ = 0;
-        host_.progress(false, wE_, lLen_);
-        host_.yield();
+        sink_.progress(wE_, lLen_);
+        return carryon();
     }
-    return !host_.bCancel;
+    return !stopped_;
 }
 
 inline void Scanner::emitrange(std::int64_t from0, std::int64_t to0)
@@ -880,11 +880,6 @@ void Scanner::emitrest()
     }
 }
 
-std::string questiontitle(const std::string& sFile, std::int64_t lPos)
-{
-    return sFile + " byte " + std::to_string(lPos);
-}
-
 std::string questiontext(const ScanHit& hit, std::string_view sFind)
 {
     const std::string_view sBefore = hit.sBuf.substr(0, hit.nAt - 1);
@@ -911,7 +906,7 @@ namespace {
     const std::int64_t s = lPos < 0 ? nFindLen - lPos : lPos + 1;
     ScanHit hit;
     if (!f.scanner.next(s, hit)) [[unlikely]] {
-        if (f.nOut && !f.host.bCancel && !f.scanner.readfailed())
+        if (f.nOut && !f.scanner.stopped() && !f.scanner.readfailed())
             f.scanner.emitrest();
         lPos = 0;
         return;
@@ -926,9 +921,10 @@ namespace {
     f.scanner.emitupto(hit.lPos);
     Answer answer = Answer::Yes;
     if (f.bAsk) [[unlikely]] {
-        answer = f.host.question(questiontitle(f.sFile, hit.lPos), questiontext(hit, f.sFind));
+        const std::string text = questiontext(hit, f.sFind);
+        answer = f.scanner.sink().question(Question{f.sFile, hit.lPos, text});
         if (answer == Answer::Cancel) {
-            f.host.bCancel = true;
+            f.scanner.stop();
             return;
         }
     }
@@ -961,7 +957,7 @@ namespace {
 
 // A file loop without questions or log lines, for a pattern whose hits are
 // its leftmost occurrences: the scanner hands over the hits of a window in
-// one go and the host takes them in one call. The host sees what the loop
+// one go and the sink takes them in one call. The sink sees what the loop
 // of single hits shows it.
 std::int64_t scanbatches(ScanFile& f, const std::string& sName)
 {
@@ -975,8 +971,11 @@ std::int64_t scanbatches(ScanFile& f, const std::string& sName)
         const std::size_t count = f.scanner.collect(s, sReplace, lPos, kBatch);
         if (count == 0)
             continue;
-        nHits += static_cast<std::int64_t>(f.host.hits(sName, lPos, count, nHits));
-        if (f.host.bCancel)
+        const std::size_t taken = f.scanner.sink().hits(HitBatch{sName, lPos, count, nHits});
+        nHits += static_cast<std::int64_t>(taken);
+        if (taken < count)
+            f.scanner.stop();
+        if (!f.scanner.carryon())
             return nHits;
         if (f.edits) {
             for (std::size_t k = 0; k < count; ++k)
@@ -985,10 +984,10 @@ std::int64_t scanbatches(ScanFile& f, const std::string& sName)
         if (sReplace)
             f.lLenChange += grow * static_cast<std::int64_t>(count);
     }
-    if (f.nOut && !f.host.bCancel && !f.scanner.readfailed())
+    if (f.nOut && !f.scanner.stopped() && !f.scanner.readfailed())
         f.scanner.emitrest();
-    f.host.hitcount(nHits);
-    f.host.yield();
+    f.scanner.sink().scanned(nHits);
+    f.scanner.carryon();
     return nHits;
 }
 
@@ -1006,11 +1005,14 @@ std::int64_t scanloop(ScanFile& f, const std::string& sName)
         return scanbatches(f, sName);
     do {
         findnextinline(f, lPos, nHits);
-        if (lPos != 0)
-            f.host.hit(sName, lPos < 0 ? -lPos : lPos);
-        f.host.hitcount(nHits);
-        f.host.yield();
-    } while (lPos != 0 && !f.host.bCancel);
+        if (lPos != 0) {
+            const std::int64_t at = lPos < 0 ? -lPos : lPos;
+            if (f.scanner.sink().hits(HitBatch{sName, &at, 1, nHits - 1}) == 0)
+                f.scanner.stop();
+        } else {
+            f.scanner.sink().scanned(nHits);
+        }
+    } while (f.scanner.carryon() && lPos != 0);
     return nHits;
 }
 

@@ -29,7 +29,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/batch/host.h"
+#include "engine/core/runsink.h"
 #include "engine/core/alignedbuffer.h"
 
 namespace brindlex {
@@ -176,11 +176,11 @@ public:
     // `fd` is read with pread only; `lLen` is the length the scan takes as
     // the file's. `out` is the scratch output of a replace, null in a find.
     // `windowBytes` (1024 to kMaxWindow) is how much is read at a time.
-    Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, Host& host,
+    Scanner(int fd, std::int64_t lLen, std::string_view sFind, bool bMatchCase, OutputBuffer* out, RunSink& sink,
             std::int64_t windowBytes = kDefaultWindow);
     // The same with a search prepared once for a whole run; `search` must
     // outlive the scanner.
-    Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, Host& host,
+    Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputBuffer* out, RunSink& sink,
             std::int64_t windowBytes = kDefaultWindow);
     Scanner(const Scanner&) = delete;
     Scanner& operator=(const Scanner&) = delete;
@@ -195,7 +195,7 @@ public:
     static constexpr std::int64_t kPrefetchWindows = 16;
 
     // The next hit from restart position `s`. False when there is none up to
-    // the file's end, when the host raised bCancel at a yield, or when a
+    // the file's end, when the sink answered no to carryon(), or when a
     // read failed (readfailed()). Once the output has begun, the bytes that
     // the scan passes are emitted as it goes.
     bool next(std::int64_t s, ScanHit& hit);
@@ -210,7 +210,7 @@ public:
     // which needs no block. A find restarts one byte behind each hit; a
     // replace (`sReplace` not null) writes the replacement at each hit (when
     // there is an output) and restarts behind the matched bytes. Returns the count; `s` becomes the
-    // next restart, or 0 when the file is done, the host cancelled or a
+    // next restart, or 0 when the file is done, the scan was stopped or a
     // read failed. With "AA" in "AAAA" a find gives 1, 2, 3, a replace 1, 3.
     std::size_t collect(std::int64_t& s, const std::string_view* sReplace, std::int64_t* lPos, std::size_t max);
 
@@ -235,6 +235,18 @@ public:
     void emitrest();
 
     std::int64_t length() const { return lLen_; }
+
+    // Asks the sink whether to go on; a no, or a stop(), holds for the rest
+    // of the scan.
+    bool carryon()
+    {
+        if (!stopped_ && !sink_.carryon())
+            stopped_ = true;
+        return !stopped_;
+    }
+    void stop() { stopped_ = true; }
+    bool stopped() const { return stopped_; }
+    RunSink& sink() const { return sink_; }
     bool readfailed() const { return readfailed_; }
     // Why a read failed: errno, or 0 when the file ended before its length.
     int readerrno() const { return readErrno_; }
@@ -272,7 +284,7 @@ private:
     PatternSearch ownSearch_;
     const PatternSearch& search_;
     OutputBuffer* out_;
-    Host& host_;
+    RunSink& sink_;
     std::int64_t window_;
     std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
     AlignedBuffer<> buf_;                    // the window as read without prefetching
@@ -284,6 +296,7 @@ private:
     bool bulk_ = false;              // the scan goes by collect()
     bool emitting_ = false;
     bool readfailed_ = false;
+    bool stopped_ = false;
     int readErrno_ = 0;
     std::string read_;               // bytesat() outside the window
     bool keepBytes_ = false;
@@ -301,7 +314,6 @@ struct ScanFile {
     OutputBuffer* nOut = nullptr;  // the scratch output; null in a find
     EditSink* edits = nullptr;     // a replace's edits in place, instead of nOut
     std::int64_t lLenChange = 0;
-    Host& host;
 };
 
 // Runs to the next hit or the file's end. `lPos` is 0 on the first call for
@@ -312,13 +324,13 @@ struct ScanFile {
 // and in a replace is asked about (bAsk), written and logged as replaced.
 void findnext(ScanFile& f, std::int64_t& lPos, std::int64_t& nHits);
 
-// The question at a hit of a replace: its title and text.
-std::string questiontitle(const std::string& sFile, std::int64_t lPos);
+// The question at a hit of a replace: its text.
 std::string questiontext(const ScanHit& hit, std::string_view sFind);
 
 // The loop over one file: findnext until the file is done or cancelled,
-// with a hit line (the position as it was before replacing), the file's hit
-// count as status and a yield after each return. Returns nHits.
+// with each hit (the position as it was before replacing) told to the sink
+// and a carryon() after each return; at the end the sink hears scanned()
+// and is asked carryon() once more. Returns nHits.
 std::int64_t scanloop(ScanFile& f, const std::string& sName);
 
 }  // namespace brindlex

@@ -12,8 +12,9 @@ public:
     virtual ~WalkSink() = default;
 
     // A regular file (or a link to one): its real name relative to the base
-    // directory, as bytes, and its size (0 when sizes aren't wanted).
-    virtual void entry(const std::string& name, std::int64_t size) = 0;
+    // directory, as bytes, and its size (0 when sizes aren't wanted). A
+    // listing (batch/runsetup.h) gathers these itself.
+    virtual void entry(const std::string& /*name*/, std::int64_t /*size*/) {}
 
     // The directory at `path` could not be opened (errno `code`): the
     // mask's own directory, or a subdirectory the walk passes over.

@@ -135,8 +135,8 @@ char* putrowhead(char* p, std::int64_t row)
     return p;
 }
 
-// The rows of the dump; the host yields with every block read.
-void writerows(std::size_t nBytes, int nCols, Input& in, Output& out, std::int64_t& lPos, Host& host,
+// The rows of the dump; the sink is asked carryon() with every block read.
+void writerows(std::size_t nBytes, int nCols, Input& in, Output& out, std::int64_t& lPos, DumpSink& sink,
                DumpResult& result, int& error)
 {
     std::uint64_t yieldedAt = 0;
@@ -149,8 +149,7 @@ void writerows(std::size_t nBytes, int nCols, Input& in, Output& out, std::int64
             return;
         if (in.reads() != yieldedAt) {
             yieldedAt = in.reads();
-            host.yield();
-            if (host.bCancel) {
+            if (!sink.carryon()) {
                 result.cancelled = true;
                 return;
             }
@@ -251,11 +250,11 @@ std::string createdmessage(const std::string& sOut)
 }
 
 DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, SheetOutput& out,
-                    const std::string& sOut, std::int64_t& lPos, Host& host)
+                    const std::string& sOut, std::int64_t& lPos, DumpSink& sink)
 {
     DumpResult result;
     if (nCols < 1) {
-        host.message("The number of columns must be 1 or more.", {});
+        sink.message("The number of columns must be 1 or more.");
         result.failed = true;
         return result;
     }
@@ -264,7 +263,7 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
     if (!error)
         error = out.open();
     if (error) {
-        host.message(error.text, {});
+        sink.message(error.text);
         result.failed = true;
         return result;
     }
@@ -275,7 +274,7 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
     Input in(input.fd.get());
     Output sheet(out.fd());
     if (failure == 0)
-        writerows(nSize == 2 ? 2 : 4, nCols, in, sheet, lPos, host, result, failure);
+        writerows(nSize == 2 ? 2 : 4, nCols, in, sheet, lPos, sink, result, failure);
     sheet.flush();
     if (failure == 0)
         failure = sheet.error();
@@ -284,17 +283,17 @@ DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, Shee
         failure = closed.code;
     if (failure != 0) {
         result.failed = true;
-        host.message(std::to_string(failure), {});
+        sink.message(std::to_string(failure));
     }
-    host.message(createdmessage(sOut), {});
+    sink.message(createdmessage(sOut));
     return result;
 }
 
 DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, const std::filesystem::path& sOut,
-                    std::int64_t& lPos, Host& host)
+                    std::int64_t& lPos, DumpSink& sink)
 {
     WorkSheet sheet(sOut);
-    return dumpints(nSize, nCols, sIn, sheet, sOut.string(), lPos, host);
+    return dumpints(nSize, nCols, sIn, sheet, sOut.string(), lPos, sink);
 }
 
 }  // namespace brindlex

@@ -16,8 +16,8 @@
 // Size 2, 2 columns, bytes 01 00 02 00 FF:   " 1 \t1\t2\r\n 2 \t255\t\r\n"
 //
 // The file is streamed: memory stays the same whatever its length, and the
-// host's yield() comes at least every megabyte, so that raising bCancel ends
-// the dump at the next row with the sheet cut short.
+// sink's carryon() is asked at least every megabyte; a false ends the dump
+// at the next row with the sheet cut short.
 #pragma once
 
 #include <cstdint>
@@ -25,10 +25,18 @@
 #include <string>
 #include <string_view>
 
-#include "engine/batch/host.h"
 #include "engine/core/error.h"
 
 namespace brindlex {
+
+// Where a dump tells its messages, and asks whether to go on.
+class DumpSink {
+public:
+    virtual ~DumpSink() = default;
+    // Lets events in; false when the user asked to stop.
+    virtual bool carryon() { return true; }
+    virtual void message(const std::string& /*text*/) {}
+};
 
 // Where a sheet goes: opened (made, or emptied) when the dump starts,
 // written sequentially through fd(), closed when it ends.
@@ -75,13 +83,13 @@ std::string createdmessage(const std::string& sOut);
 // How a dump ended.
 struct DumpResult {
     bool failed = false;     // an open, a read or a write failed
-    bool cancelled = false;  // bCancel ended it
+    bool cancelled = false;  // carryon() ended it
     std::int64_t rows = 0;
 };
 
 // Dumps `sIn` from the 1-based position `lPos` (below 1 counts as 1) into
 // `out`; `lPos` ends behind the last value read. `sOut` names the sheet in
-// the messages, which go to host.message():
+// the messages, which go to sink.message():
 //   - the input or the sheet can't be opened: the platform's text for the
 //     error (e.g. "No such file or directory"), and nothing more;
 //   - fewer than 1 column: "The number of columns must be 1 or more.", and
@@ -90,10 +98,10 @@ struct DumpResult {
 //     decimal) shows, then the created message;
 //   - otherwise, Cancel included: "File " sOut " was created.".
 DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, SheetOutput& out,
-                    const std::string& sOut, std::int64_t& lPos, Host& host);
+                    const std::string& sOut, std::int64_t& lPos, DumpSink& sink);
 
 // The window's form: the sheet `sOut` in the work directory.
 DumpResult dumpints(int nSize, int nCols, const std::filesystem::path& sIn, const std::filesystem::path& sOut,
-                    std::int64_t& lPos, Host& host);
+                    std::int64_t& lPos, DumpSink& sink);
 
 }  // namespace brindlex

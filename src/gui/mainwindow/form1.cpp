@@ -33,6 +33,7 @@
 
 #include "engine/batch/run.h"
 #include "engine/batch/runlog.h"
+#include "engine/batch/runsetup.h"
 #include "engine/core/startup.h"
 #include "engine/core/state.h"
 #include "engine/core/workdir.h"
@@ -153,9 +154,9 @@ void Form1::Form_Load(const std::string& sCommand)
     sEditor = editor.isFile() && editor.isExecutable() ? "vellumix" : "notepad";
     mnuRepl->setProperty("Tag", QStringLiteral("user0"));
     session.bConvertHex = true;
-    if (preparedworkdir()) {
-        session.sLogFile = logfilepath();
-        session.sScratch = scratchfilepath();
+    if (const RunPaths paths = runpaths(true); !paths.sScratch.empty()) {
+        session.sLogFile = paths.sLogFile;
+        session.sScratch = paths.sScratch;
         std::error_code ignored;
         std::filesystem::remove(session.sLogFile, ignored);
         for (const std::string& told : recoveratstart())
@@ -197,7 +198,7 @@ void Form1::Form_Unload()
 {
     // The program ends at once; a walk or run in hand stops at its next
     // yield, leaving the file in hand as it was.
-    windowHost->bCancel = true;
+    windowHost->requestcancel();
     QCoreApplication::quit();
 }
 

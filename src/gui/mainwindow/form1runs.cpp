@@ -28,6 +28,7 @@
 #include <system_error>
 
 #include "engine/batch/run.h"
+#include "engine/batch/runsetup.h"
 #include "engine/batch/runlog.h"
 #include "engine/core/inplace.h"
 #include "engine/core/saferewrite.h"
@@ -69,23 +70,22 @@ void Form1::cmdDir_Click()
 
 void Form1::cmdCancel_Click()
 {
-    windowHost->bCancel = true;
+    windowHost->requestcancel();
 }
 
 void Form1::listing()
 {
     BusyScope scope(nBusy);
     filesModel->reset([this] { session.files.clear(); });
-    std::error_code ec;
-    const std::filesystem::path cwd = std::filesystem::current_path(ec);
-    const std::string mask = expandmask(fromwidget(Text1->text()), cwd);
-    Text1->setText(towidget(mask));
-    session.baseDir = basedirfor(mask);
+    const MaskPlace place = placemask(fromwidget(Text1->text()));
+    Text1->setText(towidget(place.mask));
+    session.baseDir = place.baseDir;
     showbasedir();
     windowHost->beginwork();
-    // The walk gathers the entries; the list shows them once, sorted.
-    listfiles(mask, session.bIncludeSubs, session.baseDir, *windowHost);
-    filesModel->append(session.files.size(), [this] { sortlist1(session.files); });
+    // The walk gathers the entries; the list shows them once, sorted. A run
+    // may come much later: it opens the base directory anew.
+    listmask(place, session.bIncludeSubs, *windowHost, session.files);
+    filesModel->append(session.files.size(), [] {});
     windowHost->flush();
     List1->raise();
 }

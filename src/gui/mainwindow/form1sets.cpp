@@ -99,7 +99,7 @@ void Form1::mnuRep_Click(int Index)
             saverep(fromwidget(mnuRepl->property("Tag").toString()));
         return;
     }
-    windowHost->bCancel = false;
+    windowHost->forgetcancel();
     // The pair of a set goes into the boxes, and its name becomes current.
     auto takeset = [this](const RepItem& item, const RepPair& pair) {
         mnuRepl->setProperty("Tag", towidget(item.caption));
@@ -114,7 +114,7 @@ void Form1::mnuRep_Click(int Index)
     // next; Cancel ends the run in hand and the list with it.
     const int button = action == RepAction::ReplaceAll ? 1 : 0;
     listrun(
-        repitems(mnuRep), [this] { return windowHost->bCancel; },
+        repitems(mnuRep), [this] { return windowHost->cancelrequested(); },
         [&](const RepItem& item, const RepPair& pair) {
             takeset(item, pair);
             cmdFind_Click(button == 1);

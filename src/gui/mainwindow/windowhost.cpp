@@ -17,6 +17,7 @@
 #include <time.h>
 
 #include "engine/batch/run.h"
+#include "engine/batch/runmessages.h"
 #include "engine/core/state.h"
 #include "engine/files/files.h"
 #include "gui/mainwindow/form1.h"
@@ -60,9 +61,18 @@ void WindowHost::flush()
     }
 }
 
-void WindowHost::progress(bool bBegins, std::int64_t lDone, std::int64_t lLen)
+void WindowHost::filebegins(const FileBegins& file)
 {
-    nBegun += bBegins;
+    status(file.sFile);
+    ++nBegun;
+    lFileDone = 0;
+    lFileLen = file.lLength;
+    if (file.error)
+        runfailure(Failure{FailureKind::Open, file.sFile, file.error, {}});
+}
+
+void WindowHost::progress(std::int64_t lDone, std::int64_t lLen)
+{
     lFileDone = lDone;
     lFileLen = lLen;
 }
@@ -86,6 +96,13 @@ void WindowHost::showprogress()
         bar->setFormat(text);
     }
     bar->show();
+}
+
+void WindowHost::enablecontrols(bool bOn)
+{
+    if (!bOn)
+        cancel_ = false;
+    showcontrols(bOn);
 }
 
 void WindowHost::showcontrols(bool bOn)
@@ -135,12 +152,13 @@ void WindowHost::yield()
     lastPaint = std::chrono::steady_clock::now();
 }
 
-void WindowHost::addentry(const std::string& name, std::int64_t size)
+bool WindowHost::carryon()
 {
-    session.files.push_back(FileEntry{name, size, false});
+    yield();
+    return !cancel_;
 }
 
-void WindowHost::clearhits()
+void WindowHost::runbegins(bool works)
 {
     // A run begins: it goes over the selected lines, or all of them.
     const auto selected = static_cast<std::size_t>(form.List1->selectionModel()->selectedIndexes().size());
@@ -150,6 +168,9 @@ void WindowHost::clearhits()
     pendingHits.clear();
     hitsModel.reset([this] { session.hits.clear(); });
     listed = 0;
+    status("none found");
+    if (works)
+        enablecontrols(false);
 }
 
 void WindowHost::status(const std::string& caption)
@@ -181,43 +202,74 @@ void WindowHost::setstatus(const std::string& caption)
     form.Label5->setText(towidget(caption));
 }
 
-void WindowHost::hit(const std::string& sName, std::int64_t lPos)
+std::size_t WindowHost::hits(const HitBatch& batch)
 {
-    if (listed < kListLimit) {
-        ++listed;
-        pendingHits.push_back(List2Hit{sName, lPos});
+    // Each hit is listed (the first kListLimit), counted and yielded at, as
+    // one found alone would be, so a Cancel stops at the hit it came at.
+    for (std::size_t k = 0; k < batch.count; ++k) {
+        if (listed < kListLimit) {
+            ++listed;
+            pendingHits.push_back(List2Hit{batch.sName, batch.lPos[k]});
+        }
+        hitcount(batch.nHitsBefore + static_cast<std::int64_t>(k) + 1);
+        yield();
+        if (cancel_)
+            return k + 1;
     }
+    return batch.count;
 }
 
-Answer WindowHost::question(const std::string& title, const std::string& text)
+Answer WindowHost::question(const Question& q)
 {
     flush();
-    const Reply reply =
-        dialogs().messagebox(&form, towidget(text), Buttons::YesNoCancel, Icon::Question, towidget(title));
+    const Reply reply = dialogs().messagebox(&form, towidget(q.text), Buttons::YesNoCancel, Icon::Question,
+                                             towidget(questiontitle(q)));
     // Whoever just answered may press Cancel at once: the next yield is real.
     lastYield = {};
     switch (reply) {
     case Reply::Yes: return Answer::Yes;
     case Reply::No: return Answer::No;
-    default: return Answer::Cancel;
+    default:
+        // The answer Cancel stops what follows the run too (a list of sets).
+        cancel_ = true;
+        return Answer::Cancel;
     }
 }
 
-void WindowHost::message(const std::string& text, const Error& reason)
+void WindowHost::runfailure(const Failure& failure)
+{
+    const RunMessage shown = failuremessage(failure);
+    showmessage(shown.text, shown.reason);
+}
+
+void WindowHost::runfinished(const RunSummary& summary)
+{
+    if (!summary.cancelled) {
+        if (summary.capped)
+            status("more than 1000");
+        else
+            hitcount(summary.listed);
+    }
+    enablecontrols(true);
+}
+
+void WindowHost::showmessage(const std::string& text, const Error& reason)
 {
     flush();
     dialogs().messagebox(&form, towidget(text), Buttons::Ok, Icon::None, towidget(std::string(sTitle)),
                          reason ? towidget(reasontext(reason)) : QString());
 }
 
-void WindowHost::lineupdated(std::size_t index, const FileEntry& entry)
+void WindowHost::filedone(const FileDone& file)
 {
     // The name stays: the run reads the names of the files behind it.
-    if (index >= session.files.size())
-        return;
-    session.files[index].size = entry.size;
-    session.files[index].rewritten = entry.rewritten;
-    filesModel.changed(index);
+    if (file.lineChanged && file.index < session.files.size()) {
+        session.files[file.index].size = file.lNewLength;
+        session.files[file.index].rewritten = true;
+        filesModel.changed(file.index);
+    }
+    if (file.failure)
+        runfailure(file.failure);
 }
 
 }  // namespace brindlex::gui

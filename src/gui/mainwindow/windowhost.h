@@ -1,9 +1,9 @@
-// The window's side of a walk or a run: the walk's entries go into the
+// The window's side of a walk, a run or a dump: the walk's entries go into the
 // session (sorted once, by the window, when the walk ends), hits into the
 // session's hit list and List2 (the first 1000), the status into Label5,
 // questions and messages into the dialog seam.
 //
-// The engine calls yield() very often (after every hit); only a call at
+// The engine asks carryon() very often (after every hit); only a call at
 // least kYieldSpacing after the last real one lets events in, so the window
 // repaints and a Cancel takes effect well within a tenth of a second while a
 // run of a million hits costs little more than the engine's own work. The
@@ -22,14 +22,16 @@
 #include <string>
 #include <vector>
 
-#include "engine/batch/host.h"
+#include "engine/core/runsink.h"
+#include "engine/core/walksink.h"
+#include "engine/dump/dump.h"
 #include "gui/mainwindow/listmodel.h"
 
 namespace brindlex::gui {
 
 class Form1;
 
-class WindowHost final : public Host {
+class WindowHost final : public RunSink, public WalkSink, public DumpSink {
 public:
     static constexpr std::chrono::milliseconds kYieldSpacing{30};
 
@@ -43,19 +45,39 @@ public:
     // Puts what waits (hit lines, a hit count) on the window.
     void flush();
 
-    void showcontrols(bool bOn) override;
-    void yield() override;
-    void addentry(const std::string& name, std::int64_t size) override;
-    void clearhits() override;
-    void status(const std::string& caption) override;
-    void hitcount(std::int64_t nHits) override;
-    void hit(const std::string& sName, std::int64_t lPos) override;
-    Answer question(const std::string& title, const std::string& text) override;
-    void message(const std::string& text, const Error& reason) override;
-    void lineupdated(std::size_t index, const FileEntry& entry) override;
-    void progress(bool bBegins, std::int64_t lDone, std::int64_t lLen) override;
+    // The user's request to stop the work in hand (Cancel, Esc, closing the
+    // window). It holds until the next walk or run begins, or forgetcancel().
+    void requestcancel() { cancel_ = true; }
+    bool cancelrequested() const { return cancel_; }
+    void forgetcancel() { cancel_ = false; }
+
+    // Switches the window's controls for a walk, run or dump: off (which
+    // forgets a Cancel left over) and back on.
+    void enablecontrols(bool bOn);
+
+    // Lets events in, at most every kYieldSpacing; false once Cancel came.
+    bool carryon() override;
+
+    void level(bool begins) override { enablecontrols(!begins); }
+
+    void runbegins(bool works) override;
+    void filebegins(const FileBegins& file) override;
+    std::size_t hits(const HitBatch& batch) override;
+    void scanned(std::int64_t nHits) override { hitcount(nHits); }
+    Answer question(const Question& q) override;
+    void filedone(const FileDone& file) override;
+    void progress(std::int64_t lDone, std::int64_t lLen) override;
+    void runfailure(const Failure& failure) override;
+    void runfinished(const RunSummary& summary) override;
+
+    void message(const std::string& text) override { showmessage(text, {}); }
 
 private:
+    void showcontrols(bool bOn);
+    void yield();
+    void status(const std::string& caption);
+    void hitcount(std::int64_t nHits);
+    void showmessage(const std::string& text, const Error& reason);
     void setstatus(const std::string& caption);
     // The progress bar: the files of a run (and the bytes of a big file in
     // hand), or the files a walk has listed; painted with the rest at a yield.
@@ -80,6 +102,7 @@ private:
     std::chrono::nanoseconds lastYield{};
     std::chrono::steady_clock::time_point lastPaint{};
     QPointer<QWidget> focusBefore;
+    bool cancel_ = false;
 };
 
 }  // namespace brindlex::gui
