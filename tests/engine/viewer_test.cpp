@@ -167,7 +167,8 @@ TEST(ViewerPage, SizesAndRangesThePage)
 {
     // At the window's design height: a quarter page of whole rows, none when
     // a row is wider (the default block then), two twips a byte of text.
-    for (const auto& [width, mode, block] : {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
+    for (const auto& [width, mode, block] :
+         {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
         EXPECT_EQ(pageblock(1845, width, mode), block) << width << " mode " << mode;
     EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
     EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
@@ -303,9 +304,8 @@ TEST(ViewerPosition, FindsTheByteUnderTheCaretAndPlacesAHit)
     // A hit opens two rows below the page's top; a width chosen earlier stays.
     for (const auto& [hit, width, top] : {std::tuple{5, 10, 1}, {20, 10, 1}, {22, 10, 2}, {500, 10, 480}, {500, 8, 484}})
         EXPECT_EQ(hittop(hit, width), top) << hit << " width " << width;
-    EXPECT_EQ(std::to_string(openingwidth(0, false)) + std::to_string(openingwidth(0, true)) + std::to_string(openingwidth(8, true)) +
-                  std::to_string(openingwidth(16, false)),
-              "810816");
+    for (const auto& [width, hit, opened] : {std::tuple{0, false, 8}, {0, true, 10}, {8, true, 8}, {16, false, 16}})
+        EXPECT_EQ(openingwidth(width, hit), opened) << width << (hit ? " for a hit" : " for a file");
     EXPECT_EQ(gotodefault(1000, 0) + " " + gotodefault(1000, 1) + " " + gotodefault(1000, 3), "1000 &H3E8& &H3E8&");
 }
 
