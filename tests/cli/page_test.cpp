@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -142,9 +141,9 @@ TEST(PageCommand, SavesAPageNearTheEndOfFiveGigabytes)
     EXPECT_LT(peak, kMaxRssKiB);
     // A page that keeps its length is written in place.
     EXPECT_EQ(static_cast<std::int64_t>(fs::file_size(big)), kSize);
-    // Every other byte: zeros where there were zeros. Holes read as zeros, so
+    // Every other byte: zeros where there were zeros, and the rest in their
+    // order, so a page put anywhere else would show. Holes read as zeros, so
     // only the file's data extents are read.
-    std::ifstream in(big, std::ios::binary);
     std::string buffer, nonzero;
     const int fd = ::open(big.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_GE(fd, 0);
@@ -156,10 +155,6 @@ TEST(PageCommand, SavesAPageNearTheEndOfFiveGigabytes)
     }
     ::close(fd);
     EXPECT_EQ(nonzero, "HEADabcdefgXTAIL");
-    std::string page(8, '\0'), tail(4, '\0');
-    in.clear();
-    in.seekg(kAt - 1).read(page.data(), 8).seekg(kSize - 4).read(tail.data(), 4);
-    EXPECT_EQ(page + tail, "abcdefgXTAIL");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <limits>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <sys/resource.h>
@@ -162,9 +163,13 @@ TEST(ViewerPage, StreamsAPageOfAnySizeInLittleMemory)
     EXPECT_EQ(readpage(big, 1, 600000000, 16, 0, 0).error.code, EFBIG);   // read whole: refused before reading
 }
 
-// The page sizes at the design height are the viewer window's test.
-TEST(ViewerPage, RangesThePage)
+TEST(ViewerPage, SizesAndRangesThePage)
 {
+    // At the window's design height: a quarter page of whole rows, none when
+    // a row is wider (the default block then), two twips a byte of text.
+    for (const auto& [width, mode, block] :
+         {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
+        EXPECT_EQ(pageblock(1845, width, mode), block) << width << " mode " << mode;
     EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
     EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
 }
@@ -282,7 +287,7 @@ TEST(ViewerPosition, EvaluatesGotoAnswers)
     EXPECT_EQ(inputnumber("2.5") + inputnumber("-1") + inputnumber("-x"), 1.5);
 }
 
-TEST(ViewerPosition, FindsTheByteUnderTheCaret)
+TEST(ViewerPosition, FindsTheByteUnderTheCaretAndPlacesAHit)
 {
     const std::string page = formatpage(kSeven, 1, 4, 0, 0);
     EXPECT_EQ(lastinstr("abcabc", "bc"), 5);
@@ -296,6 +301,11 @@ TEST(ViewerPosition, FindsTheByteUnderTheCaret)
         EXPECT_EQ(clickposition(row.text, row.caret, row.nFormat), row.position) << row.text << " @" << row.caret;
     EXPECT_EQ(clicklabel(0x1005, 1) + " " + clicklabel(0x1005, 2) + " " + clicklabel(4101, 0) + " " + clicklabel(7, 3),
               "0x1005 0x1005 4101 7");
+    // A hit opens two rows below the page's top; a width chosen earlier stays.
+    for (const auto& [hit, width, top] : {std::tuple{5, 10, 1}, {20, 10, 1}, {22, 10, 2}, {500, 10, 480}, {500, 8, 484}})
+        EXPECT_EQ(hittop(hit, width), top) << hit << " width " << width;
+    for (const auto& [width, hit, opened] : {std::tuple{0, false, 8}, {0, true, 10}, {8, true, 8}, {16, false, 16}})
+        EXPECT_EQ(openingwidth(width, hit), opened) << width << (hit ? " for a hit" : " for a file");
     EXPECT_EQ(gotodefault(1000, 0) + " " + gotodefault(1000, 1) + " " + gotodefault(1000, 3), "1000 &H3E8& &H3E8&");
 }
 
