@@ -96,14 +96,28 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     host.answers = scan.answers;
     StringSink sink;
     OutputBuffer out(&sink);
-    OutputBuffer* nOut = scan.bReplace ? &out : nullptr;
+    // A replace that keeps the length goes as in a big file: edits in
+    // place, each with the bytes it replaces, which must be the file's.
+    struct Patch : EditSink {
+        std::string bytes;
+        bool wasRight = true;
+        void edit(std::int64_t lPos, std::string_view was, std::string_view becomes) override
+        {
+            wasRight = wasRight && bytes.compare(static_cast<std::size_t>(lPos - 1), was.size(), was) == 0;
+            bytes.replace(static_cast<std::size_t>(lPos - 1), becomes.size(), becomes);
+        }
+    } patch;
+    patch.bytes = content;
+    const bool inplace = scan.bReplace && scan.sReplace.size() == scan.sFind.size();
+    OutputBuffer* nOut = scan.bReplace && !inplace ? &out : nullptr;
     RefResult result;
     {
         // The file stays open while its scanner (and what reads ahead for it) lives.
         Scanner scanner(fd, static_cast<std::int64_t>(content.size()), scan.sFind, scan.bMatchCase, nOut, host, window);
         RunLog log(logFile);
         ScanFile f {.scanner = scanner, .sFile = scan.sFile, .sFind = scan.sFind, .sReplace = scan.sReplace,
-                    .bAsk = scan.bAsk, .nLogMode = scan.nLogMode, .log = &log, .nOut = nOut};
+                    .bAsk = scan.bAsk, .nLogMode = scan.nLogMode, .log = &log, .nOut = nOut,
+                    .edits = inplace ? &patch : nullptr};
         result.nHits = scanloop(f, scan.sName);
         result.lLenChange = f.lLenChange;
         result.bCancel = scanner.stopped();
@@ -112,7 +126,8 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     ::close(fd);
     result.events = host.transcript;
     result.log = std::filesystem::exists(logFile) ? test::readfile(logFile) : "";
-    result.output = sink.bytes;
+    result.output = inplace ? (result.nHits > 0 ? patch.bytes : "") : sink.bytes;
+    EXPECT_TRUE(patch.wasRight);
     return result;
 }
 

@@ -328,20 +328,23 @@ class Scanner::Prefetch {
 public:
     // `search` null: no occurrences are looked for. `bKeepBytes`: the scan
     // takes the bytes too.
-    Prefetch(int fd, std::int64_t lLen, std::int64_t chunk, const PatternSearch* search, bool bKeepBytes)
+    // `bScanIdle`: the scan has little to do with a window beyond taking
+    // its occurrences (no output to write): it then reads windows too.
+    Prefetch(int fd, std::int64_t lLen, std::int64_t chunk, const PatternSearch* search, bool bKeepBytes,
+             bool bScanIdle)
         : fd_(fd), lLen_(lLen), chunk_(chunk),
           look_(search ? std::min<std::int64_t>(static_cast<std::int64_t>(search->size()), kBlock) - 1 : 0),
-          search_(search), bKeepBytes_(bKeepBytes || !search)
+          search_(search), bKeepBytes_(bKeepBytes || !search), bScanReads_(bScanIdle && search)
     {
         for (Slot& slot : slots_) {
             if (bKeepBytes_)
                 slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
-        // The scan that takes only the occurrences reads windows too, so it
-        // counts as one of the readers.
+        // A scan that reads counts as one of the readers.
         std::size_t readers = std::min<std::size_t>(usablecores(), kMaxReaders);
-        if (!bKeepBytes_) {
-            own_ = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
+        if (bScanReads_) {
+            if (!bKeepBytes_)
+                own_ = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
             readers = std::max<std::size_t>(readers - 1, 1);
         }
         readers_ = startworkers(readers, [this] { readall(); });
@@ -379,20 +382,19 @@ public:
     {
         const std::int64_t k = cur_ + 1;
         Slot& slot = slots_[k % kSlots];
-        if (!bKeepBytes_) {
-            // Nothing of window k - 1 is needed any more: its slot is free
-            // at once. While window k is in a reader's hands, the scan reads
-            // the next unclaimed window rather than sleep: a sleep and a
-            // wake-up for every window would cost more than the search.
-            if (k > 0)
-                leave(k - 1);
-            while (slot.state.load(std::memory_order_acquire) == kEmpty) {
-                std::int64_t j = claimed_.load();
-                if (j * chunk_ >= lLen_ || !left(j - kSlots))
-                    break;
-                if (claimed_.compare_exchange_weak(j, j + 1))
-                    readwindow(j, own_.get());
-            }
+        // Without bytes nothing of window k - 1 is needed any more: its
+        // slot is free at once.
+        if (!bKeepBytes_ && k > 0)
+            leave(k - 1);
+        // While window k is in a reader's hands, a scan that reads takes the
+        // next unclaimed window rather than sleep: a sleep and a wake-up for
+        // every window would cost more than the search.
+        while (bScanReads_ && slot.state.load(std::memory_order_acquire) == kEmpty) {
+            std::int64_t j = claimed_.load();
+            if (j * chunk_ >= lLen_ || !left(j - kSlots))
+                break;
+            if (claimed_.compare_exchange_weak(j, j + 1))
+                readwindow(j, bKeepBytes_ ? slots_[j % kSlots].data.get() + kPad : own_.get());
         }
         // A short spin spares a sleep and a wake-up when the window is due.
         for (int spin = 0; spin < kSpins && slot.state.load(std::memory_order_acquire) == kEmpty; ++spin)
@@ -522,7 +524,8 @@ private:
     const std::int64_t look_;
     const PatternSearch* const search_;
     const bool bKeepBytes_;
-    AlignedBuffer<> own_;   // the scan's own reads, when it takes only the occurrences
+    const bool bScanReads_;
+    AlignedBuffer<> own_;   // the scan's own reads, when they keep no bytes
     Slot slots_[kSlots];
     std::int64_t cur_ = -1;
     int error_ = 0;
@@ -555,7 +558,8 @@ bool Scanner::load(std::int64_t from0)
         try {
             // The occurrences are looked for ahead only for collect().
             prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
-                                                   bulk_ ? &search_ : nullptr, out_ != nullptr || keepBytes_);
+                                                   bulk_ ? &search_ : nullptr, out_ != nullptr || keepBytes_,
+                                                   out_ == nullptr);
         } catch (const std::system_error&) {
             // No thread to spare: the scan reads for itself.
         }
