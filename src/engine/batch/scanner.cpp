@@ -328,8 +328,8 @@ class Scanner::Prefetch {
 public:
     // `search` null: no occurrences are looked for. `bKeepBytes`: the scan
     // takes the bytes too.
-    // `bScanIdle`: the scan has little to do with a window beyond taking
-    // its occurrences (no output to write): it then reads windows too.
+    // `bScanIdle`: the scan writes no output; when it has little to do with
+    // a window beyond taking its occurrences, it reads windows too.
     Prefetch(int fd, std::int64_t lLen, std::int64_t chunk, const PatternSearch* search, bool bKeepBytes,
              bool bScanIdle)
         : fd_(fd), lLen_(lLen), chunk_(chunk),
@@ -340,8 +340,10 @@ public:
             if (bKeepBytes_)
                 slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
         }
-        // A scan that reads counts as one of the readers.
-        std::size_t readers = std::min<std::size_t>(usablecores(), kMaxReaders);
+        // A scan that reads counts as one of the readers. One that writes a
+        // new content is slower than any reader: one keeps ahead of it, and
+        // more would only take turns with it on the cores.
+        std::size_t readers = bScanIdle ? std::min<std::size_t>(usablecores(), kMaxReaders) : 1;
         if (bScanReads_) {
             if (!bKeepBytes_)
                 own_ = AlignedBuffer<>(static_cast<std::size_t>(chunk_ + look_));
