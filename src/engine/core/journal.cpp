@@ -170,7 +170,18 @@ Error JournalWriter::create(const fs::path& path, const CopyJournal& journal, co
                             JournalWriter& out)
 {
     const std::string header = encodeheader(journal);
+    // The journal is written whole, with its first step, before it gets its
+    // name: killed before that, the copy leaves no journal at all rather
+    // than half of one, which the next start would have to doubt. Where a
+    // nameless file can't be made, it is made under its name at once.
+    const fs::path dirpath = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    static const bool procfd = ::access("/proc/self/fd", X_OK) == 0;
+    bool nameless = procfd;
     FileHandle fd(checked("journal", [&] {
+        const int made = nameless ? ::open(dirpath.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600) : -1;
+        if (made >= 0 || !nameless || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL))
+            return made;
+        nameless = false;
         return ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     }));
     if (!fd.valid())
@@ -180,14 +191,18 @@ Error JournalWriter::create(const fs::path& path, const CopyJournal& journal, co
     out.slots_ = slotsfrom(header.size());
     out.slotSize_ = static_cast<std::int64_t>(kStepHead) + journal.block;
     out.seq_ = 0;
-    // Half a journal would make the next start doubt a copy that never began.
-    if (!writeat(out.fd_.get(), 0, header) || out.record(-1, ctime, {}) || ::fdatasync(out.fd_.get()) != 0) {
+    const std::string procpath = "/proc/self/fd/" + std::to_string(out.fd_.get());
+    if (!writeat(out.fd_.get(), 0, header) || out.record(-1, ctime, {}) || ::fdatasync(out.fd_.get()) != 0
+        || (nameless && checked("journal-name", [&] {
+                return ::linkat(AT_FDCWD, procpath.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
+            }) != 0)) {
         const Error error = errorfromerrno(errno, path);
-        ::unlink(path.c_str());
+        if (!nameless)
+            ::unlink(path.c_str());
         out.fd_.close();
         return error;
     }
-    FileHandle dir(::open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileHandle dir(::open(dirpath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.valid())
         ::fsync(dir.get());
     return {};
@@ -388,22 +403,20 @@ JournalVerdict verifyjournal(const CopyJournal& j, const JournalStep& step, int 
     return JournalVerdict::Resume;
 }
 
+Error reserveroom(int dest, std::int64_t length, const fs::path& target)
+{
+    if (length > 0 && checked("fallocate", [&] { return ::fallocate(dest, FALLOC_FL_KEEP_SIZE, 0, length); }) != 0
+        && errno != EOPNOTSUPP && errno != ENOSYS)
+        return errorfromerrno(errno, target);
+    return {};
+}
+
 Error copyjournaled(int from, int dest, const CopyJournal& j, JournalWriter& writer, const fs::path& scratch,
                     const fs::path& target, bool& touched)
 {
     touched = false;
     const std::int64_t N = j.newLength, B = j.block;
     struct stat st {};
-    if (N > 0 && checked("fallocate", [&] { return ::fallocate(dest, FALLOC_FL_KEEP_SIZE, 0, N); }) != 0
-        && errno != EOPNOTSUPP && errno != ENOSYS)
-        return errorfromerrno(errno, target);
-    // The room taken may have changed the ctime: before the first change,
-    // the first step has it as it is now.
-    if (writer.fresh() && ::fstat(dest, &st) != 0)
-        return errorfromerrno(errno, target);
-    if (writer.fresh())
-        if (Error e = writer.record(-1, st.st_ctim, {}))
-            return e;
     PageString n, t;
     for (std::int64_t at = 0, chunk = 0; at < N; at += B, ++chunk) {
         const std::size_t want = static_cast<std::size_t>(std::min(B, N - at));

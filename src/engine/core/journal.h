@@ -87,8 +87,6 @@ public:
     Error record(std::int64_t chunk, const timespec& ctime, std::string_view before);
 
     bool valid() const { return fd_.valid(); }
-    // Nothing but the first step recorded: no change begun yet.
-    bool fresh() const { return seq_ == 1; }
     const std::filesystem::path& path() const { return path_; }
 
 private:
@@ -129,9 +127,12 @@ JournalVerdict verifyjournal(const CopyJournal& journal, const JournalStep& step
 // writing) block by block, recording each change in `writer` first;
 // blocks that already hold their new bytes are passed over. Cuts `dest` to
 // the new length and syncs it. `touched` turns true with the first change.
-// The room is taken before the first change, so that a full disk ends the
-// copy while the file is whole.
 Error copyjournaled(int from, int dest, const CopyJournal& journal, JournalWriter& writer,
                     const std::filesystem::path& scratch, const std::filesystem::path& target, bool& touched);
+
+// Takes the disk room for `length` bytes of `dest` (its length stays), so
+// that a full disk fails a copy before its first change. Before the
+// journal is made: the room may change the file's ctime.
+Error reserveroom(int dest, std::int64_t length, const std::filesystem::path& target);
 
 }  // namespace brindlex

@@ -405,6 +405,22 @@ Error SafeReplace::Impl::copyinplace()
     struct stat sst {};
     if (::fstat(out.get(), &sst) != 0)
         return errorfromerrno(errno, scratch);
+    // The capabilities go with the first change (the room taken included),
+    // to be put back at the end.
+    capability.clear();
+    if (const ssize_t len = ::fgetxattr(dest.get(), kCapability, nullptr, 0); len > 0) {
+        capability.assign(static_cast<std::size_t>(len), '\0');
+        capability.resize(static_cast<std::size_t>(
+            std::max<ssize_t>(0, ::fgetxattr(dest.get(), kCapability, capability.data(), capability.size()))));
+    }
+    // The room comes before the journal: a full disk fails the copy before
+    // its first change, and the ctime the journal starts from is the one
+    // the room left (a change of it in between would look like another
+    // program's).
+    if (Error room = reserveroom(dest.get(), sst.st_size, target))
+        return room;
+    if (::fstat(dest.get(), &now) != 0)
+        return errorfromerrno(errno, target);
 
     // The journal proves at the next start which file this was and what it
     // held: its blocks are hashed before the first change.
@@ -413,7 +429,7 @@ Error SafeReplace::Impl::copyinplace()
     journal.dev = now.st_dev;
     journal.ino = now.st_ino;
     journal.oldLength = now.st_size;
-    journal.mode = now.st_mode & 07777;
+    journal.mode = st.st_mode & 07777;   // as read: the room taken may clear the set-id bits
     journal.mtime = now.st_mtim;
     journal.ctime = now.st_ctim;
     journal.scratchDev = sst.st_dev;
@@ -434,12 +450,6 @@ Error SafeReplace::Impl::copyinplace()
     // leaves the file half new: the journal stays, the next start finishes
     // the copy, and the reason says so.
     bool touched = false;
-    capability.clear();
-    if (const ssize_t len = ::fgetxattr(dest.get(), kCapability, nullptr, 0); len > 0) {
-        capability.assign(static_cast<std::size_t>(len), '\0');
-        capability.resize(static_cast<std::size_t>(
-            std::max<ssize_t>(0, ::fgetxattr(dest.get(), kCapability, capability.data(), capability.size()))));
-    }
     Error copied = copyjournaled(out.get(), dest.get(), journal, writer, scratch, target, touched);
     if (copied && touched) {
         copied.text += " (the copy is finished from the kept scratch file at the next start)";
