@@ -41,14 +41,15 @@ std::atomic<bool> noting {false};
 std::mutex mutex;
 std::vector<std::uintptr_t> buffers;
 
-// Notes `buf`, then calls the C library's function `name` of type F.
+// Notes the buffer at `buf`, then calls the C library's function `name` of
+// type F. (The address as a number: the buffer itself is not looked at.)
 template <typename F, typename... Args>
-ssize_t pass(const char* name, const void* buf, std::size_t n, Args... args)
+ssize_t pass(const char* name, std::uintptr_t buf, std::size_t n, Args... args)
 {
     static std::atomic<F> next;
     if (n >= 4096 && noting.load(std::memory_order_relaxed)) {
         std::lock_guard lock(mutex);
-        buffers.push_back(reinterpret_cast<std::uintptr_t>(buf));
+        buffers.push_back(buf);
     }
     if (!next.load(std::memory_order_relaxed))
         next.store(reinterpret_cast<F>(::dlsym(RTLD_NEXT, name)), std::memory_order_relaxed);
@@ -57,15 +58,21 @@ ssize_t pass(const char* name, const void* buf, std::size_t n, Args... args)
 }  // namespace kernelcopy
 
 extern "C" {
-ssize_t read(int fd, void* buf, size_t n) { return kernelcopy::pass<decltype(&::read)>("read", buf, n, fd, buf, n); }
-ssize_t write(int fd, const void* buf, size_t n) { return kernelcopy::pass<decltype(&::write)>("write", buf, n, fd, buf, n); }
+ssize_t read(int fd, void* buf, size_t n)
+{
+    return kernelcopy::pass<decltype(&::read)>("read", reinterpret_cast<std::uintptr_t>(buf), n, fd, buf, n);
+}
+ssize_t write(int fd, const void* buf, size_t n)
+{
+    return kernelcopy::pass<decltype(&::write)>("write", reinterpret_cast<std::uintptr_t>(buf), n, fd, buf, n);
+}
 ssize_t pread(int fd, void* buf, size_t n, off_t at)
 {
-    return kernelcopy::pass<decltype(&::pread)>("pread", buf, n, fd, buf, n, at);
+    return kernelcopy::pass<decltype(&::pread)>("pread", reinterpret_cast<std::uintptr_t>(buf), n, fd, buf, n, at);
 }
 ssize_t pwrite(int fd, const void* buf, size_t n, off_t at)
 {
-    return kernelcopy::pass<decltype(&::pwrite)>("pwrite", buf, n, fd, buf, n, at);
+    return kernelcopy::pass<decltype(&::pwrite)>("pwrite", reinterpret_cast<std::uintptr_t>(buf), n, fd, buf, n, at);
 }
 }
 
