@@ -19,6 +19,7 @@
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 #include "engine/core/filestamp.h"
+#include "engine/core/openbinary.h"
 #include "engine/core/signalhold.h"
 
 namespace brindlex {
@@ -330,11 +331,10 @@ Error InPlaceEdit::Impl::closejournal()
     written += static_cast<std::int64_t>(trailer.size());
     if (checked("undo-sync", [&] { return ::fdatasync(journal.get()); }) != 0)
         return errorfromerrno(errno, workdir);
-    const std::string procpath = "/proc/self/fd/" + std::to_string(journal.get());
     for (int attempt = 0; attempt < 100 && named.empty(); ++attempt) {
         std::string name = std::string(kPrefix) + std::to_string(::getpid()) + "-" + std::to_string(++journalsMade);
         if (checked("undo-name", [&] {
-                return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), name.c_str(), AT_SYMLINK_FOLLOW);
+                return linknameless(journal.get(), dir.get(), name.c_str());
             }) == 0)
             named = name;
         else if (errno != EEXIST)
@@ -391,7 +391,7 @@ std::unique_ptr<InPlaceEdit> InPlaceEdit::begin(const fs::path& target, const Op
     }));
     if (d->dir.valid())
         d->journal = FileHandle(checked("undo-create", [&] {
-            return ::openat(d->dir.get(), ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
+            return opennameless(d->dir.get(), 0600);
         }));
     if (!d->journal.valid()) {
         error = errorfromerrno(errno, workdir);

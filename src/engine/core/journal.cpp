@@ -10,6 +10,7 @@
 
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
+#include "engine/core/openbinary.h"
 
 namespace brindlex {
 
@@ -175,11 +176,11 @@ Error JournalWriter::create(const fs::path& path, const CopyJournal& journal, co
     // than half of one, which the next start would have to doubt. Where a
     // nameless file can't be made, it is made under its name at once.
     const fs::path dirpath = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    static const bool procfd = ::access("/proc/self/fd", X_OK) == 0;
-    bool nameless = procfd;
+    FileHandle dir(::open(dirpath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    bool nameless = true;
     FileHandle fd(checked("journal", [&] {
-        const int made = nameless ? ::open(dirpath.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600) : -1;
-        if (made >= 0 || !nameless || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL))
+        const int made = opennameless(dir.get(), 0600);
+        if (made >= 0 || errno != EOPNOTSUPP)
             return made;
         nameless = false;
         return ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -191,10 +192,9 @@ Error JournalWriter::create(const fs::path& path, const CopyJournal& journal, co
     out.slots_ = slotsfrom(header.size());
     out.slotSize_ = static_cast<std::int64_t>(kStepHead) + journal.block;
     out.seq_ = 0;
-    const std::string procpath = "/proc/self/fd/" + std::to_string(out.fd_.get());
     if (!writeat(out.fd_.get(), 0, header) || out.record(-1, ctime, {}) || ::fdatasync(out.fd_.get()) != 0
         || (nameless && checked("journal-name", [&] {
-                return ::linkat(AT_FDCWD, procpath.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
+                return linknameless(out.fd_.get(), dir.get(), path.filename().c_str());
             }) != 0)) {
         const Error error = errorfromerrno(errno, path);
         if (!nameless)
@@ -202,7 +202,6 @@ Error JournalWriter::create(const fs::path& path, const CopyJournal& journal, co
         out.fd_.close();
         return error;
     }
-    FileHandle dir(::open(dirpath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.valid())
         ::fsync(dir.get());
     return {};

@@ -38,6 +38,21 @@ void FileHandle::close()
     fd_ = -1;
 }
 
+int opennameless(int dirfd, mode_t mode)
+{
+    static const bool procfd = ::access("/proc/self/fd", X_OK) == 0;
+    const int fd = procfd ? ::openat(dirfd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode) : -1;
+    if (fd < 0 && (!procfd || errno == EISDIR || errno == EINVAL))
+        errno = EOPNOTSUPP;
+    return fd;
+}
+
+int linknameless(int fd, int dirfd, const char* name)
+{
+    const std::string procpath = "/proc/self/fd/" + std::to_string(fd);
+    return ::linkat(AT_FDCWD, procpath.c_str(), dirfd, name, AT_SYMLINK_FOLLOW);
+}
+
 int statlong(const std::filesystem::path& path, struct stat& st)
 {
     if (path.native().size() < PATH_MAX)

@@ -49,6 +49,16 @@ int openlong(const std::filesystem::path& path, int flags);
 // stat(2) of `path`, also when the path is longer than PATH_MAX.
 int statlong(const std::filesystem::path& path, struct stat& st);
 
+// A file without a name in the directory `dirfd` (O_TMPFILE), for reading
+// and writing, to be named by linknameless() once it is whole: dying before
+// that, a process leaves nothing behind. -1 with errno; EOPNOTSUPP where
+// the kernel or the file system can't make one, or /proc isn't there to
+// name it by.
+int opennameless(int dirfd, mode_t mode);
+// Gives the nameless file `fd` the name `name` in `dirfd`: -1 with errno
+// EEXIST when the name is taken.
+int linknameless(int fd, int dirfd, const char* name);
+
 // Opens the existing regular file `sFile` for reading. On failure the
 // Error carries errno and its text; a file that is not a regular file gives
 // EINVAL with a text that says so. A path of any length is opened.

@@ -209,17 +209,14 @@ Error SafeReplace::Impl::makesamedirfile()
     // the long write, nothing is left in the user's directory.
     // It is named later through /proc, so without /proc a hidden name is
     // used from the start.
-    static const bool procfd = ::access("/proc/self/fd", X_OK) == 0;
     const mode_t mode = exists ? 0600 : 0666;
     removestrays(dir.get(), parentof(target));
-    int fd = !procfd ? -1 : checked("open-tmpfile", [&] {
-        return ::openat(dir.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
-    });
+    int fd = checked("open-tmpfile", [&] { return opennameless(dir.get(), mode); });
     if (fd >= 0) {
         out = FileHandle(fd);
         return {};
     }
-    if (procfd && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
+    if (errno != EOPNOTSUPP)
         return errorfromerrno(errno, target);
     for (int attempt = 0; attempt < 100; ++attempt) {
         std::string candidate = hiddenname(name, attempt);
@@ -348,7 +345,6 @@ Error SafeReplace::Impl::swapinplace()
     if (exists && checked("fchmod", [&] { return ::fchmod(out.get(), st.st_mode & 07777); }) != 0)
         return errorfromerrno(errno, target);
     putcapability(out.get());
-    const std::string procpath = "/proc/self/fd/" + std::to_string(out.get());
     // Between the new file's name and the rename, no signal of ours ends
     // the process and leaves the name behind.
     const SignalHold hold;
@@ -356,7 +352,7 @@ Error SafeReplace::Impl::swapinplace()
         // linkat fails on an existing name: a file that appeared meanwhile
         // is never replaced.
         if (checked("link-new", [&] {
-                return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), name.c_str(), AT_SYMLINK_FOLLOW);
+                return linknameless(out.get(), dir.get(), name.c_str());
             }) != 0)
             return errno == EEXIST ? filechanged(target) : errorfromerrno(errno, target);
     } else {
@@ -365,7 +361,7 @@ Error SafeReplace::Impl::swapinplace()
         for (int attempt = 0; attempt < 100 && hidden.empty(); ++attempt) {
             std::string candidate = hiddenname(name, attempt);
             int rc = checked("link-tmpfile", [&] {
-                return ::linkat(AT_FDCWD, procpath.c_str(), dir.get(), candidate.c_str(), AT_SYMLINK_FOLLOW);
+                return linknameless(out.get(), dir.get(), candidate.c_str());
             });
             if (rc == 0)
                 hidden = named = candidate;
