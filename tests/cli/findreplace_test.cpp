@@ -71,8 +71,8 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         {"the log: head lines and hits, appended", {"replace", "--log-finds", "--log-replaces", "w", "W", "B.txt"}, "",
          "B.txt\t000000002\n", "1 hit in 1 of 1 file, 1 file rewritten\n", 0, {{"B.txt", "tWo"}},
          "old\r\nfind      W  \r\nreplace with     W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
-        {"a log at a link is never followed: told, and the status is 2",
-         {"find", "--log-finds", "--log", "link.txt", "w", "B.txt"}, "", "B.txt\t000000002\n",
+        {"a log at a link is never followed: told, and the status is 2; --opt=value as well",
+         {"find", "--log-finds", "--log=link.txt", "w", "B.txt"}, "", "B.txt\t000000002\n",
          "Error writing log link.txt: Too many levels of symbolic links\n1 hit in 1 of 1 file\n", 2, {{"a.txt", "one two"}}},
         // As the window's Cancel: the hits of the file scanned are listed, and it is not rewritten.
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
@@ -84,8 +84,6 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         {"-i is the explicit default, the last of -c and -i holds", {"replace", "--dry-run", "-c", "-i", "AA", "X", "a.dat"},
          "", "a.dat\t000000001\na.dat\t000000003\n",
          "would rewrite <dir>/base/a.dat\n2 hits in 1 of 1 file, 0 files rewritten\n", 0, {{"a.dat", "aaaa"}}},
-        {"a dry run without a hit", {"replace", "--dry-run", "zz", "X", "a.dat"}, "", "",
-         "0 hits in 0 of 1 file, 0 files rewritten\n", 1},
         {"only a replace has a dry run", {"find", "--dry-run", "aa", "a.dat"}, "", "",
          "brindlex-cli: find: unknown option '--dry-run' (see brindlex-cli find --help)\n", 2},
         // What could not be searched is told as grep -r tells it, and changes
@@ -96,9 +94,6 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
          "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files\n", 2},
         {"a wildcard that matches nothing", {"find", "two", "*.none"}, "", "", "0 hits in 0 of 0 files\n", 1},
         {"an empty pattern", {"replace", "", "x", "*"}, "", "", "brindlex-cli: replace: PATTERN is empty\n", 2},
-        {"--opt=value as well as --opt value", {"find", "--log-finds", "--log=../work/brindlex.log.txt", "w", "B.txt"}, "",
-         "B.txt\t000000002\n", "1 hit in 1 of 1 file\n", 0, {},
-         "old\r\nfind      W  \r\nfound    <dir>/base/B.txt 0000002:   w    o  \r\n"},
         {"a flag given a value", {"find", "--subdirs=yes", "two", "*"}, "", "",
          "brindlex-cli: find: option '--subdirs' takes no value (see brindlex-cli find --help)\n", 2},
         {"too few operands", {"find", "two"}, "", "",
@@ -127,45 +122,32 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
 }
 
 // A file is found again by the name the walk gave, as bytes, whatever
-// blanks, tabs or line breaks it holds, and a replace rewrites each file
-// once however many listed names lead to it; a find searches every name.
-TEST(CliFindReplace, EachFileByItsRealNameAndRewrittenOnce)
+// blanks, tabs or line breaks it holds: "x\ty" is not "x". With -0 a NUL
+// ends each name, and a list of names may hold any of them.
+TEST(CliFindReplace, EachFileByItsRealName)
 {
     test::TempDir dir;
-    const fs::path base = dir.path() / "base";
-    for (const char* name : {" lead", "trail ", "x\ty", "x", "new\nline", "u"})
+    for (const char* name : {" lead", "trail ", "x\ty", "x", "new\nline"})
         dir.write(std::string("base/") + name, "HIT");
-    dir.write("base/t", "xHITx");
-    fs::create_symlink("t", base / "l1");
-    fs::create_symlink("t", base / "l2");
-    fs::create_hard_link(base / "u", base / "h");
     dir.write("list0", std::string("x\ty\0 lead\0", 10));
     fs::create_directories(dir.path() / "work");
     const struct { std::vector<std::string> args; std::string out, err; } steps[] = {
         {{"replace", "-c", "HIT", "HITX", "*"},
-         " lead\t000000001\nh\t000000001\nl1\t000000002\nnew\nline\t000000001\ntrail \t000000001\n"
-         "x\t000000001\nx\ty\t000000001\n",
-         "brindlex-cli: <dir>/base/l2: the same file as <dir>/base/l1, rewritten once\n"
-         "brindlex-cli: <dir>/base/t: the same file as <dir>/base/l1, rewritten once\n"
-         "brindlex-cli: <dir>/base/u: the same file as <dir>/base/h, rewritten once\n"
-         "7 hits in 7 of 10 files, 7 files rewritten\n"},
+         " lead\t000000001\nnew\nline\t000000001\ntrail \t000000001\nx\t000000001\nx\ty\t000000001\n",
+         "5 hits in 5 of 5 files, 5 files rewritten\n"},
         {{"find", "-0", "-c", "HITX", "*"},
-         " lead\0" "000000001\nh\0" "000000001\nl1\0" "000000002\nl2\0" "000000002\nnew\nline\0" "000000001\n"
-         "t\0" "000000002\ntrail \0" "000000001\nu\0" "000000001\nx\0" "000000001\nx\ty\0" "000000001\n"s,
-         "10 hits in 10 of 10 files\n"},
-        {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n",
-         "2 hits in 2 of 2 files\n"},
+         " lead\0" "000000001\nnew\nline\0" "000000001\ntrail \0" "000000001\nx\0" "000000001\nx\ty\0" "000000001\n"s,
+         "5 hits in 5 of 5 files\n"},
+        {{"find", "--files0-from", "../list0", "HITX"}, " lead\t000000001\nx\ty\t000000001\n", "2 hits in 2 of 2 files\n"},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(step.args[0] + " " + step.args[1]);
-        const CliResult r = runcli(step.args, base, dir.path() / "work");
+        const CliResult r = runcli(step.args, dir.path() / "base", dir.path() / "work");
         EXPECT_EQ(r.exitstatus, 0);
         EXPECT_EQ(r.out, step.out);
-        EXPECT_EQ(dir.shown(r.err), step.err);
+        EXPECT_EQ(r.err, step.err);
     }
-    EXPECT_EQ(readfile(base / "t"), "xHITXx");
-    EXPECT_EQ(readfile(base / "x"), "HITX");
-    EXPECT_EQ(readfile(base / "u"), "HITX");
+    EXPECT_EQ(readfile(dir.path() / "base/x"), "HITX");
 }
 
 // stdout on a full device: the hits are lost, and that is said.
@@ -223,7 +205,6 @@ TEST(CliFindReplace, EndlessListsAreRefusedInBoundedMemory)
         {"--files0-from", "/dev/zero", "more than 16 empty names in a row"},
         {"--files-from", "/dev/zero", "a name holds a NUL byte"},
         {"--files0-from", "/dev/urandom", "names in a row lead to no file"},
-        {"--files-from", "/dev/urandom", "a name holds a NUL byte"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.option) + " " + row.list);

@@ -38,86 +38,65 @@ TEST(PageCommand, StreamsTheRowsOfALongFile)
     EXPECT_TRUE(whole.out == one.out && whole.out.find("\r\n699993: ") != std::string::npos);
 }
 
-// A save killed at any moment leaves the file wholly old or wholly new.
-TEST(PageCommand, KilledSaveLeavesTheFileOldOrNew)
-{
-    std::string old;
-    for (int line = 0; old.size() < (12u << 20); ++line)
-        old += "line " + std::to_string(line) + " of the page test\n";
-    const std::string page = "a page that is longer than the one it replaces\n";
-    const std::string fresh = old.substr(0, 999) + page + old.substr(999 + 16);
-    KillClock clock(11);
-    int olds = 0;
-    for (int round = -1; round < 12; ++round) {
-        SCOPED_TRACE(round);
-        test::TempDir dir;
-        dir.write("f", old);
-        dir.write("edit", page);
-        fs::create_directories(dir.path() / "work");
-        const pid_t pid = startcli({"page", "--mode", "2", "--pos", "1000", "--block", "16", "--save", "edit", "f"},
-                                   dir.path(), dir.path() / "work", 0);
-        ASSERT_GT(pid, 0);
-        const int status = clock.end(pid, round < 0, SIGKILL);
-        ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << readfile(dir.path() / "work/cli.err");
-        const std::string now = readfile(dir.path() / "f");
-        EXPECT_TRUE(now == old || now == fresh) << now.size() << " bytes";
-        olds += round >= 0 && now == old;
-        // A SIGKILL between naming the new file and the swap can leave that
-        // name, the killed process's, for the next replace there to remove.
-        for (const auto& entry : fs::directory_iterator(dir.path())) {
-            const std::string n = entry.path().filename().string();
-            EXPECT_TRUE(n == "f" || n == "edit" || n == "work"
-                        || (n.starts_with(".f.") && n.ends_with("-" + std::to_string(pid) + ".brindlex-new")))
-                << n;
-        }
-    }
-    EXPECT_GT(olds, 0) << "no kill came before the swap";
-}
-
-// Equal-length edits of a big file go in place: 200 replaces and page saves,
-// each killed at a random moment; the next start rolls a half-written edit
-// back, so every file is old or new, no journal stays, and nothing else
-// changes. The engine's tests kill the commit at each of its steps.
-TEST(PageCommand, KilledInPlaceEditsLeaveTheFileOldOrNew)
+// An edit killed at any moment leaves the file wholly old or wholly new, and
+// nothing else changes. A page of another length is saved by a new file
+// swapped in; equal-length replaces and page saves go in place, and the next
+// start rolls a half-written one back. The engine's tests kill the commit at
+// each of its steps.
+TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
 {
     ::setenv("BRINDLEX_INPLACE_MIN", "1", 1);
     std::string old;
     for (int line = 0; old.size() < (512u << 10); ++line)
         old += "record " + std::to_string(line) + " OLD\n";
-    std::string replaced = old, saved = old;
+    std::string replaced = old;
     for (std::size_t at = 0; (at = replaced.find("OLD", at)) != std::string::npos; at += 3)
         replaced.replace(at, 3, "NEW");
-    saved.replace(999, 8, "SAVED!!!");
+    const std::string longer = "a page that is longer than the one it replaces\n";
+    const struct { std::vector<std::string> args; std::string edit, fresh; } kinds[] = {
+        {{"replace", "-c", "OLD", "NEW", "f"}, "", replaced},
+        {{"page", "--mode", "2", "--pos", "1000", "--block", "8", "--save", "edit", "f"}, "SAVED!!!",
+         std::string(old).replace(999, 8, "SAVED!!!")},
+        {{"page", "--mode", "2", "--pos", "1000", "--block", "16", "--save", "edit", "f"}, longer,
+         std::string(old).replace(999, 16, longer)},
+    };
     KillClock clock(13);
-    int olds = 0, news = 0;
-    for (int round = -2; round < 200; ++round) {
-        const bool page = round % 2 != 0;
-        SCOPED_TRACE(std::to_string(round) + (page ? " page" : " replace"));
+    int olds[3] = {}, news[3] = {};
+    for (int round = -3; round < 210; ++round) {
+        const std::size_t k = static_cast<std::size_t>(round + 3) % 3;
+        SCOPED_TRACE(std::to_string(round) + " " + kinds[k].args[0] + " " + kinds[k].edit);
         test::TempDir dir;
         dir.write("f", old);
         dir.write("g", old);
-        dir.write("edit", "SAVED!!!");
+        dir.write("edit", kinds[k].edit);
         fs::create_directories(dir.path() / "work");
-        const std::vector<std::string> args = page
-            ? std::vector<std::string>{"page", "--mode", "2", "--pos", "1000", "--block", "8", "--save", "edit", "f"}
-            : std::vector<std::string>{"replace", "-c", "OLD", "NEW", "f"};
-        const pid_t pid = startcli(args, dir.path(), dir.path() / "work", 0);
+        const pid_t pid = startcli(kinds[k].args, dir.path(), dir.path() / "work", 0);
         ASSERT_GT(pid, 0);
         const int status = clock.end(pid, round < 0, SIGKILL);
         ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << readfile(dir.path() / "work/cli.err");
-        const std::string fresh = page ? saved : replaced;
+        // A swap is whole at once; an edit in place may wait for the next start.
         const std::string now = readfile(dir.path() / "f");
+        EXPECT_TRUE(k < 2 || now == old || now == kinds[k].fresh) << now.size() << " bytes";
         const CliResult next = runcli({"decode", "x"}, dir.path(), dir.path() / "work");
         EXPECT_TRUE(next.exited(0)) << next.err;
         const std::string after = readfile(dir.path() / "f");
-        EXPECT_TRUE(after == old || after == fresh) << next.err;
-        olds += after == old;
-        news += after == fresh;
-        EXPECT_TRUE(readfile(dir.path() / "g") == old && test::entrycount(dir.path()) == 4);
+        EXPECT_TRUE(after == old || after == kinds[k].fresh) << next.err;
+        olds[k] += round >= 0 && after == old;
+        news[k] += round >= 0 && after == kinds[k].fresh;
+        EXPECT_EQ(readfile(dir.path() / "g"), old);
+        // A SIGKILL between naming the new file and the swap can leave that
+        // name, the killed process's, for the next replace there to remove.
+        for (const auto& entry : fs::directory_iterator(dir.path())) {
+            const std::string n = entry.path().filename().string();
+            EXPECT_TRUE(n == "f" || n == "g" || n == "edit" || n == "work"
+                        || (k == 2 && n.starts_with(".f.") && n.ends_with("-" + std::to_string(pid) + ".brindlex-new")))
+                << n;
+        }
         EXPECT_EQ(test::entrycount(dir.path() / "work"), 2) << "cli.out and cli.err only";
     }
     ::unsetenv("BRINDLEX_INPLACE_MIN");
-    EXPECT_TRUE(olds > 0 && news > 0) << "the kills came all before or all after the writes";
+    EXPECT_GT(olds[2], 0) << "no kill came before the swap";
+    EXPECT_TRUE(olds[0] + olds[1] > 0 && news[0] + news[1] > 0) << "the kills came all before or all after the writes";
 }
 
 // A page near the end of a 5 GiB file: the page's bytes change, every other
