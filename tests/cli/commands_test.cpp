@@ -110,5 +110,20 @@ TEST(DumpCommand, OutputFileIsReplacedWholeAndKeepsItsMode)
     EXPECT_TRUE(fs::is_symlink(dir.path() / "planted.xls"));
 }
 
+// Without --block the rows of a long file come out in stretches that join
+// up exactly as one page would.
+TEST(PageCommand, StreamsTheRowsOfALongFile)
+{
+    test::TempDir dir;
+    std::string bytes;
+    for (int i = 0; i < 700000; ++i)
+        bytes += static_cast<char>(i * 7 % 251);
+    dir.write("long", bytes);
+    const CliResult whole = runcli({"page", "--width", "10", "--pos", "3", "long"}, dir.path(), dir.path());
+    const CliResult one = runcli({"page", "--width", "10", "--pos", "3", "--block", "700000", "long"}, dir.path(), dir.path());
+    ASSERT_TRUE(whole.exited(0) && one.exited(0)) << whole.err << one.err;
+    EXPECT_TRUE(whole.out == one.out && whole.out.find("\r\n699993: ") != std::string::npos);
+}
+
 }  // namespace
 }  // namespace brindlex::clitest

@@ -1,10 +1,11 @@
 // brindlex-cli find / replace end to end, in temporary trees: what stdout,
-// stderr and the exit status say, and what the files hold afterwards; and a
-// page saved beyond 4 GiB.
+// stderr and the exit status say, and what the files hold afterwards, under
+// a kill too; the progress line on a terminal; and a page saved beyond 4 GiB.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <csignal>
@@ -13,9 +14,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
+#include <pty.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -424,6 +427,152 @@ TEST(CliFindReplace, FindsReplacesAndSavesAPageBeyondFourGigabytes)
     }
     ::close(fd);
     EXPECT_EQ(nonzero, "HEADPINPINPINPINabcdefgXTAIL");
+}
+
+// An edit killed at any moment leaves the file wholly old or wholly new, and
+// nothing else changes. A page of another length is saved by a new file
+// swapped in; equal-length replaces and page saves go in place, and the next
+// start rolls a half-written one back. The engine's tests kill the commit at
+// each of its steps.
+TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
+{
+    ::setenv("BRINDLEX_INPLACE_MIN", "1", 1);
+    std::string old;
+    for (int line = 0; old.size() < (512u << 10); ++line)
+        old += "record " + std::to_string(line) + " OLD\n";
+    std::string replaced = old;
+    for (std::size_t at = 0; (at = replaced.find("OLD", at)) != std::string::npos; at += 3)
+        replaced.replace(at, 3, "NEW");
+    const std::string longer = "a page that is longer than the one it replaces\n";
+    const struct { std::vector<std::string> args; std::string edit, fresh; } kinds[] = {
+        {{"replace", "-c", "OLD", "NEW", "f"}, "", replaced},
+        {{"page", "--mode", "2", "--pos", "1000", "--block", "8", "--save", "edit", "f"}, "SAVED!!!",
+         std::string(old).replace(999, 8, "SAVED!!!")},
+        {{"page", "--mode", "2", "--pos", "1000", "--block", "16", "--save", "edit", "f"}, longer,
+         std::string(old).replace(999, 16, longer)},
+    };
+    KillClock clock(13);
+    int olds[3] = {}, news[3] = {};
+    for (int round = -3; round < 210; ++round) {
+        const std::size_t k = static_cast<std::size_t>(round + 3) % 3;
+        SCOPED_TRACE(std::to_string(round) + " " + kinds[k].args[0] + " " + kinds[k].edit);
+        test::TempDir dir;
+        dir.write("f", old);
+        dir.write("g", old);
+        dir.write("edit", kinds[k].edit);
+        fs::create_directories(dir.path() / "work");
+        const pid_t pid = startcli(kinds[k].args, dir.path(), dir.path() / "work", 0);
+        ASSERT_GT(pid, 0);
+        const int status = clock.end(pid, round < 0, SIGKILL);
+        ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << readfile(dir.path() / "work/cli.err");
+        // A swap is whole at once; an edit in place may wait for the next start.
+        const std::string now = readfile(dir.path() / "f");
+        EXPECT_TRUE(k < 2 || now == old || now == kinds[k].fresh) << now.size() << " bytes";
+        const CliResult next = runcli({"decode", "x"}, dir.path(), dir.path() / "work");
+        EXPECT_TRUE(next.exited(0)) << next.err;
+        const std::string after = readfile(dir.path() / "f");
+        EXPECT_TRUE(after == old || after == kinds[k].fresh) << next.err;
+        olds[k] += round >= 0 && after == old;
+        news[k] += round >= 0 && after == kinds[k].fresh;
+        EXPECT_EQ(readfile(dir.path() / "g"), old);
+        // A SIGKILL between naming the new file and the swap can leave that
+        // name, the killed process's, for the next replace there to remove.
+        for (const auto& entry : fs::directory_iterator(dir.path())) {
+            const std::string n = entry.path().filename().string();
+            EXPECT_TRUE(n == "f" || n == "g" || n == "edit" || n == "work"
+                        || (k == 2 && n.starts_with(".f.") && n.ends_with("-" + std::to_string(pid) + ".brindlex-new")))
+                << n;
+        }
+        EXPECT_EQ(test::entrycount(dir.path() / "work"), 2) << "cli.out and cli.err only";
+    }
+    ::unsetenv("BRINDLEX_INPLACE_MIN");
+    EXPECT_GT(olds[2], 0) << "no kill came before the swap";
+    EXPECT_TRUE(olds[0] + olds[1] > 0 && news[0] + news[1] > 0) << "the kills came all before or all after the writes";
+}
+
+struct PtyRun {
+    std::string terminal;   // all the terminal got: the question, the progress line, stderr
+    std::string piped;      // stderr, when it went to a pipe
+};
+
+// Runs a replace with --ask on a pseudo-terminal and answers its one
+// question after `wait`, so that the run has lasted that long when it goes
+// on to the next file. With `stderrToPipe` stderr goes to a pipe instead.
+PtyRun runonpty(const fs::path& cwd, const std::vector<std::string>& extra, bool stderrToPipe,
+                std::chrono::milliseconds wait)
+{
+    int pipefd[2];
+    EXPECT_EQ(::pipe(pipefd), 0);
+    int master = -1;
+    const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        if (::chdir(cwd.c_str()) != 0)
+            ::_exit(127);
+        if (stderrToPipe)
+            ::dup2(pipefd[1], 2);
+        std::vector<std::string> args = {BRINDLEX_CLI, "replace", "--ask", "-c", "HIT", "X", "*.txt"};
+        args.insert(args.begin() + 2, extra.begin(), extra.end());
+        std::vector<char*> argv;
+        for (std::string& a : args)
+            argv.push_back(a.data());
+        argv.push_back(nullptr);
+        ::execv(BRINDLEX_CLI, argv.data());
+        ::_exit(127);
+    }
+    ::close(pipefd[1]);
+    PtyRun run;
+    bool answered = false;
+    char buf[4096];
+    for (;;) {
+        const ssize_t n = ::read(master, buf, sizeof buf);
+        if (n <= 0)
+            break;   // EIO once the child has gone
+        run.terminal.append(buf, static_cast<std::size_t>(n));
+        if (!answered && run.terminal.find("[y]es") != std::string::npos) {
+            std::this_thread::sleep_for(wait);
+            EXPECT_EQ(::write(master, "n\n", 2), 2);
+            answered = true;
+        }
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << run.terminal;
+    for (ssize_t n; (n = ::read(pipefd[0], buf, sizeof buf)) > 0;)
+        run.piped.append(buf, static_cast<std::size_t>(n));
+    ::close(pipefd[0]);
+    ::close(master);
+    return run;
+}
+
+TEST(CliProgress, ShownOnATerminalOnlyAndErased)
+{
+    test::TempDir dir;
+    dir.write("a.txt", "HIT");
+    for (const char* name : {"b.txt", "c.txt", "d.txt"})
+        dir.write(name, "nothing");
+    const std::string kErase = "\r\033[K";
+    using ms = std::chrono::milliseconds;
+    const struct { const char* what; std::vector<std::string> extra; bool toPipe; ms wait; bool shown; } rows[] = {
+        {"a long run on a terminal", {}, false, ms(700), true},
+        {"a short run", {}, false, ms(0), false},
+        {"stderr on a pipe", {}, true, ms(700), false},
+        {"--no-progress", {"--no-progress"}, false, ms(700), false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const PtyRun run = runonpty(dir.path(), row.extra, row.toPipe, row.wait);
+        const std::size_t line = run.terminal.find("1/4 files");
+        EXPECT_EQ(line != std::string::npos, row.shown) << run.terminal;
+        if (row.shown) {
+            // Erased before the results and the summary come.
+            const std::size_t erased = run.terminal.rfind(kErase);
+            ASSERT_NE(erased, std::string::npos);
+            EXPECT_LT(run.terminal.rfind("/4 files"), erased);
+            EXPECT_NE(run.terminal.find("a.txt\t000000001", erased), std::string::npos);
+        }
+        EXPECT_EQ(run.piped.find('\033'), std::string::npos);
+        EXPECT_EQ(run.piped.empty(), !row.toPipe);
+    }
 }
 
 }  // namespace
