@@ -260,22 +260,6 @@ private slots:
         QVERIFY(idle(*form));
     }
 
-    void findAll()
-    {
-        World world({{"a.txt", "xaAx"}, {"b.txt", "AaA"}});
-        auto form = world.start();
-        // With the case to match and a line selected, the run keeps to that file.
-        ui(*form).List1->selectionModel()->select(ui(*form).List1->model()->index(1, 0), QItemSelectionModel::Select);
-        setrun(*form, "A", {}, true);
-        form->host().requestcancel();   // left over from before: the run forgets it
-        QTest::mouseClick(ui(*form).cmd[0], Qt::LeftButton);
-        QCOMPARE(lines(ui(*form).List2), QStringList({hitline("b.txt", 1), hitline("b.txt", 3)}));
-        QCOMPARE(ui(*form).Label5->text(), QStringLiteral("2"));
-        QCOMPARE(readfile(world.file("b.txt")), QByteArray("AaA"));
-        QVERIFY(idle(*form));
-        QVERIFY(world.dialogs.records.empty());
-    }
-
     void question_data()
     {
         QTest::addColumn<AskRow>("row");
@@ -404,7 +388,7 @@ private slots:
 
     void enterChain()
     {
-        World world({{"a.txt", "find me"}, {"b.md", "find me"}});
+        World world({{"a.txt", "find me A"}, {"b.md", "find me"}, {"c.txt", "AaA"}});
         auto form = world.start();
         ui(*form).Text1->clear();
         QTest::keyClicks(ui(*form).Text1, "*.txt");
@@ -419,14 +403,24 @@ private slots:
             }, 5000);
         };
         QVERIFY(enter(ui(*form).Text1, ui(*form).Text2));
-        QCOMPARE(lines(ui(*form).List1), QStringList({sized("a.txt", 7)}));
+        QCOMPARE(lines(ui(*form).List1), QStringList({sized("a.txt", 9), sized("c.txt", 3)}));
         ui(*form).Text2->setText("me");
         QVERIFY(enter(ui(*form).Text2, ui(*form).Text3));
         QCOMPARE(lines(ui(*form).List2), QStringList({hitline("a.txt", 6)}));
         ui(*form).Text3->setText("you");
         QTest::keyClick(ui(*form).Text3, Qt::Key_Return);
-        QCOMPARE(readfile(world.file("a.txt")), QByteArray("find you"));
+        QCOMPARE(readfile(world.file("a.txt")), QByteArray("find you A"));
         QCOMPARE(readfile(world.file("b.md")), QByteArray("find me"));
+        // With the case to match and a line selected, a run keeps to that file.
+        ui(*form).List1->selectionModel()->select(ui(*form).List1->model()->index(1, 0), QItemSelectionModel::Select);
+        setrun(*form, "A", {}, true);
+        form->host().requestcancel();   // left over from before: the run forgets it
+        QTest::mouseClick(ui(*form).cmd[0], Qt::LeftButton);
+        QCOMPARE(lines(ui(*form).List2), QStringList({hitline("c.txt", 1), hitline("c.txt", 3)}));
+        QCOMPARE(ui(*form).Label5->text(), QStringLiteral("2"));
+        QCOMPARE(readfile(world.file("c.txt")), QByteArray("AaA"));
+        QVERIFY(idle(*form));
+        QVERIFY(world.dialogs.records.empty());
     }
 
     void logOptions()
