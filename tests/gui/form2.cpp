@@ -198,6 +198,8 @@ private slots:
         // the byte modes; to Pure Text the NUL empties the box, and back, the
         // page comes from the file.
         ViewWorld world;
+        world.write("big", QByteArray());
+        QFile::resize(world.file("big"), qint64(16) * 1024 * 1024 + 1);
         Form2& viewer = world.view(QByteArray("ABCD\0EFG", 8) + sequence(100));
         QCOMPARE(viewer.Combo1->currentText(), QStringLiteral("AutoDetect: Binary/Text"));
         QCOMPARE(world.state().nViewMode, 1);
@@ -214,9 +216,22 @@ private slots:
         QCOMPARE(world.state().nViewMode, 1);
         viewer.mnuClose_Click();
         QCOMPARE(world.state().nViewMode, 4);
-
+        // Full Text of a file too large is refused with a message, never shown
+        // in part: the page stays as it was, and so do the mode box and the range.
+        world.open("big");
+        setmode(viewer, 1);
+        const std::string page = viewer.Text1->page();
+        const QString range = viewer.Label2->text();
+        setmode(viewer, 3);
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 1);
+        QCOMPARE(viewer.Combo1->currentIndex(), 1);
+        QCOMPARE(world.state().nViewMode, 1);
+        QCOMPARE(viewer.Label2->text(), range);
+        QCOMPARE(viewer.Text1->page(), page);
+        QCOMPARE(world.state().lViewPos, 1);
         // Ctrl+H cycles the position format, Ctrl+M turns the record view
         // on and off, which says it is on: rows of 100, whatever the box held.
+        setmode(viewer, 4);
         world.open("f");
         QVERIFY(QTest::qWaitForWindowActive(&viewer));
         QList<int> seen;
@@ -360,27 +375,6 @@ private slots:
         QCOMPARE(viewer.isVisible(), row.open);
     }
 
-    void fullTextTooLarge()
-    {
-        // Refused with a message, never shown in part: the page stays as it
-        // was, and so do the mode box and the range.
-        ViewWorld world;
-        world.write("big", QByteArray());
-        QFile::resize(world.file("big"), qint64(16) * 1024 * 1024 + 1);
-        world.start();
-        Form2& viewer = world.open("big");
-        setmode(viewer, 1);
-        const std::string page = viewer.Text1->page();
-        const QString range = viewer.Label2->text();
-        setmode(viewer, 3);
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message).size(), 1);
-        QCOMPARE(viewer.Combo1->currentIndex(), 1);
-        QCOMPARE(world.state().nViewMode, 1);
-        QCOMPARE(viewer.Label2->text(), range);
-        QCOMPARE(viewer.Text1->page(), page);
-        QCOMPARE(world.state().lViewPos, 1);
-    }
-
     // Every way off a page with an edit asks first; Yes saves, No drops,
     // Cancel stays with the edit. The edit is "xyz" over "ABC", or "ABC"
     // cut with Ctrl+X and the program left with Ctrl+Q. To a way off, Yes
@@ -454,23 +448,6 @@ private slots:
         QVERIFY(row.reply == Reply::Cancel || !viewer.pendingedit());
     }
 
-    void clickOnCell()
-    {
-        // Rows of 4 cells of 48 69 0D 0A 00 FF 5A; the row's CR LF is one
-        // character in the box, so box position 43 is the page text's 44.
-        ViewWorld world;
-        Form2& viewer = world.view(QByteArray("\x48\x69\x0D\x0A\x00\xFF\x5A", 7), 4);
-        setmode(viewer, 0);
-        QTextCursor cursor = viewer.Text1->textCursor();
-        cursor.setPosition(43);
-        viewer.Text1->setTextCursor(cursor);
-        QTest::mouseRelease(viewer.Text1->viewport(), Qt::LeftButton);
-        QCOMPARE(viewer.Label4->text(), QStringLiteral("6"));
-        // Each opening starts without a clicked position.
-        world.open("f");
-        QCOMPARE(viewer.Label4->text(), QStringLiteral("0000"));
-    }
-
     void saves()
     {
         // Pure Text: the page's CR took its LF along, so the save splices
@@ -478,6 +455,7 @@ private slots:
         ViewWorld world;
         const QByteArray crlf = QByteArray(921, 'x') + "\r\n" + sequence(10), abc = sequence(40);
         world.write("g", abc);
+        world.write("h", QByteArray("\x48\x69\x0D\x0A\x00\xFF\x5A", 7));
         Form2& viewer = world.view(crlf);
         setmode(viewer, 2);
         edit(viewer, "xx", "y");
@@ -506,6 +484,20 @@ private slots:
         edit(viewer, "<61> <61>", "");
         viewer.mnuSave_Click();
         QCOMPARE(readfile(world.file("g")), abc.mid(1));
+
+        // A click on a cell: rows of 4 cells of 48 69 0D 0A 00 FF 5A, the
+        // row's CR LF one character in the box, so box position 43 is the
+        // page text's 44. Each opening starts without a clicked position.
+        world.state().nViewWidth = 4;
+        world.open("h");
+        setmode(viewer, 0);
+        QTextCursor cursor = viewer.Text1->textCursor();
+        cursor.setPosition(43);
+        viewer.Text1->setTextCursor(cursor);
+        QTest::mouseRelease(viewer.Text1->viewport(), Qt::LeftButton);
+        QCOMPARE(viewer.Label4->text(), QStringLiteral("6"));
+        world.open("h");
+        QCOMPARE(viewer.Label4->text(), QStringLiteral("0000"));
     }
 };
 
