@@ -17,16 +17,6 @@ namespace brindlex::clitest {
 
 namespace fs = std::filesystem;
 
-unsigned long long procstatus(pid_t pid, const std::string& field, int base)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field + ":", 0) == 0)
-            return std::stoull(line.substr(field.size() + 1), nullptr, base);
-    }
-    return 0;
-}
-
 const std::string& clipath()
 {
     static const std::string path = [] {
@@ -45,6 +35,17 @@ const std::string& clipath()
 }
 
 namespace {
+
+// A line of /proc/PID/status as a number: "SigCgt" in hexadecimal, "VmHWM" in KiB.
+unsigned long long procstatus(pid_t pid, const std::string& field, int base)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind(field + ":", 0) == 0)
+            return std::stoull(line.substr(field.size() + 1), nullptr, base);
+    return 0;
+}
+
 // Made before any test forks a child that drops to nobody.
 [[maybe_unused]] const std::string& gCliPath = clipath();
 

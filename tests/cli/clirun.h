@@ -27,12 +27,8 @@ struct CliResult {
 // to nobody can run it wherever the build lies (a checkout in root's home).
 const std::string& clipath();
 
-// A line of /proc/PID/status as a number: "SigCgt" in hexadecimal, "VmHWM" in KiB.
-unsigned long long procstatus(pid_t pid, const std::string& field, int base);
-
-// Starts the CLI in `cwd` with stdin `input`, stdout and stderr in
-// work/cli.out and work/cli.err and BRINDLEX_TEMP at `work`, without waiting:
-// callers kill it or watch it.
+// Starts the CLI in `cwd` with stdin `input`, stdout and stderr in work/cli.out
+// and work/cli.err and BRINDLEX_TEMP at `work`; callers kill it or watch it.
 pid_t startcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
                const std::filesystem::path& work, int input);
 
@@ -42,9 +38,8 @@ pid_t startcli(const std::vector<std::string>& args, const std::filesystem::path
 CliResult runcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
                  const std::filesystem::path& work, const std::string& input = "", bool interrupt = false);
 
-// Runs the CLI to its end as startcli starts it, with no input, and gives
-// the peak of its memory in KiB. The peak is read from the child while it
-// runs: a spawned child's rusage also counts the memory of its parent.
+// Runs the CLI to its end as startcli does, with no input, and gives its peak
+// memory in KiB, read while it runs (a child's rusage counts its parent's).
 CliResult runclipeak(const std::vector<std::string>& args, const std::filesystem::path& dir,
                      unsigned long long& peakKiB);
 

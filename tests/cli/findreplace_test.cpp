@@ -87,10 +87,8 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         {"an interrupt cancels before the first rewrite", {"replace", "--files-from", "-", "two", "2"}, "B.txt\n",
          "B.txt\t000000001\n", "1 hit in 1 of 1 file, 0 files rewritten, interrupted\n", 130, {{"B.txt", "two"}}, "old\r\n", true},
         // A dry run lists the hits of the replace, which restarts behind a hit.
-        {"a dry run: 1 and 3, not 1, 2 and 3", {"replace", "--dry-run", "aa", "X", "a.dat"}, "",
-         "a.dat\t000000001\na.dat\t000000003\n", "would rewrite <dir>/base/a.dat\n2 hits in 1 of 1 file, 0 files rewritten\n",
-         0, {{"a.dat", "aaaa"}}},
-        {"-i is the explicit default, the last of -c and -i holds", {"replace", "--dry-run", "-c", "-i", "AA", "X", "a.dat"},
+        {"a dry run: 1 and 3, not 1, 2 and 3; -i is the explicit default, the last of -c and -i holds",
+         {"replace", "--dry-run", "-c", "-i", "AA", "X", "a.dat"},
          "", "a.dat\t000000001\na.dat\t000000003\n",
          "would rewrite <dir>/base/a.dat\n2 hits in 1 of 1 file, 0 files rewritten\n", 0, {{"a.dat", "aaaa"}}},
         {"only a replace has a dry run", {"find", "--dry-run", "aa", "a.dat"}, "", "",
