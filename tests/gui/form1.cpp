@@ -300,30 +300,6 @@ private slots:
             QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
     }
 
-    // A full disk: the pair saved before the run and the file's new content
-    // both fail to be written, and each box says why in its detailed text.
-    void failureReasons()
-    {
-        World world({{"a.txt", "abc"}});
-        auto form = world.start();
-        const QByteArray ini = readfile(defaultini(world));
-        const QStringList menu = shown(*form);
-        setrun(*form, "b", "XY");
-        brindlex::faultinject::arm({.alwaysStep = "write", .alwaysCode = ENOSPC});
-        ui(*form).cmd[1]->click();
-        brindlex::faultinject::disarm();
-        const QString full = QString::fromLatin1(std::strerror(ENOSPC));
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-                 QStringList({"brindlex|The set Previous could not be saved in " + defaultini(world) + '|'
-                                  + defaultini(world) + ": " + full,
-                              "brindlex|Cannot replace! ERROR in file lengths for " + world.file("a.txt") + '|'
-                                  + world.file("a.txt") + ": " + full}));
-        QCOMPARE(readfile(defaultini(world)), ini);
-        QCOMPARE(shown(*form), menu);
-        QCOMPARE(readfile(world.file("a.txt")), QByteArray("abc"));
-        QCOMPARE(lines(ui(*form).List1), QStringList({sized("a.txt", 3)}));
-    }
-
     void hitListLimit_data()
     {
         QTest::addColumn<int>("hits");
@@ -473,6 +449,25 @@ private slots:
         QVERIFY(shown(*form).contains(name + "|old%20text==>new"));
         // The save rebuilt the menu, and the hits of the run went with it.
         QCOMPARE(rows(ui(*form).List2), 0);
+        // A full disk: the pair saved before a run and the file's new content
+        // both fail to be written, and each box says why in its detailed text.
+        world.dialogs.records.clear();
+        const QByteArray ini = readfile(defaultini(world));
+        const QStringList menu = shown(*form);
+        setrun(*form, "old", "XY");
+        brindlex::faultinject::arm({.alwaysStep = "write", .alwaysCode = ENOSPC});
+        ui(*form).cmd[1]->click();
+        brindlex::faultinject::disarm();
+        const QString full = QString::fromLatin1(std::strerror(ENOSPC));
+        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
+                 QStringList({"brindlex|The set Previous could not be saved in " + defaultini(world) + '|'
+                                  + defaultini(world) + ": " + full,
+                              "brindlex|Cannot replace! ERROR in file lengths for " + world.file("a.txt") + '|'
+                                  + world.file("a.txt") + ": " + full}));
+        QCOMPARE(readfile(defaultini(world)), ini);
+        QCOMPARE(shown(*form), menu);
+        QCOMPARE(readfile(world.file("a.txt")), QByteArray("old text"));
+        QCOMPARE(lines(ui(*form).List1), QStringList({sized("a.txt", 8)}));
     }
 
     // A file of sets makes the menu and runs in file order; back to the
