@@ -9,10 +9,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include <unistd.h>
 
 #include "engine/core/faultinject.h"
+#include "gui/commandline.h"
 #include "gui/mainwindow/windowhost.h"
 #include "gui/seam/launch.h"
 #include "support/guiworld.h"
@@ -168,6 +172,33 @@ class Form1Test : public QObject {
     Q_OBJECT
 
 private slots:
+    // The window's command line: what is the program's own, what goes to
+    // the toolkit, and what becomes the mask (as joined when the toolkit
+    // takes nothing).
+    void commandLine()
+    {
+        using A = CommandLine::Action;
+        const std::tuple<std::vector<std::string>, A, std::string> rows[] = {
+            {{}, A::Run, ""},
+            {{"a b", "*.txt"}, A::Run, "a b *.txt"},
+            {{"--help"}, A::Help, ""},
+            {{"x", "--version"}, A::Version, "x"},
+            {{"--", "-draft.bin"}, A::Run, "-draft.bin"},
+            {{"--", "--help", "--"}, A::Run, "--help --"},
+            {{"-odd", "--", "-x"}, A::Run, "-odd -x"},
+        };
+        for (const auto& [args, action, mask] : rows) {
+            std::vector<std::string> storage = {"brindlex"};
+            storage.insert(storage.end(), args.begin(), args.end());
+            std::vector<char*> argv;
+            for (std::string& arg : storage)
+                argv.push_back(arg.data());
+            const CommandLine line = readcommandline(static_cast<int>(argv.size()), argv.data());
+            QVERIFY2(line.action == action && line.toolkitArgs.back() == nullptr, mask.c_str());
+            QCOMPARE(joinmask(static_cast<int>(line.toolkitArgs.size()) - 1, line.toolkitArgs.data(), line.maskArgs), mask);
+        }
+    }
+
     void startup_data()
     {
         QTest::addColumn<StartRow>("row");
