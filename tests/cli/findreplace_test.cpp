@@ -201,11 +201,10 @@ TEST(CliFindReplace, SaysThatStdoutIsFull)
               "brindlex-cli: write error on stdout: No space left on device\n1 hit in 1 of 1 file\n");
 }
 
-// As an ordinary user (nobody under root): a directory or file that may not
-// be read is reported and passed over; one that may not be written keeps
-// its content and gets the copy failure message. The read-only file is the
-// user's own in a directory the user may write, so only the check of its
-// mode stands between a rename and the file.
+// As an ordinary user (nobody under root): what may not be read is reported
+// and passed over; a file that may not be written keeps its content and gets
+// the copy failure message. The read-only file is the user's own in a
+// directory the user may write: only the check of its mode stops a rename.
 TEST(CliFindReplace, FilesTheUserMayNotTouch)
 {
     test::TempDir dir;
@@ -254,11 +253,10 @@ TEST(CliFindReplace, EndlessListsAreRefusedInBoundedMemory)
     }
 }
 
-// A full disk (a tiny tmpfs in a mount namespace of a child's own, else a
-// file size limit) or a file size limit (ulimit -f, whose signal the CLI
-// must not die of): the file that would outgrow it keeps its bytes, the
-// message comes with the reason on a line of its own, and the run goes on
-// with the next file.
+// A full disk (a tiny tmpfs in a mount namespace of a child's own, else a size
+// limit) or a size limit (ulimit -f, whose signal must not end the CLI): the
+// file that would outgrow it keeps its bytes, the reason comes on a line of
+// its own, and the run goes on with the next file.
 TEST(CliFindReplace, FullDiskOrSizeLimitFailsOneFileOnly)
 {
     const std::string big = "HIT" + std::string(100000, '.');
@@ -289,10 +287,9 @@ TEST(CliFindReplace, FullDiskOrSizeLimitFailsOneFileOnly)
 }
 
 // A replace killed at any moment leaves every file wholly old or wholly new
-// and no file of its own among them. Two files of three are hard-linked and
-// so copied over in place: SIGTERM and SIGHUP wait for the copy's end, and
-// after SIGKILL the next command finishes a copy cut short and says so (the
-// engine's tests cut a copy at a known write).
+// and no file of its own among them. Two files of three are hard-linked, so
+// copied over in place: SIGTERM and SIGHUP wait for the copy's end; after
+// SIGKILL the next command finishes a copy cut short and says so.
 TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
 {
     constexpr int kFiles = 24;
@@ -430,8 +427,7 @@ TEST(CliFindReplace, FindsReplacesAndSavesAPageBeyondFourGigabytes)
 // An edit killed at any moment leaves the file wholly old or wholly new, and
 // nothing else changes. A page of another length is saved by a new file
 // swapped in; equal-length replaces and page saves go in place, and the next
-// start rolls a half-written one back. The engine's tests kill the commit at
-// each of its steps.
+// start rolls a half-written one back.
 TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
 {
     ::setenv("BRINDLEX_INPLACE_MIN", "1", 1);
@@ -521,10 +517,7 @@ PtyRun runonpty(const fs::path& cwd, const std::vector<std::string>& extra, bool
     PtyRun run;
     bool answered = false;
     char buf[4096];
-    for (;;) {
-        const ssize_t n = ::read(master, buf, sizeof buf);
-        if (n <= 0)
-            break;   // EIO once the child has gone
+    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;) {   // EIO once the child has gone
         run.terminal.append(buf, static_cast<std::size_t>(n));
         if (!answered && run.terminal.find("[y]es") != std::string::npos) {
             std::this_thread::sleep_for(wait);

@@ -1,7 +1,6 @@
 // The viewer driven through its real widgets, opened from the main window's
-// lists as a user opens it, each test in a world of its own. What a page
-// shows, where a goto or a hit puts it and what AutoDetect picks are the
-// engine's tests; these check what the window does with them.
+// lists as a user opens it. What a page shows, where a goto or a hit puts it
+// and what AutoDetect picks are the engine's tests; these check the window.
 #include <QtTest>
 #include <QtWidgets>
 
@@ -132,9 +131,7 @@ private slots:
     void openingAndHitWalk()
     {
         // A hit from List2, then the file from List1, by the file's real
-        // name, blanks and tabs and all. More names that a trimmed or split
-        // list line would miss are the editor tests' rows, on the same
-        // lookup of the current line's file.
+        // name, blanks and tabs and all (the editor rows try more such names).
         ViewWorld world;
         const QString name = "c name\twith  blanks";
         world.write("a", "xxHITxxxxHIT");

@@ -38,16 +38,12 @@ inline QByteArray readfile(const QString& path)
 inline QStringList lines(const QAbstractItemView* list)
 {
     QStringList out;
-    const QAbstractItemModel* model = list->model();
-    for (int i = 0; i < model->rowCount(); ++i)
-        out << model->index(i, 0).data().toString();
+    for (int i = 0; i < list->model()->rowCount(); ++i)
+        out << list->model()->index(i, 0).data().toString();
     return out;
 }
 inline int rows(const QAbstractItemView* list) { return list->model()->rowCount(); }
-inline int currentrow(const QAbstractItemView* list)
-{
-    return list->currentIndex().isValid() ? list->currentIndex().row() : -1;
-}
+inline int currentrow(const QAbstractItemView* list) { return list->currentIndex().isValid() ? list->currentIndex().row() : -1; }
 inline void setcurrentrow(QAbstractItemView* list, int row) { list->setCurrentIndex(list->model()->index(row, 0)); }
 // The first row whose line begins with `start`, or -1.
 inline int findrow(const QAbstractItemView* list, const QString& start)
