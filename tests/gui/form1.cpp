@@ -330,26 +330,20 @@ private slots:
             QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
     }
 
-    void hitListLimit_data()
-    {
-        QTest::addColumn<int>("hits");
-        for (int hits : {999, 1000, 1001})
-            QTest::newRow(qPrintable(QString::number(hits))) << hits;
-    }
-
     void hitListLimit()
     {
-        QFETCH(int, hits);
-        // Spread over two files, so the limit holds across files.
-        World world({{"a.txt", QByteArray(hits / 2, 'q')}, {"b.txt", QByteArray(hits - hits / 2, 'q')}});
-        auto form = world.start();
-        setrun(*form, "q", "Q", true);
-        ui(*form).cmd[1]->click();
-        QCOMPARE(rows(ui(*form).List2), std::min(hits, 1000));
-        QCOMPARE(ui(*form).Label5->text(), hits < 1000 ? QString::number(hits) : QStringLiteral("more than 1000"));
-        QCOMPARE(lines(ui(*form).List2).last(), hitline("b.txt", std::min(hits, 1000) - hits / 2));
-        // Hits behind the list's end are replaced all the same.
-        QCOMPARE(readfile(world.file("b.txt")), QByteArray(hits - hits / 2, 'Q'));
+        // Spread over two files, so the limit holds across files; hits behind
+        // the list's end are replaced all the same.
+        for (const int hits : {999, 1000, 1001}) {
+            World world({{"a.txt", QByteArray(hits / 2, 'q')}, {"b.txt", QByteArray(hits - hits / 2, 'q')}});
+            auto form = world.start();
+            setrun(*form, "q", "Q", true);
+            ui(*form).cmd[1]->click();
+            QCOMPARE(rows(ui(*form).List2), std::min(hits, 1000));
+            QCOMPARE(ui(*form).Label5->text(), hits < 1000 ? QString::number(hits) : QStringLiteral("more than 1000"));
+            QCOMPARE(lines(ui(*form).List2).last(), hitline("b.txt", std::min(hits, 1000) - hits / 2));
+            QCOMPARE(readfile(world.file("b.txt")), QByteArray(hits - hits / 2, 'Q'));
+        }
     }
 
     // More files than a list box of 16-bit counts holds: a Replace rewrites
@@ -451,53 +445,46 @@ private slots:
         QCOMPARE(heads(), QStringLiteral("replace replaced replaced"));
     }
 
-    void saveByName_data()
-    {
-        QTest::addColumn<bool>("run");
-        QTest::addColumn<QString>("name");   // offered, taken, and the menu's Tag after
-        QTest::newRow("at start") << false << "user0";
-        QTest::newRow("after a run") << true << "User-8";
-    }
-
     void saveByName()
     {
-        QFETCH(bool, run);
-        QFETCH(QString, name);
-        World world({{"a.txt", "old text"}});
-        writefile(defaultini(world), "[Replacements]\r\nUser-7=q%20r\r\n");
-        auto form = world.start();
-        setrun(*form, "old text", "new");
-        if (run)
-            ui(*form).cmd[0]->click();
-        QCOMPARE(rows(ui(*form).List2), int(run));
-        click(*form, "&New");
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input),
-                 QStringList({"brindlex|Name for \r\n\r\nold text==>new\r\n\r\n?"}));
-        QCOMPARE(world.dialogs.records.front().defaultText, name);
-        QCOMPARE(current(*form), name + "|old text|new");
-        QVERIFY(readfile(defaultini(world)).contains("\r\n" + name.toLatin1() + "=old%20text==>new\r\n"));
-        QVERIFY(shown(*form).contains(name + "|old%20text==>new"));
-        // The save rebuilt the menu, and the hits of the run went with it.
-        QCOMPARE(rows(ui(*form).List2), 0);
-        // A full disk: the pair saved before a run and the file's new content
-        // both fail to be written, and each box says why in its detailed text.
-        world.dialogs.records.clear();
-        const QByteArray ini = readfile(defaultini(world));
-        const QStringList menu = shown(*form);
-        setrun(*form, "old", "XY");
-        brindlex::faultinject::arm({.alwaysStep = "write", .alwaysCode = ENOSPC});
-        ui(*form).cmd[1]->click();
-        brindlex::faultinject::disarm();
-        const QString full = QString::fromLatin1(std::strerror(ENOSPC));
-        QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
-                 QStringList({"brindlex|The set Previous could not be saved in " + defaultini(world) + '|'
-                                  + defaultini(world) + ": " + full,
-                              "brindlex|Cannot replace! ERROR in file lengths for " + world.file("a.txt") + '|'
-                                  + world.file("a.txt") + ": " + full}));
-        QCOMPARE(readfile(defaultini(world)), ini);
-        QCOMPARE(shown(*form), menu);
-        QCOMPARE(readfile(world.file("a.txt")), QByteArray("old text"));
-        QCOMPARE(lines(ui(*form).List1), QStringList({sized("a.txt", 8)}));
+        // The name offered and taken, and the menu's Tag after: at start and after a run.
+        for (const auto& [run, name] : {std::pair{false, QStringLiteral("user0")}, {true, QStringLiteral("User-8")}}) {
+            World world({{"a.txt", "old text"}});
+            writefile(defaultini(world), "[Replacements]\r\nUser-7=q%20r\r\n");
+            auto form = world.start();
+            setrun(*form, "old text", "new");
+            if (run)
+                ui(*form).cmd[0]->click();
+            QCOMPARE(rows(ui(*form).List2), int(run));
+            click(*form, "&New");
+            QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Input),
+                     QStringList({"brindlex|Name for \r\n\r\nold text==>new\r\n\r\n?"}));
+            QCOMPARE(world.dialogs.records.front().defaultText, name);
+            QCOMPARE(current(*form), name + "|old text|new");
+            QVERIFY(readfile(defaultini(world)).contains("\r\n" + name.toLatin1() + "=old%20text==>new\r\n"));
+            QVERIFY(shown(*form).contains(name + "|old%20text==>new"));
+            // The save rebuilt the menu, and the hits of the run went with it.
+            QCOMPARE(rows(ui(*form).List2), 0);
+            // A full disk: the pair saved before a run and the file's new content
+            // both fail to be written, and each box says why in its detailed text.
+            world.dialogs.records.clear();
+            const QByteArray ini = readfile(defaultini(world));
+            const QStringList menu = shown(*form);
+            setrun(*form, "old", "XY");
+            brindlex::faultinject::arm({.alwaysStep = "write", .alwaysCode = ENOSPC});
+            ui(*form).cmd[1]->click();
+            brindlex::faultinject::disarm();
+            const QString full = QString::fromLatin1(std::strerror(ENOSPC));
+            QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Message),
+                     QStringList({"brindlex|The set Previous could not be saved in " + defaultini(world) + '|'
+                                      + defaultini(world) + ": " + full,
+                                  "brindlex|Cannot replace! ERROR in file lengths for " + world.file("a.txt") + '|'
+                                      + world.file("a.txt") + ": " + full}));
+            QCOMPARE(readfile(defaultini(world)), ini);
+            QCOMPARE(shown(*form), menu);
+            QCOMPARE(readfile(world.file("a.txt")), QByteArray("old text"));
+            QCOMPARE(lines(ui(*form).List1), QStringList({sized("a.txt", 8)}));
+        }
     }
 
     // A file of sets makes the menu and runs in file order; back to the
