@@ -164,7 +164,6 @@ struct AskRow { QList<Reply> replies; QByteArray first, second; QString star, ba
 
 Q_DECLARE_METATYPE(StartRow)
 Q_DECLARE_METATYPE(ListRow)
-Q_DECLARE_METATYPE(AskRow)
 Q_DECLARE_METATYPE(EditRow)
 
 class Form1Test : public QObject {
@@ -279,55 +278,53 @@ private slots:
         QVERIFY(idle(*form));
     }
 
-    void question_data()
-    {
-        QTest::addColumn<AskRow>("row");
-        // A file with hits is rewritten (and starred) whatever the answers were.
-        QTest::newRow("yes and no") << AskRow{{Reply::No, Reply::Yes, Reply::No, Reply::Yes}, "1a2z3A", "z", "*", "file 2 of 2"};
-        // Cancel at the third hit: the file in hand stays as it was, its Yes
-        // answers are lost, and the next file is never scanned.
-        QTest::newRow("cancel") << AskRow{{Reply::Yes, Reply::Yes, Reply::Cancel}, "1a2A3A", "A", "", "file 1 of 2"};
-    }
-
     void question()
     {
-        QFETCH(AskRow, row);
-        World world;
-        const QString one = world.write("1.txt", "1a2A3A");
-        const QString two = world.write("2.txt", "A");
-        auto form = world.start();
-        QTRY_VERIFY(!ui(*form).prgWork->isVisible());
-        setrun(*form, "a", "z", false, true);
-        world.dialogs.replies.assign(row.replies.begin(), row.replies.end());
-        QStringList on;
-        QString bar;   // how far the run is, as the bar below the surface says at the last question
-        world.dialogs.onmessage = [&](const DialogRecord&) {
-            bar = ui(*form).prgWork->isVisible() ? ui(*form).prgWork->text() : "hidden";
-            if (world.dialogs.records.size() > 1)
-                return;
-            for (QWidget* w : form->centralWidget()->findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
-                if (w->isEnabled() && !qobject_cast<QLabel*>(w))
-                    on << w->objectName();
-            for (QAction* a : form->menuBar()->actions() + QList<QAction*>{ui(*form).mnuEdit})
-                if (a->isEnabled())
-                    on << a->objectName();
+        const AskRow asks[] = {
+            // A file with hits is rewritten (and starred) whatever the answers were.
+            {{Reply::No, Reply::Yes, Reply::No, Reply::Yes}, "1a2z3A", "z", "*", "file 2 of 2"},
+            // Cancel at the third hit: the file in hand stays as it was, its Yes
+            // answers are lost, and the next file is never scanned.
+            {{Reply::Yes, Reply::Yes, Reply::Cancel}, "1a2A3A", "A", "", "file 1 of 2"},
         };
-        ui(*form).cmd[1]->click();
-        QCOMPARE(on, QStringList({"cmd_3", "mnuHelp"}));
-        QCOMPARE(bar, row.bar);
-        QTRY_VERIFY(!ui(*form).prgWork->isVisible());
-        QCOMPARE(readfile(one), row.first);
-        QCOMPARE(readfile(two), row.second);
-        QCOMPARE(lines(ui(*form).List1), QStringList({sized("1.txt", 6) + row.star, sized("2.txt", 1) + row.star}));
-        QCOMPARE(rows(ui(*form).List2), row.replies.size());
-        QCOMPARE(form->host().cancelrequested(), row.star.isEmpty());
-        QVERIFY(idle(*form));
-        const QStringList asked = world.dialogs.seen(DialogRecord::Kind::Message);
-        QCOMPARE(asked.size(), row.replies.size());
-        // The engine's question, under the file and the hit's byte.
-        QCOMPARE(asked[1], one + " byte 4|Replace \r\n2\r\n\r\nA? 3A");
-        for (const DialogRecord& record : world.dialogs.records)
-            QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
+        for (const AskRow& row : asks) {
+            World world;
+            const QString one = world.write("1.txt", "1a2A3A");
+            const QString two = world.write("2.txt", "A");
+            auto form = world.start();
+            QTRY_VERIFY(!ui(*form).prgWork->isVisible());
+            setrun(*form, "a", "z", false, true);
+            world.dialogs.replies.assign(row.replies.begin(), row.replies.end());
+            QStringList on;
+            QString bar;   // how far the run is, as the bar below the surface says at the last question
+            world.dialogs.onmessage = [&](const DialogRecord&) {
+                bar = ui(*form).prgWork->isVisible() ? ui(*form).prgWork->text() : "hidden";
+                if (world.dialogs.records.size() > 1)
+                    return;
+                for (QWidget* w : form->centralWidget()->findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
+                    if (w->isEnabled() && !qobject_cast<QLabel*>(w))
+                        on << w->objectName();
+                for (QAction* a : form->menuBar()->actions() + QList<QAction*>{ui(*form).mnuEdit})
+                    if (a->isEnabled())
+                        on << a->objectName();
+            };
+            ui(*form).cmd[1]->click();
+            QCOMPARE(on, QStringList({"cmd_3", "mnuHelp"}));
+            QCOMPARE(bar, row.bar);
+            QTRY_VERIFY(!ui(*form).prgWork->isVisible());
+            QCOMPARE(readfile(one), row.first);
+            QCOMPARE(readfile(two), row.second);
+            QCOMPARE(lines(ui(*form).List1), QStringList({sized("1.txt", 6) + row.star, sized("2.txt", 1) + row.star}));
+            QCOMPARE(rows(ui(*form).List2), row.replies.size());
+            QCOMPARE(form->host().cancelrequested(), row.star.isEmpty());
+            QVERIFY(idle(*form));
+            const QStringList asked = world.dialogs.seen(DialogRecord::Kind::Message);
+            QCOMPARE(asked.size(), row.replies.size());
+            // The engine's question, under the file and the hit's byte.
+            QCOMPARE(asked[1], one + " byte 4|Replace \r\n2\r\n\r\nA? 3A");
+            for (const DialogRecord& record : world.dialogs.records)
+                QVERIFY(record.buttons == Buttons::YesNoCancel && record.icon == Icon::Question);
+        }
     }
 
     void hitListLimit()
