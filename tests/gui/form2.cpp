@@ -84,14 +84,10 @@ QByteArray sequence(int length)
     return bytes;
 }
 
-struct ScrollRow { qint64 length, start; Qt::Key key; qint64 pos; Qt::KeyboardModifiers modifiers = {}; };
-struct GotoRow { QString lastFind; int format; QStringList answers, defaults; qint64 pos, hit; bool open; };
 struct AskRow { std::function<void(ViewWorld&, Form2&)> route; Reply reply; bool cut; };
 
 }  // namespace
 
-Q_DECLARE_METATYPE(ScrollRow)
-Q_DECLARE_METATYPE(GotoRow)
 Q_DECLARE_METATYPE(AskRow)
 
 class Form2Test : public QObject {
@@ -302,70 +298,72 @@ private slots:
         QVERIFY(world.dialogs.records.empty());
     }
 
-    void scrolling_data()
-    {
-        // Zeros: the file opens in Binary/Text, width 10, a quarter page of 40.
-        QTest::addColumn<ScrollRow>("row");
-        QTest::newRow("Page Down from 1005") << ScrollRow{2000, 1005, Qt::Key_PageDown, 1041};
-        QTest::newRow("Page Up from 1005") << ScrollRow{2000, 1005, Qt::Key_PageUp, 961};
-        QTest::newRow("Page Up at the start") << ScrollRow{2000, 1, Qt::Key_PageUp, 1};
-        QTest::newRow("Page Down at the end") << ScrollRow{2000, 1961, Qt::Key_PageDown, 1961};
-        QTest::newRow("Page Down onto the end") << ScrollRow{2000, 1921, Qt::Key_PageDown, 1961};
-        // Far beyond 32,767 quarter pages the bar still follows the page.
-        QTest::newRow("far") << ScrollRow{40 * 40000, 40 * 39000 + 1, Qt::Key_PageDown, 40 * 39001 + 1};
-        QTest::newRow("Ctrl+End") << ScrollRow{2005, 1, Qt::Key_End, 1881, Qt::ControlModifier};
-        QTest::newRow("Ctrl+Home") << ScrollRow{2005, 1005, Qt::Key_Home, 1, Qt::ControlModifier};
-    }
-
     void scrolling()
     {
-        QFETCH(ScrollRow, row);
-        ViewWorld world;
-        Form2& viewer = world.view(QByteArray(row.length, '\0'), 10);
-        world.state().lViewPos = row.start;
-        viewer.showpage();
-        // On the press, before any key is let go.
-        QTest::keyPress(viewer.Text1, row.key, row.modifiers);
-        QCOMPARE(world.state().lViewPos, row.pos);
-        QVERIFY(world.dialogs.records.empty());
-    }
-
-    void gotoAnswers_data()
-    {
-        // The page opened from the file list (width 8) at 481, the last hit 500.
-        QTest::addColumn<GotoRow>("row");
-        const QStringList plain{"500"};
-        const QStringList twice{"500", "=KLM"};
-        QTest::newRow("the length") << GotoRow{"KLM", 0, {"2000"}, plain, 1984, 2000, true};
-        QTest::newRow("past the length") << GotoRow{"KLM", 0, {"2001"}, plain, 481, 500, true};
-        QTest::newRow("cancelled second box") << GotoRow{"KLM", 0, {"=", ""}, twice, 481, 500, true};
-        QTest::newRow("another find") << GotoRow{"KLM", 0, {"=CDE"}, plain, 1, 3, true};
-        QTest::newRow("no last find") << GotoRow{"", 1, {"="}, {"&H1F4&", "="}, 481, 500, false};
+        // Zeros: the file opens in Binary/Text, width 10, a quarter page of 40.
+        // The page moves on the press, before any key is let go, and asks nothing.
+        const struct { const char* what; qint64 length, start; Qt::Key key; qint64 pos; Qt::KeyboardModifiers modifiers = {}; } rows[] = {
+            {"Page Down from 1005", 2000, 1005, Qt::Key_PageDown, 1041},
+            {"Page Up from 1005", 2000, 1005, Qt::Key_PageUp, 961},
+            {"Page Up at the start", 2000, 1, Qt::Key_PageUp, 1},
+            {"Page Down at the end", 2000, 1961, Qt::Key_PageDown, 1961},
+            {"Page Down onto the end", 2000, 1921, Qt::Key_PageDown, 1961},
+            // Far beyond 32,767 quarter pages the bar still follows the page.
+            {"far", 40 * 40000, 40 * 39000 + 1, Qt::Key_PageDown, 40 * 39001 + 1},
+            {"Ctrl+End", 2005, 1, Qt::Key_End, 1881, Qt::ControlModifier},
+            {"Ctrl+Home", 2005, 1005, Qt::Key_Home, 1, Qt::ControlModifier},
+        };
+        QStringList got, want;
+        for (const auto& row : rows) {
+            ViewWorld world;
+            Form2& viewer = world.view(QByteArray(row.length, '\0'), 10);
+            world.state().lViewPos = row.start;
+            viewer.showpage();
+            QTest::keyPress(viewer.Text1, row.key, row.modifiers);
+            got << row.what + QString(": %1").arg(world.state().lViewPos) + (world.dialogs.records.empty() ? "" : " asked");
+            want << row.what + QString(": %1").arg(row.pos);
+        }
+        QCOMPARE(got, want);
     }
 
     void gotoAnswers()
     {
-        QFETCH(GotoRow, row);
-        ViewWorld world;
-        world.write("f", sequence(2000));
-        world.start();
-        if (!row.lastFind.isEmpty())
-            world.find(row.lastFind);
-        Form2& viewer = world.open("f");
-        setmode(viewer, 1);
-        viewer.nViewFormat = row.format;
-        world.state().lViewHit = 500;
-        world.state().lViewPos = 481;
-        ViewWorld::setheight(viewer, kDesignHeight);
-        world.dialogs.inputs = std::deque<QString>(row.answers.begin(), row.answers.end());
-        viewer.mnuGoto_Click();
-        QStringList defaults;
-        for (const DialogRecord& asked : world.dialogs.records)
-            defaults << asked.defaultText;
-        QCOMPARE(defaults, row.defaults);
-        QCOMPARE(world.state().lViewPos, row.pos);
-        QCOMPARE(world.state().lViewHit, row.hit);
-        QCOMPARE(viewer.isVisible(), row.open);
+        // The page opened from the file list (width 8) at 481, the last hit
+        // 500: the defaults the boxes offered, where the page and the hit
+        // went, and whether the viewer stays open.
+        const QStringList plain{"500"}, twice{"500", "=KLM"};
+        const struct { const char* what; QString lastFind; int format; QStringList answers, defaults; qint64 pos, hit; bool open; } rows[] = {
+            {"the length", "KLM", 0, {"2000"}, plain, 1984, 2000, true},
+            {"past the length", "KLM", 0, {"2001"}, plain, 481, 500, true},
+            {"cancelled second box", "KLM", 0, {"=", ""}, twice, 481, 500, true},
+            {"another find", "KLM", 0, {"=CDE"}, plain, 1, 3, true},
+            {"no last find", "", 1, {"="}, {"&H1F4&", "="}, 481, 500, false},
+        };
+        QStringList got, want;
+        for (const auto& row : rows) {
+            ViewWorld world;
+            world.write("f", sequence(2000));
+            world.start();
+            if (!row.lastFind.isEmpty())
+                world.find(row.lastFind);
+            Form2& viewer = world.open("f");
+            setmode(viewer, 1);
+            viewer.nViewFormat = row.format;
+            world.state().lViewHit = 500;
+            world.state().lViewPos = 481;
+            ViewWorld::setheight(viewer, kDesignHeight);
+            world.dialogs.inputs = std::deque<QString>(row.answers.begin(), row.answers.end());
+            viewer.mnuGoto_Click();
+            QStringList defaults;
+            for (const DialogRecord& asked : world.dialogs.records)
+                defaults << asked.defaultText;
+            auto said = [&](const QStringList& offered, qint64 pos, qint64 hit, bool open) {
+                return QString("%1: %2 at %3 hit %4 %5").arg(row.what, offered.join(',')).arg(pos).arg(hit).arg(open);
+            };
+            got << said(defaults, world.state().lViewPos, world.state().lViewHit, viewer.isVisible());
+            want << said(row.defaults, row.pos, row.hit, row.open);
+        }
+        QCOMPARE(got, want);
     }
 
     // Every way off a page with an edit asks first; Yes saves, No drops,
