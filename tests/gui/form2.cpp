@@ -35,15 +35,14 @@ public:
         return open("f");
     }
 
-    // Opens `name` from the file list, with the page box at `heightTwips`.
-    Form2& open(const QString& name, int heightTwips = kDesignHeight)
+    // Opens `name` from the file list, with the page box at its design height.
+    Form2& open(const QString& name)
     {
         if (const int row = findrow(ui(*form).List1, name + '\t'); row >= 0)
             setcurrentrow(ui(*form).List1, row);
         form->List1_DblClick();
-        Form2& viewer = *form->viewer();
-        setheight(viewer, heightTwips);
-        return viewer;
+        setheight(*form->viewer(), kDesignHeight);
+        return *form->viewer();
     }
 
     // The window made as high as gives the page box `heightTwips`.
