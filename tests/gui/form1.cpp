@@ -1,7 +1,6 @@
 // The window driven through its real widgets, each test in a world of its own.
-// Program starts and document openings go through the seam; where a test
-// lets a start really happen, the editor is a stub script that writes its
-// arguments to a file.
+// Program starts and document openings go through the seam; where a start
+// really happens, the editor is a stub script that writes down its arguments.
 #include <QtTest>
 #include <QtWidgets>
 
@@ -147,10 +146,8 @@ private:
 // Makes the line of `name` current in `list`; false when there is none.
 bool makecurrent(QAbstractItemView* list, const std::string& name)
 {
-    const int row = findrow(list, towidget(name + '\t'));
-    if (row >= 0)
-        setcurrentrow(list, row);
-    return row >= 0;
+    setcurrentrow(list, findrow(list, towidget(name + '\t')));
+    return currentrow(list) >= 0;
 }
 
 struct EditRow { QByteArray name; bool vellumix; int item; QString editor, message; bool gone = false; QByteArray visual = "vi"; QString others = {}; };

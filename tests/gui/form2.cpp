@@ -408,8 +408,7 @@ private slots:
         world.find("HIT");
         Form2& viewer = world.open("f");
         if (row.cut) {
-            QTextCursor cursor = viewer.Text1->textCursor();
-            cursor.setPosition(0);
+            QTextCursor cursor(viewer.Text1->document());   // at the start
             cursor.setPosition(3, QTextCursor::KeepAnchor);
             viewer.Text1->setTextCursor(cursor);
             QVERIFY(QTest::qWaitForWindowActive(&viewer));
