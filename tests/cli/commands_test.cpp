@@ -12,18 +12,20 @@ namespace {
 
 using namespace std::string_literals;
 
-// decode, dump and page write raw bytes, a sheet or a page to stdout (page
-// --save splices an edited page into the file instead), or refuse with
-// status 2 and a reason on stderr.
+// decode, dump and page write raw bytes, a sheet or a page to stdout (dump -o
+// replaces a sheet whole, keeping its mode, page --save splices an edited
+// page into the file), or refuse with status 2 and a reason on stderr.
 TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
 {
-    const std::string kFile = "Hi\r\n\0\xFFZ"s, kMeta = "ab\x03\0\0\0\x21\x15\x09\0"s;
+    const std::string kFile = "Hi\r\n\0\xFFZ"s, kMeta = "ab\x03\0\0\0\x21\x15\x09\0"s,
+                      kSheet = "an older sheet, longer than the one dump -o writes";
     const struct {
         std::vector<std::string> args;
         int status;
         std::string out;          // for status 2: part of what stderr must say
         std::string edit = "";    // the page text given to page --save
         std::string after = "";   // what f holds afterwards, when not kFile
+        std::string sheet = "";   // what sheet.xls holds afterwards, when not kSheet
     } rows[] = {
         {{"decode", "<0D> <0A>"}, 0, "\r\n"},
         // The bytes are those typed, not upper-cased, a NUL among them.
@@ -34,6 +36,9 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
         {{"decode", "-n", "a"}, 2, "unknown option '-n'"},
         {{"dump", "--size", "2", "--cols", "1", "in.bin"}, 0, " 1 \t258\r\n 2 \t-1\r\n 3 \t255\r\n"},
         {{"dump", "--cols", "2", "--size", "4", "--", "in.bin"}, 0, " 1 \t-65278\t255\r\n"},
+        {{"dump", "--size", "2", "--cols", "1", "-o", "sheet.xls", "in.bin"}, 0, "", "", "", " 1 \t258\r\n 2 \t-1\r\n 3 \t255\r\n"},
+        {{"dump", "--size", "2", "--cols", "1", "--output", "sheet.xls", "gone"}, 2, "cannot read gone"},
+        {{"dump", "--size", "2", "--cols", "1", "-o", "planted.xls", "in.bin"}, 2, "not followed"},   // a link to sheet.xls
         {{"dump", "--size", "2", "--cols", "1", "missing"}, 2, "brindlex-cli: dump: cannot read missing: No such file or directory\n"},
         {{"dump", "--size", "2", "--cols", "1", "-o", "no/s.xls", "in.bin"}, 2,
          "brindlex-cli: dump: cannot write sheet no/s.xls: No such file or directory\n"},
@@ -68,6 +73,8 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
         dir.write("in.bin", "\x02\x01\xff\xff\xff"s);
         dir.write("f", kFile);
         dir.write("m", kMeta);
+        std::filesystem::permissions(dir.write("sheet.xls", kSheet), static_cast<std::filesystem::perms>(0640));
+        std::filesystem::create_symlink("sheet.xls", dir.path() / "planted.xls");
         std::vector<std::string> args = row.args;
         if (!row.edit.empty())
             args.insert(args.begin() + 1, {"--save", dir.write("edit", row.edit).string()});
@@ -80,34 +87,10 @@ TEST(Commands, WriteTheirOutputOrRefuseWithStatusTwo)
             EXPECT_NE(r.err.find(row.out), std::string::npos) << r.err;
         EXPECT_EQ(test::readfile(dir.path() / "f"), row.after.empty() ? kFile : row.after);
         EXPECT_EQ(test::readfile(dir.path() / "m"), kMeta);
+        EXPECT_EQ(test::readfile(dir.path() / "sheet.xls"), row.sheet.empty() ? kSheet : row.sheet);
+        EXPECT_EQ(static_cast<int>(std::filesystem::status(dir.path() / "sheet.xls").permissions()), 0640);
+        EXPECT_TRUE(std::filesystem::is_symlink(dir.path() / "planted.xls"));
     }
-}
-
-// A sheet named by -o is replaced whole and keeps its mode; a failed dump
-// leaves it as it was, and a link planted at a sheet's name is refused.
-TEST(DumpCommand, OutputFileIsReplacedWholeAndKeepsItsMode)
-{
-    namespace fs = std::filesystem;
-    test::TempDir dir;
-    dir.write("in.bin", "\x05\x00"s);
-    dir.write("other.bin", "\x06\x00"s);
-    const auto sheet = dir.write("sheet.xls", "an older and longer sheet");
-    fs::permissions(sheet, static_cast<fs::perms>(0640));
-    fs::create_symlink(sheet, dir.path() / "planted.xls");
-    const struct { const char* option; const char* sheet; const char* in; int status; const char* err; } rows[] = {
-        {"-o", "sheet.xls", "in.bin", 0, ""},
-        {"--output", "sheet.xls", "gone", 2, "cannot read gone"},
-        {"-o", "planted.xls", "other.bin", 2, "not followed"},
-    };
-    for (const auto& row : rows) {
-        const CliResult r = runcli({"dump", "--size", "2", "--cols", "1", row.option, row.sheet, row.in}, dir.path(), dir.path());
-        EXPECT_TRUE(r.exited(row.status)) << r.err;
-        EXPECT_EQ(r.out, "");
-        EXPECT_NE(r.err.find(row.err), std::string::npos) << r.err;
-        EXPECT_EQ(test::readfile(sheet), " 1 \t5\r\n");
-    }
-    EXPECT_EQ(static_cast<int>(fs::status(sheet).permissions()), 0640);
-    EXPECT_TRUE(fs::is_symlink(dir.path() / "planted.xls"));
 }
 
 // Without --block the rows of a long file come out in stretches that join
