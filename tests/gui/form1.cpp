@@ -368,7 +368,7 @@ private slots:
         QCOMPARE(readfile(world.file("f39998")), QByteArray("none"));
     }
 
-    void enterChain()
+    void enterChainAndRuns()
     {
         World world({{"a.txt", "find me A"}, {"b.md", "find me"}, {"c.txt", "AaA"}});
         auto form = world.start();
@@ -402,13 +402,8 @@ private slots:
         QCOMPARE(readfile(world.file("c.txt")), QByteArray("AaA"));
         QVERIFY(idle(*form));
         QVERIFY(world.dialogs.records.empty());
-    }
-
-    void logOptions()
-    {
-        World world;
-        const QString path = world.write("a.txt", "abcBe");
-        auto form = world.start();
+        // The log options, on that line's file.
+        const QString path = world.file("c.txt");
         // With the menu open, which sets its marks: nLogMode and the marks of
         // Log Finds, Log Replaces and Convert.
         auto click = [&](int index) {
@@ -427,14 +422,14 @@ private slots:
         };
         QCOMPARE(click(0), QStringLiteral("1 101"));
         QCOMPARE(click(1), QStringLiteral("3 111"));
-        setrun(*form, "b", "X");
+        setrun(*form, "A", "X", true);
         ui(*form).cmd[1]->click();
-        QCOMPARE(readfile(path), QByteArray("aXcXe"));
+        QCOMPARE(readfile(path), QByteArray("XaX"));
         QCOMPARE(heads(), QStringLiteral("find replace found replaced found replaced"));
         QCOMPARE(click(0), QStringLiteral("2 011"));
         form->mnuoptKillLog_Click();
         QVERIFY(!QFileInfo::exists(logfile(world)));
-        writefile(path, "abcBe");
+        writefile(path, "AaA");
         ui(*form).cmd[1]->click();
         QCOMPARE(heads(), QStringLiteral("replace replaced replaced"));
     }
