@@ -153,20 +153,17 @@ TEST(CliFindReplace, EachFileByItsRealNameAndPath)
     dir.write("list0", std::string("x\ty\0 lead\0", 10));
     fs::create_directories(dir.path() / "work");
     const std::string level(200, 'd');
-    int fd = ::open((dir.path() / "base").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     std::string relative;
-    for (int depth = 0; depth < 24; ++depth) {
-        ASSERT_EQ(::mkdirat(fd, level.c_str(), 0755), 0);
-        const int sub = ::openat(fd, level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        ::close(fd);
-        fd = sub;
+    for (int depth = 0; depth < 24; ++depth)
         relative += level + "/";
-    }
-    const int file = ::openat(fd, "deep.txt", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    ASSERT_EQ(::write(file, "a HIT", 5), 5);
-    ::close(file);
-    ::close(fd);
     ASSERT_GT(relative.size(), static_cast<std::size_t>(PATH_MAX));
+    // Made a level at a time from a working directory of a child's own.
+    ASSERT_EQ(test::runinchild([&] {
+        fs::current_path(dir.path() / "base");
+        for (int depth = 0; depth < 24; ++depth)
+            fs::create_directory(level), fs::current_path(level);
+        return (std::ofstream("deep.txt") << "a HIT") ? "made" : "not made";
+    }), "made");
     const struct { std::vector<std::string> args; std::string out, err; } steps[] = {
         {{"replace", "-c", "HIT", "HITX", "*"},
          " lead\t000000001\nnew\nline\t000000001\ntrail \t000000001\nx\t000000001\nx\ty\t000000001\n",

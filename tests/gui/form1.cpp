@@ -79,10 +79,7 @@ void click(const Form1& form, const QString& caption)
     QFAIL(qPrintable("no item " + caption));
 }
 
-QString current(const Form1& form)
-{
-    return ui(form).mnuRepl->property("Tag").toString() + '|' + ui(form).Text2->text() + '|' + ui(form).Text3->text();
-}
+QString current(const Form1& f) { return ui(f).mnuRepl->property("Tag").toString() + '|' + ui(f).Text2->text() + '|' + ui(f).Text3->text(); }
 
 const QStringList kDefaultMenu{"Apple-To-PC|%0D==>%0D%0A", "-|", "&New|"};
 
