@@ -17,6 +17,8 @@
 #include "engine/core/faultinject.h"
 #include "gui/commandline.h"
 #include "gui/mainwindow/windowhost.h"
+#include "gui/viewer/form2.h"
+#include "gui/viewer/pagebox.h"
 #include "support/guiworld.h"
 
 using namespace brindlex::gui;
@@ -220,6 +222,16 @@ private slots:
         QVERIFY(!ui(*form).List1->selectionModel()->hasSelection());
         QCOMPARE(QApplication::focusWidget(), ui(*form).Text1);
         QVERIFY(idle(*form));
+        // A file named on the command line opens in the viewer, rows of 8,
+        // beside the window from its right edge, or as far right as the
+        // screen lets it stand whole.
+        QCOMPARE(form->viewer() && form->viewer()->isVisible(), row.command == "b.txt");
+        if (row.command == "b.txt") {
+            QVERIFY(form->viewstate().nViewWidth == 8 && form->viewer()->Text1->page() == "bbb");
+            const QRect viewer = form->viewer()->frameGeometry(), screen = form->screen()->availableGeometry();
+            QVERIFY(viewer.left() == form->frameGeometry().right() + 1 || viewer.right() == screen.right());
+            QVERIFY(screen.contains(viewer) && viewer.top() == form->frameGeometry().top());
+        }
         // At rest only Cancel and Delete Log File are off, and of the marks
         // only Convert is on.
         QSet<QString> off, checked;
