@@ -17,6 +17,11 @@ namespace brindlex::clitest {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// The brindlex-cli that the tests run. Under root it is a copy in a
+// directory of its own that every user may enter, so that a case that drops
+// to nobody can run it wherever the build lies (a checkout in root's home).
 const std::string& clipath()
 {
     static const std::string path = [] {
@@ -33,8 +38,6 @@ const std::string& clipath()
     }();
     return path;
 }
-
-namespace {
 
 // A line of /proc/PID/status as a number: "SigCgt" in hexadecimal, "VmHWM" in KiB.
 unsigned long long procstatus(pid_t pid, const std::string& field, int base)

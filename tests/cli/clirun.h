@@ -22,11 +22,6 @@ struct CliResult {
     bool exited(int status) const { return failure.empty() && termsignal == 0 && exitstatus == status; }
 };
 
-// The brindlex-cli that the tests run. Under root it is a copy in a
-// directory of its own that every user may enter, so that a case that drops
-// to nobody can run it wherever the build lies (a checkout in root's home).
-const std::string& clipath();
-
 // Starts the CLI in `cwd` with stdin `input`, stdout and stderr in work/cli.out
 // and work/cli.err and BRINDLEX_TEMP at `work`; callers kill it or watch it.
 pid_t startcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,

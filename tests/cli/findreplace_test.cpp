@@ -190,9 +190,8 @@ TEST(CliFindReplace, SaysThatStdoutIsFull)
     test::TempDir dir;
     dir.write("a.txt", "HIT");
     fs::create_symlink("/dev/full", dir.path() / "cli.out");
-    const pid_t pid = startcli({"find", "HIT", "*.txt"}, dir.path(), dir.path(), 0);
     int status = 0;
-    ::waitpid(pid, &status, 0);
+    ::waitpid(startcli({"find", "HIT", "*.txt"}, dir.path(), dir.path(), 0), &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
     EXPECT_EQ(readfile(dir.path() / "cli.err"),
               "brindlex-cli: write error on stdout: No space left on device\n1 hit in 1 of 1 file\n");

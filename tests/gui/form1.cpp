@@ -85,10 +85,7 @@ QString current(const Form1& f) { return ui(f).mnuRepl->property("Tag").toString
 
 const QStringList kDefaultMenu{"Apple-To-PC|%0D==>%0D%0A", "-|", "&New|"};
 
-void writebytes(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+void writebytes(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
 std::string readbytes(const std::string& path)
 {
