@@ -1,8 +1,10 @@
+// Masks, List1 and List2 lines, the walk of a mask over a tree, and how a
+// listed name is opened again.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -10,12 +12,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "engine/core/openbinary.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 #include "engine/files/openbelow.h"
+#include "support/privileges.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
 namespace {
+
+namespace fs = std::filesystem;
 
 TEST(Files, SplitsAMaskIntoDirectoryAndName)
 {
@@ -88,12 +95,6 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     }
 }
 
-}  // namespace
-}  // namespace brindlex
-
-namespace brindlex {
-namespace {
-
 // Below the base nothing is taken through a link but a file's own name,
 // whichever way the directories are opened.
 TEST(OpenBelow, NeverTakesADirectoryThroughALink)
@@ -101,10 +102,10 @@ TEST(OpenBelow, NeverTakesADirectoryThroughALink)
     test::TempDir tmp;
     tmp.write("base/d/e/f.txt", "f");
     tmp.write("victim/e/f.txt", "victim");
-    const std::filesystem::path base = tmp.path() / "base";
-    std::filesystem::create_directory_symlink(tmp.path() / "victim", base / "link");
-    std::filesystem::create_directory_symlink("e", base / "d/e2");
-    std::filesystem::create_symlink("f.txt", base / "d/e/flink");
+    const fs::path base = tmp.path() / "base";
+    fs::create_directory_symlink(tmp.path() / "victim", base / "link");
+    fs::create_directory_symlink("e", base / "d/e2");
+    fs::create_symlink("f.txt", base / "d/e/flink");
     ASSERT_EQ(::mkfifo((base / "d/fifo").c_str(), 0644), 0);
     const FileHandle fd(::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const struct { const char* dir; int code; } dirs[] = {
@@ -133,6 +134,163 @@ TEST(OpenBelow, NeverTakesADirectoryThroughALink)
         got.resize(error ? 0 : static_cast<std::size_t>(std::max<ssize_t>(0, ::read(file.fd.get(), got.data(), got.size()))));
         EXPECT_EQ(error ? error.text : got, row.got);
     }
+}
+
+// Records what a walk tells its sink; asks to stop from carryon() number
+// `cancelAt` on (1-based, 0 for never), until a level begins, as the
+// window's host does.
+class RecordingHost : public WalkSink {
+public:
+    int cancelAt = 0;
+    int yields = 0;
+    bool stopAsked = false;
+    std::vector<FileEntry> lines;
+    std::string controls;  // one letter a level's start or end: "F" off, "T" on
+
+    void level(bool begins) override
+    {
+        controls += begins ? 'F' : 'T';
+        stopAsked = stopAsked && !begins;
+    }
+    bool carryon() override
+    {
+        stopAsked = stopAsked || ++yields == cancelAt;
+        return !stopAsked;
+    }
+    void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
+
+    std::string walk(const fs::path& dir, const std::string& name, bool subs)
+    {
+        const std::string mask = (dir / name).string();
+        listfiles(mask, subs, basedirfor(mask), *this);
+        sortlist1(lines);
+        std::string out;
+        for (const auto& line : lines)
+            out += list1line(line) + ";";
+        return out;
+    }
+};
+
+TEST(Walk, ListsWhatTheMaskSelectsAndNoOtherKindOfEntry)
+{
+    test::TempDir tmp;
+    for (const char* name : {"a.txt", "b.bin", ".dot.txt", "sub/c.txt", "sub/Deep/D.txt", ".hidden/e.txt", "matchdir.txt/g.txt"})
+        tmp.write(name, "12");
+    const fs::path root = tmp.path();
+    for (const auto& [link, target] : {std::pair{"link-to-a.txt", "a.txt"}, {"dangling.txt", "missing"},
+                                       {"selfloop.txt", "selfloop.txt"}, {"null.txt", "/dev/null"}})
+        fs::create_symlink(target, root / link);
+    fs::create_directory_symlink("sub", root / "linkdir");
+    fs::create_directory_symlink(".", root / "loop");
+    ASSERT_EQ(::mkfifo((root / "fifo.txt").c_str(), 0644), 0);
+    // Dot files count, dot directories and links to directories are not
+    // entered, and only regular files, directly or through a link, are listed.
+    RecordingHost flat, deep;
+    EXPECT_EQ(flat.walk(root, "*.txt", false), ".dot.txt\t00000002;a.txt\t00000002;link-to-a.txt\t00000002;");
+    EXPECT_EQ(deep.walk(root, "*.txt", true),
+              ".dot.txt\t00000002;a.txt\t00000002;link-to-a.txt\t00000002;matchdir.txt/g.txt\t00000002;"
+              "sub/Deep/D.txt\t00000002;sub/c.txt\t00000002;");
+}
+
+// A directory that can't be read, or read but not searched, is told to the
+// host, and the walk goes on with every other one (its neighbours on either
+// side in readdir's order included).
+TEST(Walk, PassesOverAnUnreadableDirectoryAndGoesOn)
+{
+    for (const mode_t mode : {0000, 0644, 0311}) {
+        SCOPED_TRACE("mode " + std::to_string(mode));
+        test::TempDir tmp;
+        for (const char* name : {"d1/a.txt", "d2/a.txt", "d3/a.txt", "d4/a.txt", "d5/a.txt", "d3/inner/c.txt", "z.txt"})
+            tmp.write(name, "a");
+        ASSERT_EQ(::chmod((tmp.path() / "d3").c_str(), mode), 0);
+        EXPECT_EQ(test::rununprivileged([&] {
+                      struct Told : RecordingHost {
+                          std::string told;
+                          void unreadable(const std::string& path, int code) override
+                          {
+                              told += fs::path(path).filename().string() + ":" + std::to_string(code) + ";";
+                          }
+                      } host;
+                      const std::string listed = host.walk(tmp.path(), "*.txt", true);
+                      return listed + host.told + std::to_string(host.controls.size());
+                  }),
+                  "d1/a.txt\t00000001;d2/a.txt\t00000001;d4/a.txt\t00000001;d5/a.txt\t00000001;z.txt\t00000001;"
+                  "d3:13;12");
+        ::chmod((tmp.path() / "d3").c_str(), 0755);
+    }
+}
+
+// Cancel ends the listing of the directory in hand; a call further up goes
+// on with its next subdirectory, whose start clears the flag.
+TEST(Walk, CancelEndsTheDirectoryInHandOnly)
+{
+    test::TempDir tmp;
+    for (const char* name : {"f1.x", "f2.x", "f3.x", "s1/a.x", "s1/b.x", "s2/c.x", "s2/d.x"})
+        tmp.write(name, "1234");
+    // Yields: 3 top files, then the 2 directories; each subdirectory then
+    // its 2 files. flag: as the walk leaves it.
+    const struct { int cancelAt; std::size_t lines; std::string controls; int yields; bool flag; } rows[] = {
+        {0, 7, "FFTFTT", 9, false}, {1, 0, "FT", 1, true}, {4, 3, "FT", 4, true},
+        {6, 5, "FFTFTT", 8, false}, {8, 5, "FFTFTT", 8, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE("cancel at yield " + std::to_string(row.cancelAt));
+        RecordingHost host;
+        host.cancelAt = row.cancelAt;
+        const std::string listed = host.walk(tmp.path(), "*.x", true);
+        EXPECT_EQ(host.lines.size(), row.lines);
+        EXPECT_EQ(host.controls, row.controls);
+        EXPECT_EQ(host.yields, row.yields);
+        EXPECT_EQ(host.stopAsked, row.flag);
+        // Where one subdirectory was cut short, the other came whole.
+        if (row.lines == 5) {
+            EXPECT_EQ(listed.substr(0, 42), "f1.x\t00000004;f2.x\t00000004;f3.x\t00000004;");
+            EXPECT_EQ(host.lines[3].name.substr(0, 3), host.lines[4].name.substr(0, 3));
+        }
+    }
+    // A flag raised before the walk is cleared.
+    RecordingHost host;
+    host.stopAsked = true;
+    host.walk(tmp.path(), "*.x", true);
+    EXPECT_EQ(host.lines.size(), 7u);
+    EXPECT_FALSE(host.stopAsked);
+}
+
+// "<size> <first bytes read>" or "<errno> <text>".
+std::string outcome(const fs::path& p)
+{
+    OpenedFile f;
+    const Error e = openbinary(p, f);
+    char buffer[4] = {};
+    const ssize_t n = e ? 0 : ::read(f.fd.get(), buffer, sizeof buffer);
+    return e ? std::to_string(e.code) + " " + e.text : std::to_string(f.size()) + " " + std::string(buffer, n > 0 ? n : 0);
+}
+
+TEST(OpenBinary, OpensRegularFilesOnly)
+{
+    test::TempDir tmp;
+    tmp.write("plain.bin", std::string("a\0b", 3));
+    tmp.write("dir/x", "x");
+    fs::path secret = tmp.write("secret", "s");
+    ASSERT_EQ(::chmod(secret.c_str(), 0200), 0);
+    fs::create_symlink("plain.bin", tmp.path() / "link");
+    fs::create_symlink("nowhere", tmp.path() / "dangling");
+    ASSERT_EQ(::mkfifo((tmp.path() / "fifo").c_str(), 0644), 0);
+    const std::string notregular = std::to_string(EINVAL) + " Not a regular file";
+    const std::pair<std::string, std::string> rows[] = {
+        {"plain.bin", std::string("3 a\0b", 5)},
+        {"link", std::string("3 a\0b", 5)},
+        {"dangling", std::to_string(ENOENT) + " No such file or directory"},
+        {"dir", notregular},
+        {"fifo", notregular},
+        {"secret", std::to_string(EACCES) + " Permission denied"},
+    };
+    // As an ordinary user, for the file it may not read; with an alarm, so
+    // that a FIFO opened for a blocking read kills the child, not the suite.
+    for (const auto& [name, expected] : rows) {
+        EXPECT_EQ(test::rununprivileged([&, name = name] { ::alarm(20); return outcome(tmp.path() / name); }), expected) << name;
+    }
+    EXPECT_EQ(outcome("/dev/null"), notregular);
 }
 
 }  // namespace

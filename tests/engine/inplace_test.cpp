@@ -82,24 +82,29 @@ std::string editinchild(const fs::path& file, const fs::path& work, const faulti
 
 struct World {
     test::TempDir dir;
-    fs::path file, work;
+    fs::path file = dir.write("data/f", original()), work = dir.path() / "work";
     World()
     {
-        file = dir.write("data/f", original());
-        work = dir.path() / "work";
         fs::create_directories(work);
         fs::permissions(work, fs::perms::owner_all, fs::perm_options::replace);
     }
 };
 
-TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
+// The steps of a whole edit that no fault stops.
+std::vector<std::string> editsteps()
 {
     World probe;
     faultinject::arm({});
-    ASSERT_EQ(editfile(probe.file, probe.work), "ok");
+    EXPECT_EQ(editfile(probe.file, probe.work), "ok");
     const std::vector<std::string> steps = faultinject::log();
     faultinject::disarm();
-    ASSERT_EQ(readfile(probe.file), edited());
+    EXPECT_EQ(readfile(probe.file), edited());
+    return steps;
+}
+
+TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
+{
+    const std::vector<std::string> steps = editsteps();
     ASSERT_GE(steps.size(), 8u);
     int half = 0;
     for (const bool kill : {false, true}) {
@@ -130,12 +135,8 @@ TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
 TEST(InPlaceEdit, JournalThatCannotBeProvenIsLeftAlone)
 {
     // The step whose kill leaves the file half new: after the first write.
-    World probe;
-    faultinject::arm({});
-    ASSERT_EQ(editfile(probe.file, probe.work), "ok");
-    const auto& steps = faultinject::log();
+    const std::vector<std::string> steps = editsteps();
     const int firstwrite = static_cast<int>(std::find(steps.begin(), steps.end(), "inplace-write") - steps.begin()) + 1;
-    faultinject::disarm();
     struct Row {
         const char* what;
         std::function<void(World&, const fs::path& journal)> spoil;

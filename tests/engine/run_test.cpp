@@ -1,15 +1,24 @@
 // A run over a file list, seen through a host that writes every call down:
-// each case compares that transcript, the files afterwards and the log.
+// each case compares that transcript, the files afterwards and the log; the
+// same run read ahead on worker threads; the run log as a file.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "engine/batch/readahead.h"
 #include "engine/batch/run.h"
+#include "engine/batch/runlog.h"
 #include "engine/files/files.h"
+#include "support/privileges.h"
 #include "support/recordinghost.h"
 #include "support/tempdir.h"
 
@@ -184,6 +193,160 @@ TEST(Run, OneCasePerBehaviour)
     };
     for (const RunCase& c : cases)
         checkcase(c);
+}
+
+// A run that reads ahead on worker threads against the same run on one
+// thread: over many small files, files that can't be opened and a file with
+// more hits than a worker keeps, the host must see the same calls in the
+// same order, the files must end the same, and a Cancel must stop both at
+// the same hit.
+
+
+// 200 files of up to 3000 bytes over a few letters, so that "ab" is found
+// by chance in every other one, one file of more hits than a worker keeps,
+// and names that can't be opened: one gone, one a directory.
+std::vector<std::string> makefiles(const test::TempDir& dir)
+{
+    std::mt19937_64 rng(2026);
+    std::vector<std::string> names;
+    for (int i = 0; i < 200; ++i) {
+        std::string content(rng() % 3000, '\0');
+        for (char& c : content)
+            c = "aAxy\rb"[rng() % (i % 2 ? 6 : 5)];
+        names.push_back("f" + std::to_string(1000 + i));
+        dir.write("base/" + names.back(), content);
+    }
+    std::string many;
+    for (std::size_t i = 0; i < ReadAhead::kAheadHits + 10; ++i)
+        many += "xab";
+    dir.write("base/many", many);
+    std::filesystem::create_directory(dir.path() / "base" / "dir");
+    names.insert(names.begin() + 3, "many");
+    names.insert(names.begin() + 5, "gone");
+    names.insert(names.begin() + 9, "dir");
+    return names;
+}
+
+struct Outcome {
+    std::string transcript;
+    RunResult result;
+    std::vector<std::string> contents;
+};
+
+Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::int64_t cancelAtHit)
+{
+    const std::filesystem::path& dir = temp.path();
+    std::filesystem::remove_all(dir / "base");
+    std::filesystem::create_directories(dir / "base");
+    RunRequest request;
+    request.sFind = "ab";
+    request.sReplaceText = "%0D%0A";
+    request.bReplace = bReplace;
+    request.sScratch = dir / "brindlex.tmp";
+    request.baseDir = (dir / "base").string() + "/";
+    request.bReadAhead = bReadAhead;
+    std::vector<FileEntry> entries;
+    for (const std::string& name : makefiles(temp))
+        entries.push_back({name, 1});
+    request.files = entries;
+    test::RecordingHost host;
+    host.cancelAtHit = cancelAtHit;
+    Outcome out;
+    out.result = findinfiles(request, host);
+    out.transcript = host.transcript;
+    for (const FileEntry& entry : entries) {
+        const auto path = dir / "base" / entry.name;
+        out.contents.push_back(std::filesystem::is_regular_file(path) ? test::readfile(path) : "-");
+    }
+    return out;
+}
+
+TEST(ReadAhead, TellsTheHostWhatTheSerialRunTells)
+{
+    test::TempDir dir;
+    struct Row {
+        const char* what;
+        bool bReplace;
+        std::int64_t cancelAtHit;   // -1: never
+    };
+    // Behind the file of many hits, in the files the workers have done.
+    const auto later = static_cast<std::int64_t>(ReadAhead::kAheadHits) + 500;
+    for (const Row& row : {Row {"find", false, -1}, Row {"replace", true, -1}, Row {"find cancelled", false, later},
+                           Row {"replace cancelled", true, later}}) {
+        SCOPED_TRACE(row.what);
+        const Outcome serial = runover(dir, row.bReplace, false, row.cancelAtHit);
+        const Outcome ahead = runover(dir, row.bReplace, true, row.cancelAtHit);
+        EXPECT_EQ(ahead.transcript, serial.transcript);
+        EXPECT_EQ(ahead.contents, serial.contents);
+        EXPECT_EQ(ahead.result.hits, serial.result.hits);
+        EXPECT_EQ(ahead.result.cancelled, row.cancelAtHit >= 0);
+        EXPECT_EQ(ahead.result.failures, serial.result.failures);
+        // The rows must reach what they are about.
+        EXPECT_GT(serial.result.hits, static_cast<std::int64_t>(ReadAhead::kAheadHits));
+        EXPECT_NE(serial.transcript.find("message Error opening"), std::string::npos);
+    }
+}
+
+// The run log as a file. The lines themselves are checked against the model
+// of the scan (found, replaced) and by a logged run (the heads).
+
+
+TEST(RunLogLine, PositionsPastSevenDigitsAreWrittenInFull)
+{
+    EXPECT_EQ(logline("found   ", "/f", 10000000, "x"), "found    /f 10000000:   x  \r\n");
+}
+
+TEST(RunLogFile, AppendsAndMakesAnewPrivately)
+{
+    test::TempDir dir;
+    const auto path = dir.path() / "run.log";
+    dir.write("run.log", "old\r\n");
+    RunLog log(path);
+    log.writelog("find   ", "", -1, "A");
+    EXPECT_EQ(test::readfile(path), "old\r\nfind      A  \r\n");
+
+    std::filesystem::remove(path);   // deleted between two lines of a run
+    log.writelog("found   ", "/f", 2, "a");
+    EXPECT_EQ(test::readfile(path), "found    /f 0000002:   a  \r\n");
+    struct stat st {};
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_FALSE(log.failure());
+}
+
+// A log that can't be had or written fails with its reason, and what is at
+// the name (a link's target, another user's file) is left as it was.
+TEST(RunLogFile, RefusesWhatIsNotTheUsersOwnAndKeepsTheFailure)
+{
+    test::TempDir dir;
+    const auto victim = dir.write("victim", "precious");
+    std::filesystem::create_symlink(victim, dir.path() / "link.log");
+    ::chown(dir.write("theirs.log", "theirs").c_str(), test::unprivilegeduid(), test::unprivilegedgid());
+    ::chmod((dir.path() / "theirs.log").c_str(), 0666);
+    ASSERT_EQ(::mkfifo((dir.path() / "fifo.log").c_str(), 0600), 0);
+    const struct { const char* name; int code; std::int64_t sizeLimit = 0; } rows[] = {
+        {"link.log", ELOOP}, {"theirs.log", EPERM}, {"fifo.log", EINVAL}, {"missing/run.log", ENOENT},
+        {"limited.log", EFBIG, 10},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(test::runinchild([&] {
+                      if (row.sizeLimit)
+                          test::limitfilesize(row.sizeLimit);
+                      RunLog log(dir.path() / row.name);
+                      log.writelog("find   ", "", -1, "A");
+                      log.writelog("find   ", "", -1, "B");
+                      return std::to_string(log.failure().code);
+                  }),
+                  std::to_string(row.code));
+    }
+    EXPECT_EQ(test::readfile(victim), "precious");
+    EXPECT_EQ(test::readfile(dir.path() / "theirs.log"), "theirs");
+    EXPECT_EQ(test::readfile(dir.path() / "limited.log"), "find      ");
+    RunLog lost(dir.path() / "link.log");
+    lost.writelog("find   ", "", -1, "A");
+    EXPECT_EQ(lost.failuremessage(), "Error writing log " + (dir.path() / "link.log").string() +
+                                         ":\r\nToo many levels of symbolic links");
 }
 
 }  // namespace

@@ -82,12 +82,13 @@ namespace {
 using test::RefResult;
 using test::RefScan;
 
-struct StringSink : ByteSink {
+// Into a string, or into the file `fd` when that is given.
+struct Sink : ByteSink {
+    int fd = -1;
     std::string bytes;
     bool write(std::string_view b) override
     {
-        bytes.append(b);
-        return true;
+        return fd < 0 ? (bytes.append(b), true) : ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size());
     }
 };
 
@@ -101,7 +102,7 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
         ADD_FAILURE() << "memfd write";
     test::RecordingHost host;
     host.answers = scan.answers;
-    StringSink sink;
+    Sink sink;
     OutputBuffer out(&sink);
     // A replace that keeps the length goes as in a big file: edits in
     // place, each with the bytes it replaces, which must be the file's.
@@ -273,13 +274,7 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
         content += '\r';
     }
     for (const std::string& sReplace : {std::string("\r\n"), std::string(40, 'y'), std::string(300, 'z'), std::string()}) {
-        RefScan s;
-        s.sFile = "/data/big";
-        s.sName = "big";
-        s.bMatchCase = true;
-        s.sFind = "\r";
-        s.sReplace = sReplace;
-        s.bReplace = true;
+        const RefScan s {.sFile = "/data/big", .sName = "big", .sFind = "\r", .sReplace = sReplace, .bReplace = true};
         const RefResult got = fastscanfile(content, s, Scanner::kDefaultWindow, dir.path() / "run.log");
         std::string want;
         std::int64_t nHits = 0;
@@ -299,10 +294,7 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
 // The hit positions of the model, each followed by a blank.
 std::string hitsof(const std::string& content, const std::string& sFind)
 {
-    RefScan scan;
-    scan.sName = "f";
-    scan.sFind = sFind;
-    const std::string events = test::refscanfile(content, scan).events;
+    const std::string events = test::refscanfile(content, {.sName = "f", .sFind = sFind}).events;
     std::string hits;
     for (std::size_t at = 0; (at = events.find("hit f ", at)) != std::string::npos; at += 6)
         hits += events.substr(at + 6, events.find('\n', at) - at - 6) + " ";
@@ -338,19 +330,14 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     }
 }
 
-struct FdSink : ByteSink {
-    int fd;
-    explicit FdSink(int f) : fd(f) {}
-    bool write(std::string_view b) override { return ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size()); }
-};
-
 // A scan of `file` for "needle" through windows of `window` bytes; a
 // replace writes to `out`.
 void scanfile(const std::filesystem::path& file, std::int64_t window, const std::filesystem::path& out = {})
 {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     const int outFd = out.empty() ? -1 : ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    FdSink sink(outFd);
+    Sink sink;
+    sink.fd = outFd;
     OutputBuffer buffer(&sink);
     test::RecordingHost host;
     {

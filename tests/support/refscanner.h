@@ -13,15 +13,15 @@
 namespace brindlex::test {
 
 struct RefScan {
-    std::string sFile;        // full path, for titles and log lines
-    std::string sName;        // name of the hit lines
-    std::string sFind;        // prepared: upper-cased unless bMatchCase; never empty
-    std::string sReplace;
+    std::string sFile {};      // full path, for titles and log lines
+    std::string sName {};      // name of the hit lines
+    std::string sFind {};      // prepared: upper-cased unless bMatchCase; never empty
+    std::string sReplace {};
     bool bMatchCase = true;
     bool bReplace = false;
     bool bAsk = false;
     int nLogMode = 0;
-    std::vector<Answer> answers;   // to the questions in turn; Yes behind the last
+    std::vector<Answer> answers {};   // to the questions in turn; Yes behind the last
 };
 
 struct RefResult {
