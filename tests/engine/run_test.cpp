@@ -228,62 +228,48 @@ std::vector<std::string> makefiles(const test::TempDir& dir)
 }
 
 struct Outcome {
-    std::string transcript;
+    std::string transcript {};
     RunResult result;
-    std::vector<std::string> contents;
+    std::vector<std::string> contents {};
 };
 
 Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::int64_t cancelAtHit)
 {
-    const std::filesystem::path& dir = temp.path();
-    std::filesystem::remove_all(dir / "base");
-    std::filesystem::create_directories(dir / "base");
-    RunRequest request;
-    request.sFind = "ab";
-    request.sReplaceText = "%0D%0A";
-    request.bReplace = bReplace;
-    request.sScratch = dir / "brindlex.tmp";
-    request.baseDir = (dir / "base").string() + "/";
-    request.bReadAhead = bReadAhead;
+    const std::filesystem::path base = temp.path() / "base";
+    std::filesystem::remove_all(base);
     std::vector<FileEntry> entries;
     for (const std::string& name : makefiles(temp))
         entries.push_back({name, 1});
-    request.files = entries;
+    const RunRequest request {.sFind = "ab", .sReplaceText = "%0D%0A", .bReplace = bReplace, .sLogFile = {},
+                              .sScratch = temp.path() / "brindlex.tmp", .baseDir = base.string() + "/", .files = entries,
+                              .selected = {}, .bReadAhead = bReadAhead};
     test::RecordingHost host;
     host.cancelAtHit = cancelAtHit;
-    Outcome out;
-    out.result = findinfiles(request, host);
+    Outcome out {.result = findinfiles(request, host)};
     out.transcript = host.transcript;
-    for (const FileEntry& entry : entries) {
-        const auto path = dir / "base" / entry.name;
-        out.contents.push_back(std::filesystem::is_regular_file(path) ? test::readfile(path) : "-");
-    }
+    for (const FileEntry& entry : entries)
+        out.contents.push_back(std::filesystem::is_regular_file(base / entry.name) ? test::readfile(base / entry.name) : "-");
     return out;
 }
 
 TEST(ReadAhead, TellsTheHostWhatTheSerialRunTells)
 {
     test::TempDir dir;
-    struct Row {
-        const char* what;
-        bool bReplace;
-        std::int64_t cancelAtHit;   // -1: never
-    };
-    // Behind the file of many hits, in the files the workers have done.
-    const auto later = static_cast<std::int64_t>(ReadAhead::kAheadHits) + 500;
-    for (const Row& row : {Row {"find", false, -1}, Row {"replace", true, -1}, Row {"find cancelled", false, later},
-                           Row {"replace cancelled", true, later}}) {
-        SCOPED_TRACE(row.what);
-        const Outcome serial = runover(dir, row.bReplace, false, row.cancelAtHit);
-        const Outcome ahead = runover(dir, row.bReplace, true, row.cancelAtHit);
-        EXPECT_EQ(ahead.transcript, serial.transcript);
-        EXPECT_EQ(ahead.contents, serial.contents);
-        EXPECT_EQ(ahead.result.hits, serial.result.hits);
-        EXPECT_EQ(ahead.result.cancelled, row.cancelAtHit >= 0);
-        EXPECT_EQ(ahead.result.failures, serial.result.failures);
-        // The rows must reach what they are about.
-        EXPECT_GT(serial.result.hits, static_cast<std::int64_t>(ReadAhead::kAheadHits));
-        EXPECT_NE(serial.transcript.find("message Error opening"), std::string::npos);
+    // Cancelled never, or behind the file of many hits, in the files the workers have done.
+    for (const std::int64_t cancelAtHit : {std::int64_t{-1}, static_cast<std::int64_t>(ReadAhead::kAheadHits) + 500}) {
+        for (const bool bReplace : {false, true}) {
+            SCOPED_TRACE((bReplace ? "replace" : "find") + std::string(cancelAtHit < 0 ? "" : " cancelled"));
+            const Outcome serial = runover(dir, bReplace, false, cancelAtHit);
+            const Outcome ahead = runover(dir, bReplace, true, cancelAtHit);
+            EXPECT_EQ(ahead.transcript, serial.transcript);
+            EXPECT_EQ(ahead.contents, serial.contents);
+            EXPECT_EQ(ahead.result.hits, serial.result.hits);
+            EXPECT_EQ(ahead.result.cancelled, cancelAtHit >= 0);
+            EXPECT_EQ(ahead.result.failures, serial.result.failures);
+            // The rows must reach what they are about.
+            EXPECT_GT(serial.result.hits, static_cast<std::int64_t>(ReadAhead::kAheadHits));
+            EXPECT_NE(serial.transcript.find("message Error opening"), std::string::npos);
+        }
     }
 }
 

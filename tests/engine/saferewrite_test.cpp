@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <optional>
 #include <set>
 #include <string>
 
@@ -533,44 +532,27 @@ TEST(CommitRewrite, EachOutcomeWithItsReasonAndMessage)
     }
 }
 
-// Sets or clears an environment variable for one test and puts it back.
-class EnvVar {
-public:
-    EnvVar(const char* name, const char* value) : name_(name)
-    {
-        if (const char* old = std::getenv(name))
-            old_ = old;
-        value ? ::setenv(name, value, 1) : ::unsetenv(name);
-    }
-    ~EnvVar() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
-
+// In a child, whose environment needs no putting back.
 TEST(WorkDir, FromTheEnvironmentPrivateAndRefusedWhenNotSafe)
 {
     test::TempDir tmp;
-    {
-        EnvVar temp("BRINDLEX_TEMP", nullptr);
-        EnvVar tmpdir("TMPDIR", tmp.path().c_str());
-        const fs::path own = tmp.path() / ("brindlex-" + std::to_string(::getuid()));
-        EXPECT_EQ(scratchfilepath(), own / "brindlex.tmp");
-        EXPECT_EQ(preparedworkdir().value_or(""), own);
-        struct stat st {};
-        ASSERT_EQ(::lstat(own.c_str(), &st), 0);
-        EXPECT_TRUE(S_ISDIR(st.st_mode));
-        EXPECT_EQ(st.st_mode & 07777, 0700u);
-    }
     tmp.write("file", "x");
     fs::create_directory_symlink(tmp.path(), tmp.path() / "link");
-    EnvVar tmpdir("TMPDIR", "/elsewhere");
-    for (const char* name : {"link", "file"}) {
-        EnvVar temp("BRINDLEX_TEMP", (tmp.path() / name).c_str());
-        EXPECT_EQ(scratchfilepath(), tmp.path() / name / "brindlex.tmp") << "BRINDLEX_TEMP comes before TMPDIR";
-        EXPECT_FALSE(preparedworkdir()) << name;
-    }
+    const fs::path own = tmp.path() / ("brindlex-" + std::to_string(::getuid()));
+    EXPECT_EQ(test::runinchild([&] {
+        ::unsetenv("BRINDLEX_TEMP");
+        ::setenv("TMPDIR", tmp.path().c_str(), 1);
+        std::string seen = scratchfilepath() == own / "brindlex.tmp" && preparedworkdir() == own ? "own" : "not own";
+        struct stat st {};
+        seen += ::lstat(own.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? " " + std::to_string(st.st_mode & 07777) : " none";
+        // BRINDLEX_TEMP comes before TMPDIR; what is not a directory of the user's own is refused.
+        ::setenv("TMPDIR", "/elsewhere", 1);
+        for (const char* name : {"link", "file"}) {
+            ::setenv("BRINDLEX_TEMP", (tmp.path() / name).c_str(), 1);
+            seen += scratchfilepath() == tmp.path() / name / "brindlex.tmp" && !preparedworkdir() ? " refused" : " taken";
+        }
+        return seen;
+    }), "own " + std::to_string(0700) + " refused refused");
 }
 
 // Another user makes the victim's work directory first, open to all, in the
@@ -582,13 +564,13 @@ TEST(WorkDir, TakenByAnotherUserGivesWayToAPrivateOne)
         GTEST_SKIP() << "two users need root to switch between";
     test::TempDir tmp;
     ASSERT_EQ(::chmod(tmp.path().c_str(), 01777), 0);
-    EnvVar temp("BRINDLEX_TEMP", nullptr);
-    EnvVar tmpdir("TMPDIR", tmp.path().c_str());
     const fs::path taken = tmp.path() / ("brindlex-" + std::to_string(test::unprivilegeduid()));
     ASSERT_EQ(test::runas(test::kOtherUid, test::kOtherGid, [&] {
         return std::to_string(::mkdir(taken.c_str(), 0777) + ::chmod(taken.c_str(), 0777));
     }), "0");
     const std::string seen = test::rununprivileged([&] {
+        ::unsetenv("BRINDLEX_TEMP");
+        ::setenv("TMPDIR", tmp.path().c_str(), 1);
         const fs::path used = preparedworkdir().value_or("");
         struct stat st {};
         if (used.empty() || used == taken || ::lstat(used.c_str(), &st) != 0)
