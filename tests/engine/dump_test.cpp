@@ -51,12 +51,7 @@ std::string modelsheet(int nSize, int nCols, const std::string& bytes)
     return out;
 }
 
-struct Dumped {
-    DumpResult result;
-    std::string sheet;
-    std::vector<std::string> messages;
-    std::int64_t lPos;
-};
+struct Dumped { DumpResult result; std::string sheet; std::vector<std::string> messages; std::int64_t lPos; };
 
 Dumped dump(const test::TempDir& dir, int nSize, int nCols, const std::string& bytes, std::int64_t lPos = 1,
             int cancelAt = 0)

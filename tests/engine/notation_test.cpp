@@ -121,11 +121,8 @@ TEST(BytesToInt, ReadsLittleEndianPaddedWithBlanks)
 
 TEST(NextToken, TakesTheSourceApart)
 {
-    const struct {
-        std::string source, delimiter;
-        std::vector<std::string> tokens;  // successive results until the source is empty
-        std::string rest;                 // the source after the first call
-    } rows[] = {
+    // tokens: successive results until the source is empty; rest: the source after the first call.
+    const struct { std::string source, delimiter; std::vector<std::string> tokens; std::string rest; } rows[] = {
         {"a b  c ", " ", {"a", "b", "c"}, "b  c"}, {"a::b", ":", {"a", "", "b"}, ":b"}, {"x=>y==>z", "==>", {"x=>y", "z"}, "z"},
         // Without a delimiter nothing is trimmed.
         {"  abc  ", ":", {"  abc  "}, ""},
@@ -148,11 +145,8 @@ TEST(NextToken, TakesTheSourceApart)
 // The number at a text's head, as an Integer takes it from a list of stops.
 TEST(LeadingNumber, ReadsTheHeadAndCutsAtTheDelimiter)
 {
-    const struct {
-        std::string text;
-        std::vector<int> numbers;   // parsestringforinteger at "," until the text is empty
-        std::int64_t head;          // leadingnumber of the whole text
-    } rows[] = {
+    // numbers: parsestringforinteger at "," until the text is empty; head: leadingnumber of the whole text.
+    const struct { std::string text; std::vector<int> numbers; std::int64_t head; } rows[] = {
         {"180,,200", {180, 0, 200}, 180}, {" \t-12ab,+7", {-12, 7}, -12}, {"x1", {0}, 0},
         {"99999,-99999", {32767, -32768}, 99999},
         {"99999999999999999999999", {32767}, 1'000'000'000'000'000'000},

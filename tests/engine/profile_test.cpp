@@ -32,13 +32,9 @@ const std::string kOld = "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n";
 
 TEST(Profile, RequestsReadListAndWriteAsThePlatformDoes)
 {
-    const struct {
-        const char* what;
-        std::optional<std::string> before;  // nullopt: no file
-        int nMode;
-        std::string request, result;
-        std::optional<std::string> after;   // nullopt: unchanged, or still no file
-    } rows[] = {
+    // before: nullopt for no file; after: nullopt when unchanged, or still no file.
+    const struct { const char* what; std::optional<std::string> before; int nMode; std::string request, result;
+                   std::optional<std::string> after; } rows[] = {
         {"keys in the order of the lines, section in any case", kThree, 0, "rePLACEments", "b\0Apple\0c\0"s, {}},
         {"key found in any case", kThree, 1, "Replacements|APPLE", "2", {}},
         {"existing key rewritten where it stands, in the file's spelling", kThree, 2, "Replacements|APPLE=9",
@@ -181,14 +177,9 @@ TEST(RepWorkedExample, FileGrowsLineByLine)
     int nRepCount = 0;
     EXPECT_EQ(captions(loadreplist(ini, nRepCount)), kDefault + ";-=;&New=;") << "first start: no file, no directory";
     EXPECT_EQ(readfile(ini), "[Replacements]\r\n" + kDefault + "\r\n");
-    const struct {
-        const char* what;
-        std::string sName, text2, text3;
-        std::optional<std::string> answer;
-        std::string offered;
-        std::optional<std::string> tag;   // what saverep returns
-        std::string lines;                // the file's, behind the default set
-    } steps[] = {
+    // tag: what saverep returns; lines: the file's, behind the default set.
+    const struct { const char* what; std::string sName, text2, text3; std::optional<std::string> answer; std::string offered;
+                   std::optional<std::string> tag; std::string lines; } steps[] = {
         {"Find All", "", "old text", "new", {}, "", "Previous", "Previous=old%20text==>new"},
         {"&New, accepting the name offered", "Previous", "old text", "new", "User-1", "User-1", "User-1",
          "Previous=old%20text==>new\r\nUser-1=old%20text==>new"},
@@ -218,12 +209,8 @@ TEST(RepMenu, ItemsAndSavedRunForTheDefaultFileAndForAnOpenedFile)
 {
     const std::string sets = "[Replacements]\nb=1==>2\nA=x==>y\nc=\n", all = "Replace &All of the Above=DoAllReps;"
                                                                           "Find &All of the Above=DoAllFinds;";
-    const struct {
-        const char* name;
-        std::string content, menu;
-        std::optional<std::string> tag;   // what saving a run with empty boxes returns
-        std::string after;
-    } rows[] = {
+    // tag: what saving a run with empty boxes returns.
+    const struct { const char* name; std::string content, menu; std::optional<std::string> tag; std::string after; } rows[] = {
         {"my-brindlex.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;", "Previous", sets + "Previous===>\n"},
         {"sets.ini", sets, "b=1==>2;A=x==>y;c=;-=;&New=;" + all, {}, sets},
         {"other.ini", "[Other]\nk=v\n", kDefault + ";-=;&New=;" + all, {}, "[Other]\nk=v\n\n[Replacements]\n" + kDefault + "\n"},

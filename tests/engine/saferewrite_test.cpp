@@ -294,14 +294,9 @@ TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
 {
     using Outcome = Recovery::Outcome;
     const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
-    const struct {
-        int sig;
-        const char* meanwhile;
-        std::vector<Outcome> starts;   // what each following start does
-        std::string end;               // f at the end, "" for after
-    } rows[] = {
-        {SIGTERM, "", {Outcome::None}, ""},
-        {SIGHUP, "", {Outcome::None}, ""},
+    // starts: what each following start does; end: f at the end, "" for after.
+    const struct { int sig; const char* meanwhile; std::vector<Outcome> starts; std::string end; } rows[] = {
+        {SIGTERM, "", {Outcome::None}, ""}, {SIGHUP, "", {Outcome::None}, ""},
         {SIGKILL, "", {Outcome::Finished, Outcome::None}, ""},
         {SIGKILL, "restored from a backup", {Outcome::Kept, Outcome::Kept}, original},
         {SIGKILL, "deleted and made anew", {Outcome::Kept}, "23 bytes of a new file"},
@@ -355,11 +350,7 @@ TEST_F(SafeReplaceTest, JournalNotProvedOursIsLeftAlone)
     const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
     const fs::path journal = scratch().string() + ".journal";
     FileHandle holder;
-    const struct {
-        const char* what;
-        std::function<void()> plant;
-        Outcome outcome;
-    } rows[] = {
+    const struct { const char* what; std::function<void()> plant; Outcome outcome; } rows[] = {
         {"a FIFO as the journal", [&] { fs::remove(journal); ::mkfifo(journal.c_str(), 0600); }, Outcome::Refused},
         {"a FIFO as the scratch file", [&] { fs::remove(scratch()); ::mkfifo(scratch().c_str(), 0600); }, Outcome::Refused},
         {"a journal of another user's", [&] { ASSERT_EQ(::chown(journal.c_str(), test::kOtherUid, test::kOtherGid), 0); },
@@ -489,14 +480,9 @@ TEST_F(SafeReplaceTest, FullDiskLeavesTheOriginal)
 // outcome with its reason, its message and what the file holds afterwards.
 TEST(CommitRewrite, EachOutcomeWithItsReasonAndMessage)
 {
-    const struct {
-        const char* what;
-        std::int64_t lLenChange;
-        faultinject::Plan plan;
-        bool begins;
-        std::string outcome;   // failure, length, "<dir>/" for the directory; then the message
-        std::string after;
-    } rows[] = {
+    // outcome: failure, length, reason ("<dir>/" for the directory), then the message.
+    const struct { const char* what; std::int64_t lLenChange; faultinject::Plan plan; bool begins;
+                   std::string outcome, after; } rows[] = {
         {"in place", 1, {}, true, "0 4 |", "xbcx"},
         {"a change the edits don't account for", 0, {}, true,
          "1 -1 f: File changed by another program since it was read|Cannot replace! ERROR in file lengths for <dir>/f",

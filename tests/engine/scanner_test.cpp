@@ -151,11 +151,7 @@ std::string flipcase(std::string s, std::mt19937_64& rng)
     return s;
 }
 
-struct RandomCase {
-    std::string content;
-    RefScan scan;
-    std::int64_t window = 0;
-};
+struct RandomCase { std::string content; RefScan scan; std::int64_t window = 0; };
 
 // A random file and pattern, with copies of the pattern planted around the
 // block grid, at the file's end, adjacent and overlapping.

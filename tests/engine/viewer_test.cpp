@@ -339,9 +339,6 @@ TEST(ViewerDetect, TellsBinaryFromTextAtTheEdges)
     EXPECT_EQ(autodetect(dir.path() / "none", AutoDetectAt::ComboClick), kModePureText);
 }
 
-
-
-
 const std::string kFile = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 // The viewer's page state from a read to a save.
@@ -390,13 +387,8 @@ std::string readlong(const fs::path& p)
 
 TEST(ViewerSave, SplicesTheEditedPageIntoTheFile)
 {
-    const struct {
-        const char* what;
-        int nMode;
-        std::int64_t lPos, nBlock;
-        std::string from, to;   // replaced in the page text
-        std::string after;      // the file afterwards
-    } rows[] = {
+    // from is replaced by to in the page text; after: the file afterwards.
+    const struct { const char* what; int nMode; std::int64_t lPos, nBlock; std::string from, to, after; } rows[] = {
         {"a changed cell", 0, 5, 8, "<34>", "<7E>", "0123~56789ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
         {"a deleted row", 0, 5, 8, "000009: <38> <39> <41> <42> ", "", "01234567CDEFGHIJKLMNOPQRSTUVWXYZ"},
         {"an added cell", 1, 5, 8, "  4 ", "  4  <0D> ", "01234\r56789ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
@@ -439,13 +431,9 @@ TEST(ViewerSave, AnUneditedBytePageReadsBackAsItsBytes)
 TEST(ViewerSave, LeavesTheFileAsItWasWithTheReason)
 {
     const std::string meta = "ab\x03\0\0\0\x21\x15\x09\0"s;
-    const struct {
-        const char* what;
-        std::string content;
-        int nMode, nFormat;
-        std::function<void(const fs::path&)> meanwhile;   // after the read, before the save
-        std::string reason;
-    } rows[] = {
+    // meanwhile: after the read, before the save.
+    const struct { const char* what; std::string content; int nMode, nFormat; std::function<void(const fs::path&)> meanwhile;
+                   std::string reason; } rows[] = {
         {"records that pass bytes over", meta, 1, kFormatMeta, nullptr, "metafile records"},
         {"a text page with a NUL", "a\0b"s, 2, kFormatDecimal, nullptr, "NUL"},
         {"a file changed since its page was read", kFile, 2, kFormatDecimal,
