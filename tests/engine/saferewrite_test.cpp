@@ -245,9 +245,9 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
     // in turn; alwaysstep fails every time, to force the other route. A file
     // emptied in place changes first at its cut, not at a write.
     const struct { const char* what; bool hardlinked; std::string alwaysstep; std::size_t newsize; } scenarios[] = {
-        {"same directory", false, "", 2500000}, {"hidden name", false, "open-tmpfile", 2500000},
-        {"hard-linked", true, "", 2500000}, {"hard-linked, emptied", true, "", 0}};
-    const std::string original = counted(1500000, 'o');
+        {"same directory", false, "", 1200000}, {"hidden name", false, "open-tmpfile", 1200000},
+        {"hard-linked", true, "", 1200000}, {"hard-linked, emptied", true, "", 0}};
+    const std::string original = counted(1100000, 'o');
     for (const auto& sc : scenarios) {
         const std::string after = counted(sc.newsize, 'n');
         test::TempDir t;
