@@ -95,17 +95,29 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     }
 }
 
-// Below the base nothing is taken through a link but a file's own name,
+// "<size> <first bytes read>" or "<errno> <text>".
+std::string outcome(const Error& e, const OpenedFile& f)
+{
+    char buffer[4] = {};
+    const ssize_t n = e ? 0 : ::read(f.fd.get(), buffer, sizeof buffer);
+    return e ? std::to_string(e.code) + " " + e.text : std::to_string(f.size()) + " " + std::string(buffer, n > 0 ? n : 0);
+}
+
+// A listed name opens only as a regular file, through a link of its own;
+// below the base never through a link on a directory of its path,
 // whichever way the directories are opened.
-TEST(OpenBelow, NeverTakesADirectoryThroughALink)
+TEST(OpenBelow, RegularFilesOnlyAndNeverADirectoryThroughALink)
 {
     test::TempDir tmp;
-    tmp.write("base/d/e/f.txt", "f");
+    tmp.write("base/d/e/f.txt", std::string("a\0b", 3));
     tmp.write("victim/e/f.txt", "victim");
     const fs::path base = tmp.path() / "base";
+    ASSERT_EQ(::chmod(tmp.write("base/d/secret", "s").c_str(), 0200), 0);
     fs::create_directory_symlink(tmp.path() / "victim", base / "link");
     fs::create_directory_symlink("e", base / "d/e2");
     fs::create_symlink("f.txt", base / "d/e/flink");
+    fs::create_symlink("nowhere", base / "d/dangling");
+    fs::create_symlink("/dev/null", base / "d/null");
     ASSERT_EQ(::mkfifo((base / "d/fifo").c_str(), 0644), 0);
     const FileHandle fd(::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const struct { const char* dir; int code; } dirs[] = {
@@ -121,18 +133,26 @@ TEST(OpenBelow, NeverTakesADirectoryThroughALink)
         }
     }
     const BelowOpener below(FileHandle(::dup(fd.get())));
-    const struct { const char* name; std::string got; } names[] = {
-        {"d/e/f.txt", "f"}, {"//d/e/flink", "f"}, {"d/e2/f.txt", "A directory on its path is a symbolic link now: not followed"},
-        {"link/e/f.txt", "A directory on its path is a symbolic link now: not followed"},
-        {"d/fifo", "Not a regular file"}, {"d/none", "No such file or directory"},
+    const std::string f("3 a\0b", 5), notregular = std::to_string(EINVAL) + " Not a regular file",
+                      missing = std::to_string(ENOENT) + " No such file or directory",
+                      linked = std::to_string(ELOOP) + " A directory on its path is a symbolic link now: not followed";
+    // below: opened below the base; path: opened by its whole path.
+    const struct { const char* name; std::string below, path; } names[] = {
+        {"d/e/f.txt", f, f}, {"//d/e/flink", f, f}, {"d/e2/f.txt", linked, f}, {"link/e/f.txt", linked, "6 vict"},
+        {"d/fifo", notregular, notregular}, {"d/null", notregular, notregular}, {"d", notregular, notregular},
+        {"d/none", missing, missing}, {"d/dangling", missing, missing},
+        {"d/secret", std::to_string(EACCES) + " Permission denied", std::to_string(EACCES) + " Permission denied"},
     };
+    // As an ordinary user, for the file it may not read; with an alarm, so
+    // that a FIFO opened for a blocking read kills the child, not the suite.
     for (const auto& row : names) {
-        SCOPED_TRACE(row.name);
-        OpenedFile file;
-        const Error error = below.open(row.name, "shown", file);
-        std::string got(16, '\0');
-        got.resize(error ? 0 : static_cast<std::size_t>(std::max<ssize_t>(0, ::read(file.fd.get(), got.data(), got.size()))));
-        EXPECT_EQ(error ? error.text : got, row.got);
+        EXPECT_EQ(test::rununprivileged([&] {
+                      ::alarm(20);
+                      OpenedFile file, byPath;
+                      const Error e = below.open(row.name, "shown", file);
+                      return outcome(e, file) + " | " + outcome(openbinary(base.string() + "/" + row.name, byPath), byPath);
+                  }),
+                  row.below + " | " + row.path) << row.name;
     }
 }
 
@@ -254,43 +274,6 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
     host.walk(tmp.path(), "*.x", true);
     EXPECT_EQ(host.lines.size(), 7u);
     EXPECT_FALSE(host.stopAsked);
-}
-
-// "<size> <first bytes read>" or "<errno> <text>".
-std::string outcome(const fs::path& p)
-{
-    OpenedFile f;
-    const Error e = openbinary(p, f);
-    char buffer[4] = {};
-    const ssize_t n = e ? 0 : ::read(f.fd.get(), buffer, sizeof buffer);
-    return e ? std::to_string(e.code) + " " + e.text : std::to_string(f.size()) + " " + std::string(buffer, n > 0 ? n : 0);
-}
-
-TEST(OpenBinary, OpensRegularFilesOnly)
-{
-    test::TempDir tmp;
-    tmp.write("plain.bin", std::string("a\0b", 3));
-    tmp.write("dir/x", "x");
-    fs::path secret = tmp.write("secret", "s");
-    ASSERT_EQ(::chmod(secret.c_str(), 0200), 0);
-    fs::create_symlink("plain.bin", tmp.path() / "link");
-    fs::create_symlink("nowhere", tmp.path() / "dangling");
-    ASSERT_EQ(::mkfifo((tmp.path() / "fifo").c_str(), 0644), 0);
-    const std::string notregular = std::to_string(EINVAL) + " Not a regular file";
-    const std::pair<std::string, std::string> rows[] = {
-        {"plain.bin", std::string("3 a\0b", 5)},
-        {"link", std::string("3 a\0b", 5)},
-        {"dangling", std::to_string(ENOENT) + " No such file or directory"},
-        {"dir", notregular},
-        {"fifo", notregular},
-        {"secret", std::to_string(EACCES) + " Permission denied"},
-    };
-    // As an ordinary user, for the file it may not read; with an alarm, so
-    // that a FIFO opened for a blocking read kills the child, not the suite.
-    for (const auto& [name, expected] : rows) {
-        EXPECT_EQ(test::rununprivileged([&, name = name] { ::alarm(20); return outcome(tmp.path() / name); }), expected) << name;
-    }
-    EXPECT_EQ(outcome("/dev/null"), notregular);
 }
 
 }  // namespace
