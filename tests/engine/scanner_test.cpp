@@ -92,17 +92,22 @@ struct Sink : ByteSink {
     }
 };
 
+// The scan of `content`, held in `fd` or else in memory; a replace writes
+// to `outFd` when given.
 RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int64_t window,
-                       const std::filesystem::path& logFile)
+                       const std::filesystem::path& logFile, FileHandle fd = {}, int outFd = -1)
 {
     std::filesystem::remove(logFile);
     // In memory, read with pread like any other file.
-    const int fd = ::memfd_create("scan", MFD_CLOEXEC);
-    if (::write(fd, content.data(), content.size()) != static_cast<ssize_t>(content.size()))
-        ADD_FAILURE() << "memfd write";
+    if (!fd.valid()) {
+        fd = FileHandle(::memfd_create("scan", MFD_CLOEXEC));
+        if (::write(fd.get(), content.data(), content.size()) != static_cast<ssize_t>(content.size()))
+            ADD_FAILURE() << "memfd write";
+    }
     test::RecordingHost host;
     host.answers = scan.answers;
     Sink sink;
+    sink.fd = outFd;
     OutputBuffer out(&sink);
     // A replace that keeps the length goes as in a big file: edits in
     // place, each with the bytes it replaces, which must be the file's.
@@ -121,7 +126,7 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     RefResult result;
     {
         // The file stays open while its scanner (and what reads ahead for it) lives.
-        Scanner scanner(fd, static_cast<std::int64_t>(content.size()), scan.sFind, scan.bMatchCase, nOut, host, window);
+        Scanner scanner(fd.get(), static_cast<std::int64_t>(content.size()), scan.sFind, scan.bMatchCase, nOut, host, window);
         RunLog log(logFile);
         ScanFile f {.scanner = scanner, .sFile = scan.sFile, .sFind = scan.sFind, .sReplace = scan.sReplace,
                     .bAsk = scan.bAsk, .nLogMode = scan.nLogMode, .log = &log, .nOut = nOut,
@@ -131,7 +136,6 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
         result.bCancel = scanner.stopped();
     }
     out.flush();
-    ::close(fd);
     result.events = host.transcript;
     result.log = std::filesystem::exists(logFile) ? test::readfile(logFile) : "";
     result.output = inplace ? (result.nHits > 0 ? patch.bytes : "") : sink.bytes;
@@ -326,29 +330,6 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     }
 }
 
-// A scan of `file` for "needle" through windows of `window` bytes; a
-// replace writes to `out`.
-void scanfile(const std::filesystem::path& file, std::int64_t window, const std::filesystem::path& out = {})
-{
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    const int outFd = out.empty() ? -1 : ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    Sink sink;
-    sink.fd = outFd;
-    OutputBuffer buffer(&sink);
-    test::RecordingHost host;
-    {
-        Scanner scanner(fd, static_cast<std::int64_t>(std::filesystem::file_size(file)), "needle", true,
-                        out.empty() ? nullptr : &buffer, host, window);
-        ScanFile f {.scanner = scanner, .sFile = file, .sFind = "needle", .sReplace = "pin",
-                    .nOut = out.empty() ? nullptr : &buffer};
-        EXPECT_EQ(scanloop(f, "f"), 3);
-    }
-    buffer.flush();
-    ::close(fd);
-    if (outFd >= 0)
-        ::close(outFd);
-}
-
 // Every buffer of a transfer of a page or more that the engine makes starts
 // on a page boundary: a 512 KiB read into a block 16 bytes past one costs
 // the kernel's copy several times as much.
@@ -362,14 +343,17 @@ TEST(KernelCopies, StartOnAPageBoundary)
     const auto file = dir.write("f.bin", content);
     const auto work = dir.path() / "work";
     std::filesystem::create_directories(work);
-    const struct {
-        const char* what;
-        std::function<void()> run;
-    } rows[] = {
-        {"a scan's own window", [&] { scanfile(file, Scanner::kDefaultWindow); }},
-        {"the reader threads of a find", [&] { scanfile(file, 4096); }},
-        {"the windows and output of a replace, and what it reads again behind them",
-         [&] { scanfile(file, 4096, dir.path() / "out.bin"); }},
+    // A scan of the file for "needle" through windows of `window` bytes; a replace writes to out.bin.
+    const auto scanfile = [&](std::int64_t window, bool replace) {
+        const FileHandle out(replace ? ::open((work / "out.bin").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600) : -1);
+        const RefScan scan {.sFile = file.string(), .sName = "f", .sFind = "needle", .sReplace = "pin", .bReplace = replace};
+        EXPECT_EQ(fastscanfile(content, scan, window, work / "run.log", FileHandle(::open(file.c_str(), O_RDONLY | O_CLOEXEC)),
+                               out.get()).nHits, 3);
+    };
+    const struct { const char* what; std::function<void()> run; } rows[] = {
+        {"a scan's own window", [&] { scanfile(Scanner::kDefaultWindow, false); }},
+        {"the reader threads of a find", [&] { scanfile(4096, false); }},
+        {"the windows and output of a replace, and what it reads again behind them", [&] { scanfile(4096, true); }},
         {"a dump",
          [&] {
              DumpSink quiet;
