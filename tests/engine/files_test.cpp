@@ -161,11 +161,11 @@ TEST(OpenBelow, RegularFilesOnlyAndNeverADirectoryThroughALink)
 // window's host does.
 class RecordingHost : public WalkSink {
 public:
-    int cancelAt = 0;
-    int yields = 0;
+    int cancelAt = 0, yields = 0;
     bool stopAsked = false;
     std::vector<FileEntry> lines;
     std::string controls;  // one letter a level's start or end: "F" off, "T" on
+    std::string told;      // "name:errno;" of each place that could not be read
 
     void level(bool begins) override
     {
@@ -178,6 +178,10 @@ public:
         return !stopAsked;
     }
     void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
+    void unreadable(const std::string& path, int code) override
+    {
+        told += fs::path(path).filename().string() + ":" + std::to_string(code) + ";";
+    }
 
     std::string walk(const fs::path& dir, const std::string& name, bool subs)
     {
@@ -224,13 +228,7 @@ TEST(Walk, PassesOverAnUnreadableDirectoryAndGoesOn)
             tmp.write(name, "a");
         ASSERT_EQ(::chmod((tmp.path() / "d3").c_str(), mode), 0);
         EXPECT_EQ(test::rununprivileged([&] {
-                      struct Told : RecordingHost {
-                          std::string told;
-                          void unreadable(const std::string& path, int code) override
-                          {
-                              told += fs::path(path).filename().string() + ":" + std::to_string(code) + ";";
-                          }
-                      } host;
+                      RecordingHost host;
                       const std::string listed = host.walk(tmp.path(), "*.txt", true);
                       return listed + host.told + std::to_string(host.controls.size());
                   }),

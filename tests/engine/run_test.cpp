@@ -42,12 +42,8 @@ struct RunCase {
     std::map<std::string, std::string> files {};    // name below the base dir -> content
     std::vector<std::string> names {};              // the list, in its order: real names
     std::map<std::string, std::string> links {};    // symbolic link -> its target, below the base dir
-    std::vector<bool> selected {};
-    std::string sFind {};
-    std::string sReplace {};
-    bool bReplace = false;
-    bool bMatchCase = false;
-    bool bAsk = false;
+    std::string sFind {}, sReplace {};
+    bool bReplace = false, bMatchCase = false, bAsk = false;
     int nLogMode = 0;
     std::vector<Answer> answers {};
     OnEvent onEvent {};
@@ -74,7 +70,7 @@ void checkcase(const RunCase& c)
     RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
                   .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
                   .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .files = entries,
-                  .selected = c.selected};
+                  .selected = {}};
     test::RecordingHost host;
     host.answers = c.answers;
     host.show = [&](const std::string& line) { return shown(line, dir); };
