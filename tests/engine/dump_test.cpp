@@ -111,10 +111,7 @@ TEST_F(DumpTest, StreamsAcrossBlocksAsTheModelDoes)
             EXPECT_TRUE(dump(dir, size, cols, bytes).sheet == modelsheet(size, cols, bytes));
         }
     }
-}
-
-TEST_F(DumpTest, CancelEndsAtARowWithTheSheetCutShort)
-{
+    // Cancel ends at a row, the sheet cut short there.
     const std::string bytes(std::size_t{4} << 20, '\x01');
     const Dumped d = dump(dir, 4, 1, bytes, 1, 2);
     EXPECT_TRUE(d.result.cancelled);

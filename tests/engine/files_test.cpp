@@ -195,47 +195,40 @@ public:
     }
 };
 
-TEST(Walk, ListsWhatTheMaskSelectsAndNoOtherKindOfEntry)
+// Dot files count, dot directories and links to directories are not
+// entered, and only regular files, directly or through a link, are listed.
+// A directory that can't be read, or read but not searched, is told to the
+// host, and the walk goes on with every other one (its neighbours on either
+// side in readdir's order included).
+TEST(Walk, ListsWhatTheMaskSelectsAndPassesOverWhatCannotBeRead)
 {
     test::TempDir tmp;
-    for (const char* name : {"a.txt", "b.bin", ".dot.txt", "sub/c.txt", "sub/Deep/D.txt", ".hidden/e.txt", "matchdir.txt/g.txt"})
-        tmp.write(name, "12");
     const fs::path root = tmp.path();
+    for (const char* name : {"a.txt", "b.bin", ".dot.txt", "sub/c.txt", "sub/Deep/D.txt", ".hidden/e.txt", "matchdir.txt/g.txt",
+                             "d1/a.txt", "d2/a.txt", "d3/a.txt", "d4/a.txt", "d5/a.txt", "d3/inner/c.txt"})
+        tmp.write(name, "12");
     for (const auto& [link, target] : {std::pair{"link-to-a.txt", "a.txt"}, {"dangling.txt", "missing"},
                                        {"selfloop.txt", "selfloop.txt"}, {"null.txt", "/dev/null"}})
         fs::create_symlink(target, root / link);
     fs::create_directory_symlink("sub", root / "linkdir");
     fs::create_directory_symlink(".", root / "loop");
     ASSERT_EQ(::mkfifo((root / "fifo.txt").c_str(), 0644), 0);
-    // Dot files count, dot directories and links to directories are not
-    // entered, and only regular files, directly or through a link, are listed.
-    RecordingHost flat, deep;
-    EXPECT_EQ(flat.walk(root, "*.txt", false), ".dot.txt\t00000002;a.txt\t00000002;link-to-a.txt\t00000002;");
-    EXPECT_EQ(deep.walk(root, "*.txt", true),
-              ".dot.txt\t00000002;a.txt\t00000002;link-to-a.txt\t00000002;matchdir.txt/g.txt\t00000002;"
-              "sub/Deep/D.txt\t00000002;sub/c.txt\t00000002;");
-}
-
-// A directory that can't be read, or read but not searched, is told to the
-// host, and the walk goes on with every other one (its neighbours on either
-// side in readdir's order included).
-TEST(Walk, PassesOverAnUnreadableDirectoryAndGoesOn)
-{
-    for (const mode_t mode : {0000, 0644, 0311}) {
-        SCOPED_TRACE("mode " + std::to_string(mode));
-        test::TempDir tmp;
-        for (const char* name : {"d1/a.txt", "d2/a.txt", "d3/a.txt", "d4/a.txt", "d5/a.txt", "d3/inner/c.txt", "z.txt"})
-            tmp.write(name, "a");
-        ASSERT_EQ(::chmod((tmp.path() / "d3").c_str(), mode), 0);
+    const std::string top = ".dot.txt\t00000002;a.txt\t00000002;";
+    for (const mode_t mode : {0755, 0000, 0644, 0311}) {
+        SCOPED_TRACE("d3 of mode " + std::to_string(mode));
+        ASSERT_EQ(::chmod((root / "d3").c_str(), mode), 0);
+        const bool readable = mode == 0755;
         EXPECT_EQ(test::rununprivileged([&] {
-                      RecordingHost host;
-                      const std::string listed = host.walk(tmp.path(), "*.txt", true);
-                      return listed + host.told + std::to_string(host.controls.size());
+                      RecordingHost flat, deep;
+                      const std::string listed = flat.walk(root, "*.txt", false) + " | " + deep.walk(root, "*.txt", true);
+                      return listed + deep.told + std::to_string(deep.controls.size());
                   }),
-                  "d1/a.txt\t00000001;d2/a.txt\t00000001;d4/a.txt\t00000001;d5/a.txt\t00000001;z.txt\t00000001;"
-                  "d3:13;12");
-        ::chmod((tmp.path() / "d3").c_str(), 0755);
+                  top + "link-to-a.txt\t00000002; | " + top + "d1/a.txt\t00000002;d2/a.txt\t00000002;"
+                      + (readable ? "d3/a.txt\t00000002;d3/inner/c.txt\t00000002;" : "")
+                      + "d4/a.txt\t00000002;d5/a.txt\t00000002;link-to-a.txt\t00000002;matchdir.txt/g.txt\t00000002;"
+                        "sub/Deep/D.txt\t00000002;sub/c.txt\t00000002;" + (readable ? "20" : "d3:13;18"));
     }
+    ::chmod((root / "d3").c_str(), 0755);
 }
 
 // Cancel ends the listing of the directory in hand; a call further up goes
