@@ -269,57 +269,44 @@ TEST(ReadAhead, TellsTheHostWhatTheSerialRunTells)
     }
 }
 
-// The run log as a file. The lines themselves are checked against the model
-// of the scan (found, replaced) and by a logged run (the heads).
-
-
-TEST(RunLogFile, AppendsAndMakesAnewPrivately)
+// The run log as a file; its lines are checked against the model of the
+// scan (found, replaced) and by a logged run (the heads). It is appended to,
+// and made anew and private when it went between two lines of a run; one
+// that can't be had or written fails with its reason, and what is at the
+// name (a link's target, another user's file) is left as it was.
+TEST(RunLogFile, AppendsMakesAnewPrivatelyOrFailsWithItsReason)
 {
     test::TempDir dir;
-    const auto path = dir.path() / "run.log";
     dir.write("run.log", "old\r\n");
-    RunLog log(path);
-    log.writelog("find   ", "", -1, "A");
-    EXPECT_EQ(test::readfile(path), "old\r\nfind      A  \r\n");
-
-    std::filesystem::remove(path);   // deleted between two lines of a run; a position past seven digits
-    log.writelog("found   ", "/f", 10000000, "a");
-    EXPECT_EQ(test::readfile(path), "found    /f 10000000:   a  \r\n");
-    struct stat st {};
-    ASSERT_EQ(::stat(path.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
-    EXPECT_FALSE(log.failure());
-}
-
-// A log that can't be had or written fails with its reason, and what is at
-// the name (a link's target, another user's file) is left as it was.
-TEST(RunLogFile, RefusesWhatIsNotTheUsersOwnAndKeepsTheFailure)
-{
-    test::TempDir dir;
-    const auto victim = dir.write("victim", "precious");
-    std::filesystem::create_symlink(victim, dir.path() / "link.log");
+    dir.write("gone.log", "old\r\n");
+    std::filesystem::create_symlink(dir.write("victim", "precious"), dir.path() / "link.log");
     ::chown(dir.write("theirs.log", "theirs").c_str(), test::unprivilegeduid(), test::unprivilegedgid());
     ::chmod((dir.path() / "theirs.log").c_str(), 0666);
     ASSERT_EQ(::mkfifo((dir.path() / "fifo.log").c_str(), 0600), 0);
-    const struct { const char* name; int code; std::int64_t sizeLimit = 0; } rows[] = {
-        {"link.log", ELOOP}, {"theirs.log", EPERM}, {"fifo.log", EINVAL}, {"missing/run.log", ENOENT},
-        {"limited.log", EFBIG, 10},
+    const std::string found = "found    /f 10000000:   a  \r\n";   // a position past seven digits
+    // then: what is at the name afterwards ("" for no regular file).
+    const struct { const char* name; int code; std::int64_t sizeLimit; std::string then; } rows[] = {
+        {"run.log", 0, 0, "old\r\nfind      A  \r\n" + found}, {"gone.log", 0, 0, found},
+        {"link.log", ELOOP, 0, "precious"}, {"theirs.log", EPERM, 0, "theirs"}, {"fifo.log", EINVAL, 0, ""},
+        {"missing/run.log", ENOENT, 0, ""}, {"limited.log", EFBIG, 10, "find      "},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
+        const auto path = dir.path() / row.name;
         EXPECT_EQ(test::runinchild([&] {
                       if (row.sizeLimit)
                           test::limitfilesize(row.sizeLimit);
-                      RunLog log(dir.path() / row.name);
+                      RunLog log(path);
                       log.writelog("find   ", "", -1, "A");
-                      log.writelog("find   ", "", -1, "B");
+                      if (path.filename() == "gone.log")
+                          std::filesystem::remove(path);
+                      log.writelog("found   ", "/f", 10000000, "a");
                       return std::to_string(log.failure().code);
                   }),
                   std::to_string(row.code));
+        EXPECT_EQ(std::filesystem::is_regular_file(path) ? test::readfile(path) : "", row.then);
     }
-    EXPECT_EQ(test::readfile(victim), "precious");
-    EXPECT_EQ(test::readfile(dir.path() / "theirs.log"), "theirs");
-    EXPECT_EQ(test::readfile(dir.path() / "limited.log"), "find      ");
+    EXPECT_EQ(std::filesystem::status(dir.path() / "gone.log").permissions(), std::filesystem::perms(0600));
     RunLog lost(dir.path() / "link.log");
     lost.writelog("find   ", "", -1, "A");
     EXPECT_EQ(lost.failuremessage(), "Error writing log " + (dir.path() / "link.log").string() +

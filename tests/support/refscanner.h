@@ -37,8 +37,8 @@ struct RefResult {
 RefResult refscanfile(const std::string& content, const RefScan& scan);
 
 // The event lines of the model, for a host that records the fast scanner.
-std::string hitevent(const std::string& sName, std::int64_t lPos);
-std::string statusevent(const std::string& caption);
-std::string questionevent(const std::string& title, const std::string& text);
+inline std::string hitevent(const std::string& sName, std::int64_t lPos) { return "hit " + sName + " " + std::to_string(lPos) + "\n"; }
+inline std::string statusevent(const std::string& caption) { return "status " + caption + "\n"; }
+inline std::string questionevent(const std::string& title, const std::string& text) { return "question " + title + "|" + text + "\n"; }
 
 }  // namespace brindlex::test
