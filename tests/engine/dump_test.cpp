@@ -120,7 +120,7 @@ TEST_F(DumpTest, StreamsAcrossBlocksAsTheModelDoes)
     EXPECT_EQ(d.messages, std::vector<std::string>{created()});
 }
 
-TEST_F(DumpTest, FailuresAreToldAndMakeNoSheet)
+TEST_F(DumpTest, FailuresAreToldAndTheSheetIsNeverFollowedThroughALink)
 {
     RecordingHost host;
     std::int64_t lPos = 1;
@@ -144,10 +144,8 @@ TEST_F(DumpTest, FailuresAreToldAndMakeNoSheet)
     RecordingHost fullhost;
     EXPECT_TRUE(dumpints(2, 1, dir.write("in.bin", "\x01\x00"s), full, "S", lPos, fullhost).failed);
     EXPECT_EQ(fullhost.messages, (std::vector<std::string>{std::to_string(ENOSPC), "File S was created."}));
-}
 
-TEST_F(DumpTest, SheetIsMadePrivateEmptiedWhenThereAndNeverFollowedThroughALink)
-{
+    // The sheet is emptied when there, made private, and never followed through a link.
     const auto sheet = dir.path() / "001.xls";
     dir.write("001.xls", "an older sheet, longer than the new one");
     EXPECT_EQ(dump(dir, 2, 1, "\x05\x00"s).sheet, " 1 \t5\r\n");

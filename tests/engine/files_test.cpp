@@ -27,15 +27,12 @@ namespace fs = std::filesystem;
 TEST(Files, SplitsAMaskIntoDirectoryAndName)
 {
     // Blanks go from the name part, and only from the ends of the path.
-    const struct { std::string path, file, dir; } rows[] = {
-        {"/data/*.txt", "*.txt", "/data"}, {"/*.*", "*.*", ""}, {"  /my dir/ a b ", "ab", "/my dir"},
+    const struct { std::string path, file, dir, base; } rows[] = {
+        {"/data/*.txt", "*.txt", "/data", "/data/"}, {"/*.*", "*.*", "", "/"}, {"  /my dir/ a b ", "ab", "/my dir", "/my dir/"},
+        {"/a b/c/x?.bin", "x?.bin", "/a b/c", "/a b/c/"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(filepart(row.path), row.file) << row.path;
-        EXPECT_EQ(dirpart(row.path), row.dir) << row.path;
-    }
-    EXPECT_EQ(basedirfor("/*.*"), "/");
-    EXPECT_EQ(basedirfor("/a b/c/x?.bin"), "/a b/c/");
+    for (const auto& row : rows)
+        EXPECT_EQ(filepart(row.path) + "|" + dirpart(row.path) + "|" + basedirfor(row.path), row.file + "|" + row.dir + "|" + row.base);
 }
 
 TEST(Files, ExpandsWhatTheDirButtonIsGiven)

@@ -41,7 +41,8 @@ TEST(Decode, PercentAndAngleNotationsAndTheChoiceBetweenThem)
     }
 }
 
-TEST(HexValue, ReadsUpToEightUpperCaseDigits)
+// Up to eight upper-case hex digits; two bytes little-endian, padded with blanks.
+TEST(Numbers, HexDigitsAndTwoBytes)
 {
     const std::pair<std::string, double> rows[] = {
         {"", 0}, {"9", 9}, {"FF", 255}, {"0D", 13}, {"a", -1}, {"G", -1}, {"1G", -1}, {" 1", -1},
@@ -49,6 +50,11 @@ TEST(HexValue, ReadsUpToEightUpperCaseDigits)
     };
     for (const auto& [digits, value] : rows)
         EXPECT_EQ(hexvalue(digits), value) << digits;
+    const std::pair<std::string, int> twobytes[] = {
+        {"\x01\x02", 0x0201}, {"\xFF\x7F", 32767}, {"\0\x80"s, -32768}, {"A", 0x2041}, {"", 0x2020}, {"ABC", 0x4241},
+    };
+    for (const auto& [text, value] : twobytes)
+        EXPECT_EQ(bytestoint(text), value) << testing::PrintToString(text);
 }
 
 TEST(UpperCase, FoldsAsciiAndLatin1LettersOnlyAndNoByteTwice)
@@ -108,15 +114,6 @@ TEST(DecodePage, RowsAfterTheirColumn)
     };
     for (const auto& [page, expected] : rows)
         EXPECT_EQ(decodepage(page), expected) << testing::PrintToString(page);
-}
-
-TEST(BytesToInt, ReadsLittleEndianPaddedWithBlanks)
-{
-    const std::pair<std::string, int> rows[] = {
-        {"\x01\x02", 0x0201}, {"\xFF\x7F", 32767}, {"\0\x80"s, -32768}, {"A", 0x2041}, {"", 0x2020}, {"ABC", 0x4241},
-    };
-    for (const auto& [text, value] : rows)
-        EXPECT_EQ(bytestoint(text), value) << testing::PrintToString(text);
 }
 
 TEST(NextToken, TakesTheSourceApart)

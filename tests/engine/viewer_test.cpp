@@ -39,7 +39,7 @@ namespace fs = std::filesystem;
 
 const std::string kSeven = "\x48\x69\x0D\x0A\x00\xFF\x5A"s;
 
-TEST(ViewerPage, RendersEachModeAndFormat)
+TEST(ViewerPage, RendersEachModeAndFormatAndSizesThePage)
 {
     const struct { std::string block; std::int64_t lPos; int nWidth, nMode, nFormat; std::string text; } rows[] = {
         {kSeven, 1, 4, 0, 0, "000001: <48> <69> <0D> <0A> \r\n000005: <00> <FF> <5A> "},
@@ -57,6 +57,13 @@ TEST(ViewerPage, RendersEachModeAndFormat)
         SCOPED_TRACE(testing::PrintToString(row.block) + " at " + std::to_string(row.lPos));
         EXPECT_EQ(formatpage(row.block, row.lPos, row.nWidth, row.nMode, row.nFormat), row.text);
     }
+    // At the window's design height: a quarter page of whole rows, none when
+    // a row is wider (the default block then), two twips a byte of text.
+    for (const auto& [width, mode, block] :
+         {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
+        EXPECT_EQ(pageblock(1845, width, mode), block) << width << " mode " << mode;
+    EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
+    EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
 }
 
 TEST(ViewerPage, ReadsOneBlockWhereverItStands)
@@ -170,17 +177,6 @@ TEST(ViewerPage, StreamsAPageOfAnySizeInLittleMemory)
     EXPECT_EQ(readpage(big, 1, 600000000, 16, 0, 0).error.code, EFBIG);   // read whole: refused before reading
 }
 
-TEST(ViewerPage, SizesAndRangesThePage)
-{
-    // At the window's design height: a quarter page of whole rows, none when
-    // a row is wider (the default block then), two twips a byte of text.
-    for (const auto& [width, mode, block] :
-         {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
-        EXPECT_EQ(pageblock(1845, width, mode), block) << width << " mode " << mode;
-    EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
-    EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
-}
-
 // Metafile record rows: the worked example and the rules of the lock-on.
 TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
 {
@@ -213,11 +209,7 @@ TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
 
 // The record walk of a real metafile, from its header, as the reference the
 // record view must agree with wherever a page starts on a record.
-struct Record {
-    std::int64_t pos;   // 1-based
-    std::uint32_t words;
-    std::uint16_t function;
-};
+struct Record { std::int64_t pos; std::uint32_t words; std::uint16_t function; };   // pos 1-based
 
 std::vector<Record> walkmetafile(const std::string& bytes)
 {
