@@ -24,7 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(Files, SplitsAMaskIntoDirectoryAndName)
+TEST(Files, SplitsAMaskAndExpandsWhatTheDirButtonIsGiven)
 {
     // Blanks go from the name part, and only from the ends of the path.
     const struct { std::string path, file, dir, base; } rows[] = {
@@ -33,17 +33,13 @@ TEST(Files, SplitsAMaskIntoDirectoryAndName)
     };
     for (const auto& row : rows)
         EXPECT_EQ(filepart(row.path) + "|" + dirpart(row.path) + "|" + basedirfor(row.path), row.file + "|" + row.dir + "|" + row.base);
-}
-
-TEST(Files, ExpandsWhatTheDirButtonIsGiven)
-{
     test::TempDir tmp;
     tmp.write("Sub Dir/a.txt", "x");
     const std::string root = tmp.path().string();
-    const std::pair<std::string, std::string> rows[] = {
+    const std::pair<std::string, std::string> typed[] = {
         {"", "/*.*"}, {"*.txt", "/*.txt"}, {"Sub Dir", "/Sub Dir/*.*"}, {"@/Sub Dir/", "/Sub Dir/*.*"}, {"@/missing", "/missing"},
     };
-    for (const auto& [text, expected] : rows) {
+    for (const auto& [text, expected] : typed) {
         const std::string typed = text.starts_with("@") ? root + text.substr(1) : text;
         EXPECT_EQ(expandmask(typed, tmp.path()), root + expected) << text;
     }

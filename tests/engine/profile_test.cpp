@@ -30,7 +30,7 @@ using namespace std::string_literals;
 const std::string kThree = "[Replacements]\r\nb=1\r\nApple=2\r\nc=3\r\n";
 const std::string kOld = "[Replacements]\r\nApple-To-PC=%0D==>%0D%0A\r\n";
 
-TEST(Profile, RequestsReadListAndWriteAsThePlatformDoes)
+TEST(Profile, RequestsReadListAndWriteAsThePlatformDoesWithinItsBuffers)
 {
     // before: nullopt for no file; after: nullopt when unchanged, or still no file.
     const struct { const char* what; std::optional<std::string> before; int nMode; std::string request, result;
@@ -58,10 +58,6 @@ TEST(Profile, RequestsReadListAndWriteAsThePlatformDoes)
         EXPECT_EQ(fs::exists(ini), row.after || row.before);
         EXPECT_EQ(readfile(ini), row.after.value_or(row.before.value_or("")));
     }
-}
-
-TEST(Profile, ListingIsCutAt998BytesAndValuesAt999)
-{
     // 99 names of 9 bytes and their NULs fill 990 bytes; 7 bytes and a NUL
     // fill the listing exactly, and an eighth byte takes the NUL's place.
     std::string file = "[R]\r\n", names;
@@ -205,7 +201,7 @@ TEST(RepWorkedExample, FileGrowsLineByLine)
 }
 
 // The default file shows no "All of the Above" items, and only it takes a run's pair as Previous.
-TEST(RepMenu, ItemsAndSavedRunForTheDefaultFileAndForAnOpenedFile)
+TEST(RepMenu, ItemsSavedRunAndCountForTheDefaultFileAndForAnOpenedFile)
 {
     const std::string sets = "[Replacements]\nb=1==>2\nA=x==>y\nc=\n", all = "Replace &All of the Above=DoAllReps;"
                                                                           "Find &All of the Above=DoAllFinds;";
@@ -228,11 +224,7 @@ TEST(RepMenu, ItemsAndSavedRunForTheDefaultFileAndForAnOpenedFile)
         EXPECT_EQ(saverep("", "", "", ini, nRepCount, ask), row.tag);
         EXPECT_EQ(readfile(ini), row.after);
     }
-}
-
-TEST(RepMenu, CountRaisedByUserKeysOnly)
-{
-    // Beyond an Integer counts nothing, and the count is never lowered.
+    // Only User-n keys raise the count; beyond an Integer counts nothing, and the count is never lowered.
     for (const auto& [keys, start, expected] : {std::tuple<std::string, int, int>{"User-3=a\nuser-7=b\nUSER-9abc=c\n", 0, 9},
                                                 {"User-=a\nUser-x=b\nuser0=c\nUser--3=d\nUser4=e\nUsers-5=f\nUser-99999=g\n", 0, 0},
                                                 {"User-2=a\n", 5, 5}}) {

@@ -268,7 +268,7 @@ TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
     }
 }
 
-TEST(ViewerPosition, EvaluatesGotoAnswers)
+TEST(ViewerPosition, EvaluatesGotoAnswersFindsTheByteUnderTheCaretAndPlacesAHit)
 {
     const struct { std::string s; std::int64_t value; } rows[] = {
         {"", 0},        {"abc", 0},        {"0", 0},          {" 1 2 3x", 123},   {"&H1A&", 26},
@@ -284,19 +284,16 @@ TEST(ViewerPosition, EvaluatesGotoAnswers)
     // An empty left side stands for a negative base as a number, not as text.
     EXPECT_EQ(parseposition("+10", -5, 160), 5);
     EXPECT_EQ(inputnumber("2.5") + inputnumber("-1") + inputnumber("-x"), 1.5);
-}
-
-TEST(ViewerPosition, FindsTheByteUnderTheCaretAndPlacesAHit)
-{
+    // The byte under the caret, and its label.
     const std::string page = formatpage(kSeven, 1, 4, 0, 0);
     EXPECT_EQ(lastinstr("abcabc", "bc"), 5);
     EXPECT_EQ(lastinstr("abc", "x") + lastinstr("abc", ""), 0);
-    const struct { std::string text; std::int64_t caret; int nFormat; std::int64_t position; } rows[] = {
+    const struct { std::string text; std::int64_t caret; int nFormat; std::int64_t position; } carets[] = {
         {page, 44, 0, 6}, {"", 0, 0, 0},                      // the second cell of the second row
         {page, 8, 0, 1},   {page, 27, 0, 4},   {page, 2, 0, 0},   // a column gives its row or less
         {formatpage(kSeven, 0x1000, 4, 0, 1), 44, 1, 0x1005}, {formatpage(kSeven, 0x1000, 4, 0, 2), 47, 2, 0x1005},
     };
-    for (const auto& row : rows)
+    for (const auto& row : carets)
         EXPECT_EQ(clickposition(row.text, row.caret, row.nFormat), row.position) << row.text << " @" << row.caret;
     EXPECT_EQ(clicklabel(0x1005, 1) + " " + clicklabel(0x1005, 2) + " " + clicklabel(4101, 0) + " " + clicklabel(7, 3),
               "0x1005 0x1005 4101 7");
@@ -374,7 +371,7 @@ std::string readlong(const fs::path& p)
     return openbinary(p, file) || !readblock(file.fd.get(), 0, file.size(), bytes) ? "unreadable" : bytes;
 }
 
-TEST(ViewerSave, SplicesTheEditedPageIntoTheFile)
+TEST(ViewerSave, SplicesTheEditedPageAndGivesBackAnUneditedOne)
 {
     // from is replaced by to in the page text; after: the file afterwards.
     const struct { const char* what; int nMode; std::int64_t lPos, nBlock; std::string from, to, after; } rows[] = {
@@ -399,12 +396,8 @@ TEST(ViewerSave, SplicesTheEditedPageIntoTheFile)
             EXPECT_EQ(readlong(v.file), row.after);
         }
     }
-}
-
-// An unedited byte page gives back exactly the bytes it shows, or every
-// save would change what the user never touched.
-TEST(ViewerSave, AnUneditedBytePageReadsBackAsItsBytes)
-{
+    // An unedited byte page gives back exactly the bytes it shows, or every
+    // save would change what the user never touched.
     std::mt19937 rng(5);
     for (int round = 0; round < 300; ++round) {
         std::string block(rng() % 300, '\0');
