@@ -152,8 +152,6 @@ TEST(Profile, FailedWriteLeavesTheOldFile)
 // The replacements menu and saving a set: the items built from a file, the
 // numbering of new sets, the list run, the save rules.
 
-
-
 const std::string kDefault = "Apple-To-PC=%0D==>%0D%0A";
 
 std::string captions(const std::vector<RepItem>& items)

@@ -197,7 +197,6 @@ TEST(Run, OneCasePerBehaviour)
 // same order, the files must end the same, and a Cancel must stop both at
 // the same hit.
 
-
 // 200 files of up to 3000 bytes over a few letters, so that "ab" is found
 // by chance in every other one, one file of more hits than a worker keeps,
 // and names that can't be opened: one gone, one a directory.
