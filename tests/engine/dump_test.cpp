@@ -20,10 +20,8 @@ using namespace std::string_literals;
 
 // Records the messages; asks to stop from the carryon() number `cancelAt`
 // on (0: never).
-class RecordingHost final : public DumpSink {
-public:
-    int cancelAt = 0;
-    int yields = 0;
+struct RecordingHost final : DumpSink {
+    int cancelAt = 0, yields = 0;
     std::vector<std::string> messages;
     bool carryon() override { return cancelAt == 0 || ++yields < cancelAt; }
     void message(const std::string& text) override { messages.push_back(text); }
@@ -53,12 +51,7 @@ std::string modelsheet(int nSize, int nCols, const std::string& bytes)
     return out;
 }
 
-struct Dumped {
-    DumpResult result;
-    std::string sheet;
-    std::vector<std::string> messages;
-    std::int64_t lPos;
-};
+struct Dumped { DumpResult result; std::string sheet; std::vector<std::string> messages; std::int64_t lPos; };
 
 Dumped dump(const test::TempDir& dir, int nSize, int nCols, const std::string& bytes, std::int64_t lPos = 1,
             int cancelAt = 0)
@@ -100,14 +93,9 @@ TEST_F(DumpTest, RowsOfTwoAndFourByteValues)
         EXPECT_EQ(d.messages, std::vector<std::string>{created()});
         EXPECT_FALSE(d.result.failed);
     }
-}
-
-// Row numbers in the thousands are the model's, across the blocks below.
-TEST_F(DumpTest, StartsAtThePositionAndMovesItBehindTheLastValue)
-{
+    // From a position on, which then stands behind the last value.
     const Dumped from3 = dump(dir, 2, 1, "\x01\x00\x02\x00\x03\x00"s, 3);
-    EXPECT_EQ(from3.sheet, " 1 \t2\r\n 2 \t3\r\n");
-    EXPECT_EQ(from3.lPos, 7);
+    EXPECT_EQ(from3.sheet + std::to_string(from3.lPos), " 1 \t2\r\n 2 \t3\r\n7");
 }
 
 TEST_F(DumpTest, StreamsAcrossBlocksAsTheModelDoes)
@@ -123,10 +111,7 @@ TEST_F(DumpTest, StreamsAcrossBlocksAsTheModelDoes)
             EXPECT_TRUE(dump(dir, size, cols, bytes).sheet == modelsheet(size, cols, bytes));
         }
     }
-}
-
-TEST_F(DumpTest, CancelEndsAtARowWithTheSheetCutShort)
-{
+    // Cancel ends at a row, the sheet cut short there.
     const std::string bytes(std::size_t{4} << 20, '\x01');
     const Dumped d = dump(dir, 4, 1, bytes, 1, 2);
     EXPECT_TRUE(d.result.cancelled);
@@ -135,7 +120,7 @@ TEST_F(DumpTest, CancelEndsAtARowWithTheSheetCutShort)
     EXPECT_EQ(d.messages, std::vector<std::string>{created()});
 }
 
-TEST_F(DumpTest, FailuresAreToldAndMakeNoSheet)
+TEST_F(DumpTest, FailuresAreToldAndTheSheetIsNeverFollowedThroughALink)
 {
     RecordingHost host;
     std::int64_t lPos = 1;
@@ -147,10 +132,20 @@ TEST_F(DumpTest, FailuresAreToldAndMakeNoSheet)
     EXPECT_EQ(d.messages, std::vector<std::string>{"The number of columns must be 1 or more."});
     EXPECT_EQ(d.sheet, "<none>");
     EXPECT_TRUE(d.result.failed);
-}
 
-TEST_F(DumpTest, SheetIsMadePrivateEmptiedWhenThereAndNeverFollowedThroughALink)
-{
+    // A sheet on a full disk: the error number, then the sheet's name.
+    class FullDisk final : public SheetOutput {
+    public:
+        Error open() override { return fd_ = ::open("/dev/full", O_WRONLY | O_CLOEXEC), Error{}; }
+        int fd() const override { return fd_; }
+        Error close(bool) override { return ::close(fd_), Error{}; }
+        int fd_ = -1;
+    } full;
+    RecordingHost fullhost;
+    EXPECT_TRUE(dumpints(2, 1, dir.write("in.bin", "\x01\x00"s), full, "S", lPos, fullhost).failed);
+    EXPECT_EQ(fullhost.messages, (std::vector<std::string>{std::to_string(ENOSPC), "File S was created."}));
+
+    // The sheet is emptied when there, made private, and never followed through a link.
     const auto sheet = dir.path() / "001.xls";
     dir.write("001.xls", "an older sheet, longer than the new one");
     EXPECT_EQ(dump(dir, 2, 1, "\x05\x00"s).sheet, " 1 \t5\r\n");
@@ -165,23 +160,6 @@ TEST_F(DumpTest, SheetIsMadePrivateEmptiedWhenThereAndNeverFollowedThroughALink)
     EXPECT_TRUE(linked.result.failed);
     EXPECT_EQ(linked.messages.size(), 1u);
     EXPECT_EQ(test::readfile(victim), "keep");
-}
-
-TEST_F(DumpTest, FailedWriteShowsTheErrorNumberThenTheSheet)
-{
-    // A sheet on a full disk.
-    class FullDisk final : public SheetOutput {
-    public:
-        Error open() override { return fd_ = ::open("/dev/full", O_WRONLY | O_CLOEXEC), Error{}; }
-        int fd() const override { return fd_; }
-        Error close(bool) override { return ::close(fd_), Error{}; }
-        int fd_ = -1;
-    } full;
-    RecordingHost host;
-    std::int64_t lPos = 1;
-    const DumpResult result = dumpints(2, 1, dir.write("in.bin", "\x01\x00"s), full, "S", lPos, host);
-    EXPECT_TRUE(result.failed);
-    EXPECT_EQ(host.messages, (std::vector<std::string>{std::to_string(ENOSPC), "File S was created."}));
 }
 
 // The sheets' names are the editor window's dump test.

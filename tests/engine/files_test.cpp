@@ -1,8 +1,10 @@
+// Masks, List1 and List2 lines, the walk of a mask over a tree, and how a
+// listed name is opened again.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -10,36 +12,34 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "engine/core/openbinary.h"
+#include "engine/core/walksink.h"
 #include "engine/files/files.h"
 #include "engine/files/openbelow.h"
+#include "support/privileges.h"
 #include "support/tempdir.h"
 
 namespace brindlex {
 namespace {
 
-TEST(Files, SplitsAMaskIntoDirectoryAndName)
+namespace fs = std::filesystem;
+
+TEST(Files, SplitsAMaskAndExpandsWhatTheDirButtonIsGiven)
 {
     // Blanks go from the name part, and only from the ends of the path.
-    const struct { std::string path, file, dir; } rows[] = {
-        {"/data/*.txt", "*.txt", "/data"}, {"/*.*", "*.*", ""}, {"  /my dir/ a b ", "ab", "/my dir"},
+    const struct { std::string path, file, dir, base; } rows[] = {
+        {"/data/*.txt", "*.txt", "/data", "/data/"}, {"/*.*", "*.*", "", "/"}, {"  /my dir/ a b ", "ab", "/my dir", "/my dir/"},
+        {"/a b/c/x?.bin", "x?.bin", "/a b/c", "/a b/c/"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(filepart(row.path), row.file) << row.path;
-        EXPECT_EQ(dirpart(row.path), row.dir) << row.path;
-    }
-    EXPECT_EQ(basedirfor("/*.*"), "/");
-    EXPECT_EQ(basedirfor("/a b/c/x?.bin"), "/a b/c/");
-}
-
-TEST(Files, ExpandsWhatTheDirButtonIsGiven)
-{
+    for (const auto& row : rows)
+        EXPECT_EQ(filepart(row.path) + "|" + dirpart(row.path) + "|" + basedirfor(row.path), row.file + "|" + row.dir + "|" + row.base);
     test::TempDir tmp;
     tmp.write("Sub Dir/a.txt", "x");
     const std::string root = tmp.path().string();
-    const std::pair<std::string, std::string> rows[] = {
+    const std::pair<std::string, std::string> typed[] = {
         {"", "/*.*"}, {"*.txt", "/*.txt"}, {"Sub Dir", "/Sub Dir/*.*"}, {"@/Sub Dir/", "/Sub Dir/*.*"}, {"@/missing", "/missing"},
     };
-    for (const auto& [text, expected] : rows) {
+    for (const auto& [text, expected] : typed) {
         const std::string typed = text.starts_with("@") ? root + text.substr(1) : text;
         EXPECT_EQ(expandmask(typed, tmp.path()), root + expected) << text;
     }
@@ -88,23 +88,29 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
     }
 }
 
-}  // namespace
-}  // namespace brindlex
+// "<size> <first bytes read>" or "<errno> <text>".
+std::string outcome(const Error& e, const OpenedFile& f)
+{
+    char buffer[4] = {};
+    const ssize_t n = e ? 0 : ::read(f.fd.get(), buffer, sizeof buffer);
+    return e ? std::to_string(e.code) + " " + e.text : std::to_string(f.size()) + " " + std::string(buffer, n > 0 ? n : 0);
+}
 
-namespace brindlex {
-namespace {
-
-// Below the base nothing is taken through a link but a file's own name,
+// A listed name opens only as a regular file, through a link of its own;
+// below the base never through a link on a directory of its path,
 // whichever way the directories are opened.
-TEST(OpenBelow, NeverTakesADirectoryThroughALink)
+TEST(OpenBelow, RegularFilesOnlyAndNeverADirectoryThroughALink)
 {
     test::TempDir tmp;
-    tmp.write("base/d/e/f.txt", "f");
+    tmp.write("base/d/e/f.txt", std::string("a\0b", 3));
     tmp.write("victim/e/f.txt", "victim");
-    const std::filesystem::path base = tmp.path() / "base";
-    std::filesystem::create_directory_symlink(tmp.path() / "victim", base / "link");
-    std::filesystem::create_directory_symlink("e", base / "d/e2");
-    std::filesystem::create_symlink("f.txt", base / "d/e/flink");
+    const fs::path base = tmp.path() / "base";
+    ASSERT_EQ(::chmod(tmp.write("base/d/secret", "s").c_str(), 0200), 0);
+    fs::create_directory_symlink(tmp.path() / "victim", base / "link");
+    fs::create_directory_symlink("e", base / "d/e2");
+    fs::create_symlink("f.txt", base / "d/e/flink");
+    fs::create_symlink("nowhere", base / "d/dangling");
+    fs::create_symlink("/dev/null", base / "d/null");
     ASSERT_EQ(::mkfifo((base / "d/fifo").c_str(), 0644), 0);
     const FileHandle fd(::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const struct { const char* dir; int code; } dirs[] = {
@@ -120,19 +126,138 @@ TEST(OpenBelow, NeverTakesADirectoryThroughALink)
         }
     }
     const BelowOpener below(FileHandle(::dup(fd.get())));
-    const struct { const char* name; std::string got; } names[] = {
-        {"d/e/f.txt", "f"}, {"//d/e/flink", "f"}, {"d/e2/f.txt", "A directory on its path is a symbolic link now: not followed"},
-        {"link/e/f.txt", "A directory on its path is a symbolic link now: not followed"},
-        {"d/fifo", "Not a regular file"}, {"d/none", "No such file or directory"},
+    const std::string f("3 a\0b", 5), notregular = std::to_string(EINVAL) + " Not a regular file",
+                      missing = std::to_string(ENOENT) + " No such file or directory",
+                      linked = std::to_string(ELOOP) + " A directory on its path is a symbolic link now: not followed";
+    // below: opened below the base; path: opened by its whole path.
+    const struct { const char* name; std::string below, path; } names[] = {
+        {"d/e/f.txt", f, f}, {"//d/e/flink", f, f}, {"d/e2/f.txt", linked, f}, {"link/e/f.txt", linked, "6 vict"},
+        {"d/fifo", notregular, notregular}, {"d/null", notregular, notregular}, {"d", notregular, notregular},
+        {"d/none", missing, missing}, {"d/dangling", missing, missing},
+        {"d/secret", std::to_string(EACCES) + " Permission denied", std::to_string(EACCES) + " Permission denied"},
     };
+    // As an ordinary user, for the file it may not read; with an alarm, so
+    // that a FIFO opened for a blocking read kills the child, not the suite.
     for (const auto& row : names) {
-        SCOPED_TRACE(row.name);
-        OpenedFile file;
-        const Error error = below.open(row.name, "shown", file);
-        std::string got(16, '\0');
-        got.resize(error ? 0 : static_cast<std::size_t>(std::max<ssize_t>(0, ::read(file.fd.get(), got.data(), got.size()))));
-        EXPECT_EQ(error ? error.text : got, row.got);
+        EXPECT_EQ(test::rununprivileged([&] {
+                      ::alarm(20);
+                      OpenedFile file, byPath;
+                      const Error e = below.open(row.name, "shown", file);
+                      return outcome(e, file) + " | " + outcome(openbinary(base.string() + "/" + row.name, byPath), byPath);
+                  }),
+                  row.below + " | " + row.path) << row.name;
     }
+}
+
+// Records what a walk tells its sink; asks to stop from carryon() number
+// `cancelAt` on (1-based, 0 for never), until a level begins, as the
+// window's host does.
+class RecordingHost : public WalkSink {
+public:
+    int cancelAt = 0, yields = 0;
+    bool stopAsked = false;
+    std::vector<FileEntry> lines;
+    std::string controls;  // one letter a level's start or end: "F" off, "T" on
+    std::string told;      // "name:errno;" of each place that could not be read
+
+    void level(bool begins) override
+    {
+        controls += begins ? 'F' : 'T';
+        stopAsked = stopAsked && !begins;
+    }
+    bool carryon() override
+    {
+        stopAsked = stopAsked || ++yields == cancelAt;
+        return !stopAsked;
+    }
+    void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
+    void unreadable(const std::string& path, int code) override
+    {
+        told += fs::path(path).filename().string() + ":" + std::to_string(code) + ";";
+    }
+
+    std::string walk(const fs::path& dir, const std::string& name, bool subs)
+    {
+        const std::string mask = (dir / name).string();
+        listfiles(mask, subs, basedirfor(mask), *this);
+        sortlist1(lines);
+        std::string out;
+        for (const auto& line : lines)
+            out += list1line(line) + ";";
+        return out;
+    }
+};
+
+// Dot files count, dot directories and links to directories are not
+// entered, and only regular files, directly or through a link, are listed.
+// A directory that can't be read, or read but not searched, is told to the
+// host, and the walk goes on with every other one (its neighbours on either
+// side in readdir's order included).
+TEST(Walk, ListsWhatTheMaskSelectsAndPassesOverWhatCannotBeRead)
+{
+    test::TempDir tmp;
+    const fs::path root = tmp.path();
+    for (const char* name : {"a.txt", "b.bin", ".dot.txt", "sub/c.txt", "sub/Deep/D.txt", ".hidden/e.txt", "matchdir.txt/g.txt",
+                             "d1/a.txt", "d2/a.txt", "d3/a.txt", "d4/a.txt", "d5/a.txt", "d3/inner/c.txt"})
+        tmp.write(name, "12");
+    for (const auto& [link, target] : {std::pair{"link-to-a.txt", "a.txt"}, {"dangling.txt", "missing"},
+                                       {"selfloop.txt", "selfloop.txt"}, {"null.txt", "/dev/null"}})
+        fs::create_symlink(target, root / link);
+    fs::create_directory_symlink("sub", root / "linkdir");
+    fs::create_directory_symlink(".", root / "loop");
+    ASSERT_EQ(::mkfifo((root / "fifo.txt").c_str(), 0644), 0);
+    const std::string top = ".dot.txt\t00000002;a.txt\t00000002;";
+    for (const mode_t mode : {0755, 0000, 0644, 0311}) {
+        SCOPED_TRACE("d3 of mode " + std::to_string(mode));
+        ASSERT_EQ(::chmod((root / "d3").c_str(), mode), 0);
+        const bool readable = mode == 0755;
+        EXPECT_EQ(test::rununprivileged([&] {
+                      RecordingHost flat, deep;
+                      const std::string listed = flat.walk(root, "*.txt", false) + " | " + deep.walk(root, "*.txt", true);
+                      return listed + deep.told + std::to_string(deep.controls.size());
+                  }),
+                  top + "link-to-a.txt\t00000002; | " + top + "d1/a.txt\t00000002;d2/a.txt\t00000002;"
+                      + (readable ? "d3/a.txt\t00000002;d3/inner/c.txt\t00000002;" : "")
+                      + "d4/a.txt\t00000002;d5/a.txt\t00000002;link-to-a.txt\t00000002;matchdir.txt/g.txt\t00000002;"
+                        "sub/Deep/D.txt\t00000002;sub/c.txt\t00000002;" + (readable ? "20" : "d3:13;18"));
+    }
+    ::chmod((root / "d3").c_str(), 0755);
+}
+
+// Cancel ends the listing of the directory in hand; a call further up goes
+// on with its next subdirectory, whose start clears the flag.
+TEST(Walk, CancelEndsTheDirectoryInHandOnly)
+{
+    test::TempDir tmp;
+    for (const char* name : {"f1.x", "f2.x", "f3.x", "s1/a.x", "s1/b.x", "s2/c.x", "s2/d.x"})
+        tmp.write(name, "1234");
+    // Yields: 3 top files, then the 2 directories; each subdirectory then
+    // its 2 files. flag: as the walk leaves it.
+    const struct { int cancelAt; std::size_t lines; std::string controls; int yields; bool flag; } rows[] = {
+        {0, 7, "FFTFTT", 9, false}, {1, 0, "FT", 1, true}, {4, 3, "FT", 4, true},
+        {6, 5, "FFTFTT", 8, false}, {8, 5, "FFTFTT", 8, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE("cancel at yield " + std::to_string(row.cancelAt));
+        RecordingHost host;
+        host.cancelAt = row.cancelAt;
+        const std::string listed = host.walk(tmp.path(), "*.x", true);
+        EXPECT_EQ(host.lines.size(), row.lines);
+        EXPECT_EQ(host.controls, row.controls);
+        EXPECT_EQ(host.yields, row.yields);
+        EXPECT_EQ(host.stopAsked, row.flag);
+        // Where one subdirectory was cut short, the other came whole.
+        if (row.lines == 5) {
+            EXPECT_EQ(listed.substr(0, 42), "f1.x\t00000004;f2.x\t00000004;f3.x\t00000004;");
+            EXPECT_EQ(host.lines[3].name.substr(0, 3), host.lines[4].name.substr(0, 3));
+        }
+    }
+    // A flag raised before the walk is cleared.
+    RecordingHost host;
+    host.stopAsked = true;
+    host.walk(tmp.path(), "*.x", true);
+    EXPECT_EQ(host.lines.size(), 7u);
+    EXPECT_FALSE(host.stopAsked);
 }
 
 }  // namespace

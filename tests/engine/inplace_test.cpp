@@ -28,32 +28,18 @@ using test::readfile;
 // Edits: two bytes close together, one longer than the journal's piece of the
 // file, one at the end.
 constexpr std::int64_t kSize = 5 << 18;
-const std::string& original()
+struct Edit { std::int64_t at; std::string bytes; };
+const std::vector<Edit> kEdits = {{10, "X"}, {20, "W"}, {5000, std::string(1100000, 'Y')}, {kSize - 3, "ZZZ"}};
+std::string content(bool edited)
 {
-    static const std::string s = [] {
-        std::string b(kSize, '\0');
-        for (std::size_t i = 0; i < b.size(); ++i)
-            b[i] = static_cast<char>('a' + i % 23);
-        return b;
-    }();
-    return s;
-}
-struct Edit {
-    std::int64_t at;
-    std::string bytes;
-};
-const std::vector<Edit>& edits()
-{
-    static const std::vector<Edit> e = {{10, "X"}, {20, "W"}, {5000, std::string(1100000, 'Y')}, {kSize - 3, "ZZZ"}};
-    return e;
-}
-std::string edited()
-{
-    std::string s = original();
-    for (const Edit& e : edits())
+    std::string s(kSize, '\0');
+    for (std::size_t i = 0; i < s.size(); ++i)
+        s[i] = static_cast<char>('a' + i % 23);
+    for (const Edit& e : edited ? kEdits : std::vector<Edit>())
         s.replace(static_cast<std::size_t>(e.at), e.bytes.size(), e.bytes);
     return s;
 }
+const std::string kOriginal = content(false), kEdited = content(true);
 
 // The edits of `file`, journalled in `work`: "ok" or the commit's error.
 std::string editfile(const fs::path& file, const fs::path& work)
@@ -65,8 +51,8 @@ std::string editfile(const fs::path& file, const fs::path& work)
     auto edit = InPlaceEdit::begin(file, opened, work, error);
     if (!edit)
         return "begin " + error.text;
-    for (const Edit& e : edits())
-        edit->add(e.at, std::string_view(original()).substr(static_cast<std::size_t>(e.at), e.bytes.size()), e.bytes);
+    for (const Edit& e : kEdits)
+        edit->add(e.at, std::string_view(kOriginal).substr(static_cast<std::size_t>(e.at), e.bytes.size()), e.bytes);
     const Error e = edit->commit();
     return e ? e.text : "ok";
 }
@@ -82,24 +68,29 @@ std::string editinchild(const fs::path& file, const fs::path& work, const faulti
 
 struct World {
     test::TempDir dir;
-    fs::path file, work;
+    fs::path file = dir.write("data/f", kOriginal), work = dir.path() / "work";
     World()
     {
-        file = dir.write("data/f", original());
-        work = dir.path() / "work";
         fs::create_directories(work);
         fs::permissions(work, fs::perms::owner_all, fs::perm_options::replace);
     }
 };
 
-TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
+// The steps of a whole edit that no fault stops.
+std::vector<std::string> editsteps()
 {
     World probe;
     faultinject::arm({});
-    ASSERT_EQ(editfile(probe.file, probe.work), "ok");
+    EXPECT_EQ(editfile(probe.file, probe.work), "ok");
     const std::vector<std::string> steps = faultinject::log();
     faultinject::disarm();
-    ASSERT_EQ(readfile(probe.file), edited());
+    EXPECT_EQ(readfile(probe.file), kEdited);
+    return steps;
+}
+
+TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
+{
+    const std::vector<std::string> steps = editsteps();
     ASSERT_GE(steps.size(), 8u);
     int half = 0;
     for (const bool kill : {false, true}) {
@@ -110,15 +101,13 @@ TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
                                                 : faultinject::Plan{static_cast<int>(k), EIO, "", 0, 0, 0};
             const std::string told = editinchild(w.file, w.work, plan);
             const std::string left = readfile(w.file);
-            const bool mixed = left != original() && left != edited();
+            const bool mixed = left != kOriginal && left != kEdited;
             half += mixed;
             // A failure undoes its writes at once, or says the next start will.
-            if (!kill && mixed) {
-                EXPECT_NE(told.find("at the next start"), std::string::npos) << told;
-            }
+            EXPECT_TRUE(kill || !mixed || told.find("at the next start") != std::string::npos) << told;
             const std::string undone = rollbackinplaceedits(w.work);
             EXPECT_TRUE(!mixed || !undone.empty()) << "a half new file must be rolled back";
-            EXPECT_TRUE(readfile(w.file) == original() || (readfile(w.file) == edited() && (kill || told == "ok")));
+            EXPECT_TRUE(readfile(w.file) == kOriginal || (readfile(w.file) == kEdited && (kill || told == "ok")));
             EXPECT_EQ(test::entrycount(w.work), 0) << "no journal left";
         }
     }
@@ -130,18 +119,9 @@ TEST(InPlaceEdit, FailedOrKilledAtEveryStepTheFileEndsOldOrNew)
 TEST(InPlaceEdit, JournalThatCannotBeProvenIsLeftAlone)
 {
     // The step whose kill leaves the file half new: after the first write.
-    World probe;
-    faultinject::arm({});
-    ASSERT_EQ(editfile(probe.file, probe.work), "ok");
-    const auto& steps = faultinject::log();
+    const std::vector<std::string> steps = editsteps();
     const int firstwrite = static_cast<int>(std::find(steps.begin(), steps.end(), "inplace-write") - steps.begin()) + 1;
-    faultinject::disarm();
-    struct Row {
-        const char* what;
-        std::function<void(World&, const fs::path& journal)> spoil;
-        bool asuser;
-        const char* said;
-    };
+    struct Row { const char* what; std::function<void(World&, const fs::path& journal)> spoil; bool asuser; const char* said; };
     const Row rows[] = {
         {"another user's journal", [](World&, const fs::path& j) { ASSERT_EQ(::chown(j.c_str(), 4242, 4242), 0); },
          false, "not this user's own"},

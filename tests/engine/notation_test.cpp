@@ -1,10 +1,11 @@
-#include "engine/pattern/notation.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 #include <vector>
+
+#include "engine/pattern/notation.h"
+#include "engine/pattern/stringtools.h"
 
 namespace brindlex {
 namespace {
@@ -40,7 +41,8 @@ TEST(Decode, PercentAndAngleNotationsAndTheChoiceBetweenThem)
     }
 }
 
-TEST(HexValue, ReadsUpToEightUpperCaseDigits)
+// Up to eight upper-case hex digits; two bytes little-endian, padded with blanks.
+TEST(Bytes, ReadAsHexDigitsOrTwoBytesAndFoldedToUpperCase)
 {
     const std::pair<std::string, double> rows[] = {
         {"", 0}, {"9", 9}, {"FF", 255}, {"0D", 13}, {"a", -1}, {"G", -1}, {"1G", -1}, {" 1", -1},
@@ -48,13 +50,15 @@ TEST(HexValue, ReadsUpToEightUpperCaseDigits)
     };
     for (const auto& [digits, value] : rows)
         EXPECT_EQ(hexvalue(digits), value) << digits;
-}
-
-TEST(UpperCase, FoldsAsciiAndLatin1LettersOnlyAndNoByteTwice)
-{
-    const std::pair<int, int> rows[] = {{'a', 'A'}, {'z', 'Z'}, {'`', '`'}, {'{', '{'}, {0xE0, 0xC0},
-                                        {0xF7, 0xF7}, {0xFE, 0xDE}, {0xFF, 0xFF}, {0xDF, 0xDF}, {0xB5, 0xB5}};
-    for (const auto& [from, to] : rows)
+    const std::pair<std::string, int> twobytes[] = {
+        {"\x01\x02", 0x0201}, {"\xFF\x7F", 32767}, {"\0\x80"s, -32768}, {"A", 0x2041}, {"", 0x2020}, {"ABC", 0x4241},
+    };
+    for (const auto& [text, value] : twobytes)
+        EXPECT_EQ(bytestoint(text), value) << testing::PrintToString(text);
+    // Only ASCII and Latin-1 letters fold, and no byte twice.
+    const std::pair<int, int> folds[] = {{'a', 'A'}, {'z', 'Z'}, {'`', '`'}, {'{', '{'}, {0xE0, 0xC0},
+                                         {0xF7, 0xF7}, {0xFE, 0xDE}, {0xFF, 0xFF}, {0xDF, 0xDF}, {0xB5, 0xB5}};
+    for (const auto& [from, to] : folds)
         EXPECT_EQ(uppercasebyte(static_cast<unsigned char>(from)), to) << "byte " << from;
     for (int c = 0; c < 256; ++c) {
         const unsigned char once = uppercasebyte(static_cast<unsigned char>(c));
@@ -65,7 +69,7 @@ TEST(UpperCase, FoldsAsciiAndLatin1LettersOnlyAndNoByteTwice)
     EXPECT_EQ(text, "ABC\xC9\xF7\xFFXYZ0");
 }
 
-TEST(EncodeBytes, RendersCellsAndRows)
+TEST(Cells, RenderedAndDecodedBackAloneOrAsPageRows)
 {
     const struct { std::string bytes; int width; bool showtext; std::string expected; } rows[] = {
         {"A\r", 16, true, "  A  <0D> "}, {"ABC", 2, false, "<41> <42> \r\n<43> "}, {"A", 0, false, "<41> \r\n"},
@@ -73,10 +77,7 @@ TEST(EncodeBytes, RendersCellsAndRows)
     };
     for (const auto& row : rows)
         EXPECT_EQ(encodebytes(row.bytes, row.width, row.showtext), row.expected) << row.width;
-}
-
-TEST(RoundTrip, DecodeAngleGivesBackWhatEncodeBytesRendered)
-{
+    // Every byte decodes back, at every width.
     std::string all;
     for (int c = 0; c < 256; ++c)
         all += static_cast<char>(c);
@@ -94,28 +95,115 @@ TEST(RoundTrip, DecodeAngleGivesBackWhatEncodeBytesRendered)
             c = byte(rng) < 64 ? special[static_cast<std::size_t>(byte(rng)) % special.size()] : static_cast<char>(byte(rng));
         ASSERT_EQ(decodeangle(encodebytes(b, 1 + round % 200, round % 2 == 0)), b) << round;
     }
-}
-
-TEST(DecodePage, RowsAfterTheirColumn)
-{
-    const std::pair<std::string, std::string> rows[] = {
+    // Page rows: the cells after each row's position column.
+    const std::pair<std::string, std::string> pages[] = {
         {"000000: <41> <42>\r\n000002: <43>\r\n\r\n", "ABC"}, {"000000: a:b", "a:b"}, {"no colon at all <41>", ""},
         // A line without ":" goes with the next line's position column.
         {"000000: <41>\r\nstray <42>\r\n000002: <43>\r\n", "AC"},
         // A row with a bad token stays as it is.
         {"0: <GG>   \r\n1: <42>", "<GG>B"}, {"0: <41>  <GG>", "<41>  <GG>"},
     };
-    for (const auto& [page, expected] : rows)
+    for (const auto& [page, expected] : pages)
         EXPECT_EQ(decodepage(page), expected) << testing::PrintToString(page);
 }
 
-TEST(BytesToInt, ReadsLittleEndianPaddedWithBlanks)
+TEST(StringTools, TakesTheSourceApartAndReadsLeadingNumbers)
 {
-    const std::pair<std::string, int> rows[] = {
-        {"\x01\x02", 0x0201}, {"\xFF\x7F", 32767}, {"\0\x80"s, -32768}, {"A", 0x2041}, {"", 0x2020}, {"ABC", 0x4241},
+    // tokens: successive results until the source is empty; rest: the source after the first call.
+    const struct { std::string source, delimiter; std::vector<std::string> tokens; std::string rest; } rows[] = {
+        {"a b  c ", " ", {"a", "b", "c"}, "b  c"}, {"a::b", ":", {"a", "", "b"}, ":b"}, {"x=>y==>z", "==>", {"x=>y", "z"}, "z"},
+        // Without a delimiter nothing is trimmed.
+        {"  abc  ", ":", {"  abc  "}, ""},
+        // Only spaces are trimmed, and case is exact.
+        {"\t a \t| b\r\n", "|", {"\t a \t", "b\r\n"}, "b\r\n"},
+        {"a\0b c"s, " ", {"a\0b"s, "c"}, "c"},
+        {std::string(70000, 'a') + "|tail", "|", {std::string(70000, 'a'), "tail"}, "tail"},
     };
-    for (const auto& [text, value] : rows)
-        EXPECT_EQ(bytestoint(text), value) << testing::PrintToString(text);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.source.substr(0, 20)) + " at " + row.delimiter);
+        std::string source = row.source;
+        std::vector<std::string> tokens = {nexttoken(source, row.delimiter)};
+        EXPECT_EQ(source, row.rest);
+        while (!source.empty() && tokens.size() < 20)
+            tokens.push_back(nexttoken(source, row.delimiter));
+        EXPECT_EQ(tokens, row.tokens);
+    }
+    // The number at a text's head, as an Integer takes it from a list of stops.
+    // numbers: parsestringforinteger at "," until the text is empty; head: leadingnumber of the whole text.
+    const struct { std::string text; std::vector<int> numbers; std::int64_t head; } heads[] = {
+        {"180,,200", {180, 0, 200}, 180}, {" \t-12ab,+7", {-12, 7}, -12}, {"x1", {0}, 0},
+        {"99999,-99999", {32767, -32768}, 99999},
+        {"99999999999999999999999", {32767}, 1'000'000'000'000'000'000},
+    };
+    for (const auto& row : heads) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(leadingnumber(row.text), row.head);
+        std::string s = row.text;
+        std::vector<int> numbers;
+        while (!s.empty() && numbers.size() < 10)
+            numbers.push_back(parsestringforinteger(s, ","));
+        EXPECT_EQ(numbers, row.numbers);
+    }
+    EXPECT_EQ(trimblanks(" \ta b \t "), "\ta b \t");
+    EXPECT_EQ(trimblanks(" \ta b \t ", " \t"), "a b");
+    EXPECT_EQ(zeropadded(12, 7) + " " + zeropadded(12345678, 7), "0000012 12345678");
+}
+
+// The literal definition: find the leftmost occurrence, replace it, search
+// again from the start; two steps through byte 31 when the replacement holds
+// the target.
+void referencereplace(std::string& text, const std::string& target, const std::string& replacement)
+{
+    if (replacement.find(target) != std::string::npos) {
+        referencereplace(text, target, "\x1f");
+        referencereplace(text, "\x1f", replacement);
+        return;
+    }
+    for (std::size_t i = text.find(target); i != std::string::npos; i = text.find(target))
+        text = text.substr(0, i) + replacement + text.substr(i + target.size());
+}
+
+std::string randomtext(std::mt19937& rng, std::string_view alphabet, std::size_t maxlength)
+{
+    std::string s(std::uniform_int_distribution<std::size_t>(0, maxlength)(rng), ' ');
+    for (char& c : s)
+        c = alphabet[std::uniform_int_distribution<std::size_t>(0, alphabet.size() - 1)(rng)];
+    return s;
+}
+
+TEST(ReplaceAll, RepeatsTheSearchAndMatchesTheLiteralDefinition)
+{
+    const struct { std::string text, target, replacement, expected; } rows[] = {
+        {"aaaab", "ab", "b", "b"}, {"aabcbc", "abc", "", ""}, {"aabb", "ab", "ba", "bbaa"}, {"aa", "a", "aa", "aaaa"},
+        // Every place-holder byte already in the text comes out as the
+        // replacement, and a target that is the place-holder takes one pass.
+        {"a\x1f" "b<", "<", " <", "a <b <"},
+        {"\x1f\x1f", "\x1f", "<\x1f", "<\x1f<\x1f"},
+        {std::string(40000, ' ') + "x" + std::string(60000, ' ') + "ab", "  ", " ", " x ab"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.text.substr(0, 20)) + ": " + row.target + " by " + row.replacement);
+        std::string text = row.text;
+        replaceall(text, row.target, row.replacement);
+        EXPECT_EQ(text, row.expected);
+    }
+    // Random texts, where the literal definition is known to end: the replacement
+    // is shorter, holds the target, or shares no byte with it.
+    std::mt19937 rng(20261122);
+    for (int round = 0; round < 20000; ++round) {
+        const std::string target = randomtext(rng, "ab ", 4);
+        if (target.empty())
+            continue;
+        const std::string replacement = round % 3 == 0 ? randomtext(rng, "ab ", target.size() - 1)
+            : round % 3 == 1 ? randomtext(rng, "ab ", 2) + target + randomtext(rng, "ab ", 2)
+                             : randomtext(rng, "xy", 6);
+        const std::string text = randomtext(rng, round % 7 == 0 ? "ab \x1f" : "ab ", 40);
+        std::string expected = text, actual = text;
+        referencereplace(expected, target, replacement);
+        replaceall(actual, target, replacement);
+        ASSERT_EQ(actual, expected) << "text '" << text << "' target '" << target << "' replacement '"
+                                    << replacement << "'";
+    }
 }
 
 }  // namespace

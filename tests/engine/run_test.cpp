@@ -1,15 +1,24 @@
 // A run over a file list, seen through a host that writes every call down:
-// each case compares that transcript, the files afterwards and the log.
+// each case compares that transcript, the files afterwards and the log; the
+// same run read ahead on worker threads; the run log as a file.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "engine/batch/readahead.h"
 #include "engine/batch/run.h"
+#include "engine/batch/runlog.h"
 #include "engine/files/files.h"
+#include "support/privileges.h"
 #include "support/recordinghost.h"
 #include "support/tempdir.h"
 
@@ -33,12 +42,8 @@ struct RunCase {
     std::map<std::string, std::string> files {};    // name below the base dir -> content
     std::vector<std::string> names {};              // the list, in its order: real names
     std::map<std::string, std::string> links {};    // symbolic link -> its target, below the base dir
-    std::vector<bool> selected {};
-    std::string sFind {};
-    std::string sReplace {};
-    bool bReplace = false;
-    bool bMatchCase = false;
-    bool bAsk = false;
+    std::string sFind {}, sReplace {};
+    bool bReplace = false, bMatchCase = false, bAsk = false;
     int nLogMode = 0;
     std::vector<Answer> answers {};
     OnEvent onEvent {};
@@ -65,7 +70,7 @@ void checkcase(const RunCase& c)
     RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
                   .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
                   .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .files = entries,
-                  .selected = c.selected};
+                  .selected = {}};
     test::RecordingHost host;
     host.answers = c.answers;
     host.show = [&](const std::string& line) { return shown(line, dir); };
@@ -184,6 +189,127 @@ TEST(Run, OneCasePerBehaviour)
     };
     for (const RunCase& c : cases)
         checkcase(c);
+}
+
+// A run that reads ahead on worker threads against the same run on one
+// thread: over many small files, files that can't be opened and a file with
+// more hits than a worker keeps, the host must see the same calls in the
+// same order, the files must end the same, and a Cancel must stop both at
+// the same hit.
+
+// 200 files of up to 3000 bytes over a few letters, so that "ab" is found
+// by chance in every other one, one file of more hits than a worker keeps,
+// and names that can't be opened: one gone, one a directory.
+std::vector<std::string> makefiles(const test::TempDir& dir)
+{
+    std::mt19937_64 rng(2026);
+    std::vector<std::string> names;
+    for (int i = 0; i < 200; ++i) {
+        std::string content(rng() % 3000, '\0');
+        for (char& c : content)
+            c = "aAxy\rb"[rng() % (i % 2 ? 6 : 5)];
+        names.push_back("f" + std::to_string(1000 + i));
+        dir.write("base/" + names.back(), content);
+    }
+    std::string many;
+    for (std::size_t i = 0; i < ReadAhead::kAheadHits + 10; ++i)
+        many += "xab";
+    dir.write("base/many", many);
+    std::filesystem::create_directory(dir.path() / "base" / "dir");
+    names.insert(names.begin() + 3, "many");
+    names.insert(names.begin() + 5, "gone");
+    names.insert(names.begin() + 9, "dir");
+    return names;
+}
+
+struct Outcome {
+    std::string transcript {};
+    RunResult result;
+    std::vector<std::string> contents {};
+};
+
+Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::int64_t cancelAtHit)
+{
+    const std::filesystem::path base = temp.path() / "base";
+    std::filesystem::remove_all(base);
+    std::vector<FileEntry> entries;
+    for (const std::string& name : makefiles(temp))
+        entries.push_back({name, 1});
+    const RunRequest request {.sFind = "ab", .sReplaceText = "%0D%0A", .bReplace = bReplace, .sLogFile = {},
+                              .sScratch = temp.path() / "brindlex.tmp", .baseDir = base.string() + "/", .files = entries,
+                              .selected = {}, .bReadAhead = bReadAhead};
+    test::RecordingHost host;
+    host.cancelAtHit = cancelAtHit;
+    Outcome out {.result = findinfiles(request, host)};
+    out.transcript = host.transcript;
+    for (const FileEntry& entry : entries)
+        out.contents.push_back(std::filesystem::is_regular_file(base / entry.name) ? test::readfile(base / entry.name) : "-");
+    return out;
+}
+
+TEST(ReadAhead, TellsTheHostWhatTheSerialRunTells)
+{
+    test::TempDir dir;
+    // Cancelled never, or behind the file of many hits, in the files the workers have done.
+    for (const std::int64_t cancelAtHit : {std::int64_t{-1}, static_cast<std::int64_t>(ReadAhead::kAheadHits) + 500}) {
+        for (const bool bReplace : {false, true}) {
+            SCOPED_TRACE((bReplace ? "replace" : "find") + std::string(cancelAtHit < 0 ? "" : " cancelled"));
+            const Outcome serial = runover(dir, bReplace, false, cancelAtHit);
+            const Outcome ahead = runover(dir, bReplace, true, cancelAtHit);
+            EXPECT_EQ(ahead.transcript, serial.transcript);
+            EXPECT_EQ(ahead.contents, serial.contents);
+            EXPECT_EQ(ahead.result.hits, serial.result.hits);
+            EXPECT_EQ(ahead.result.cancelled, cancelAtHit >= 0);
+            EXPECT_EQ(ahead.result.failures, serial.result.failures);
+            // The rows must reach what they are about.
+            EXPECT_GT(serial.result.hits, static_cast<std::int64_t>(ReadAhead::kAheadHits));
+            EXPECT_NE(serial.transcript.find("message Error opening"), std::string::npos);
+        }
+    }
+}
+
+// The run log as a file; its lines are checked against the model of the
+// scan (found, replaced) and by a logged run (the heads). It is appended to,
+// and made anew and private when it went between two lines of a run; one
+// that can't be had or written fails with its reason, and what is at the
+// name (a link's target, another user's file) is left as it was.
+TEST(RunLogFile, AppendsMakesAnewPrivatelyOrFailsWithItsReason)
+{
+    test::TempDir dir;
+    dir.write("run.log", "old\r\n");
+    dir.write("gone.log", "old\r\n");
+    std::filesystem::create_symlink(dir.write("victim", "precious"), dir.path() / "link.log");
+    ::chown(dir.write("theirs.log", "theirs").c_str(), test::unprivilegeduid(), test::unprivilegedgid());
+    ::chmod((dir.path() / "theirs.log").c_str(), 0666);
+    ASSERT_EQ(::mkfifo((dir.path() / "fifo.log").c_str(), 0600), 0);
+    const std::string found = "found    /f 10000000:   a  \r\n";   // a position past seven digits
+    // then: what is at the name afterwards ("" for no regular file).
+    const struct { const char* name; int code; std::int64_t sizeLimit; std::string then; } rows[] = {
+        {"run.log", 0, 0, "old\r\nfind      A  \r\n" + found}, {"gone.log", 0, 0, found},
+        {"link.log", ELOOP, 0, "precious"}, {"theirs.log", EPERM, 0, "theirs"}, {"fifo.log", EINVAL, 0, ""},
+        {"missing/run.log", ENOENT, 0, ""}, {"limited.log", EFBIG, 10, "find      "},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto path = dir.path() / row.name;
+        EXPECT_EQ(test::runinchild([&] {
+                      if (row.sizeLimit)
+                          test::limitfilesize(row.sizeLimit);
+                      RunLog log(path);
+                      log.writelog("find   ", "", -1, "A");
+                      if (path.filename() == "gone.log")
+                          std::filesystem::remove(path);
+                      log.writelog("found   ", "/f", 10000000, "a");
+                      return std::to_string(log.failure().code);
+                  }),
+                  std::to_string(row.code));
+        EXPECT_EQ(std::filesystem::is_regular_file(path) ? test::readfile(path) : "", row.then);
+    }
+    EXPECT_EQ(std::filesystem::status(dir.path() / "gone.log").permissions(), std::filesystem::perms(0600));
+    RunLog lost(dir.path() / "link.log");
+    lost.writelog("find   ", "", -1, "A");
+    EXPECT_EQ(lost.failuremessage(), "Error writing log " + (dir.path() / "link.log").string() +
+                                         ":\r\nToo many levels of symbolic links");
 }
 
 }  // namespace

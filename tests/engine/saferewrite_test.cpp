@@ -18,7 +18,9 @@
 
 #include "engine/core/faultinject.h"
 #include "engine/core/journal.h"
+#include "engine/core/rewrite.h"
 #include "engine/core/saferewrite.h"
+#include "engine/core/workdir.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
 
@@ -243,9 +245,9 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
     // in turn; alwaysstep fails every time, to force the other route. A file
     // emptied in place changes first at its cut, not at a write.
     const struct { const char* what; bool hardlinked; std::string alwaysstep; std::size_t newsize; } scenarios[] = {
-        {"same directory", false, "", 2500000}, {"hidden name", false, "open-tmpfile", 2500000},
-        {"hard-linked", true, "", 2500000}, {"hard-linked, emptied", true, "", 0}};
-    const std::string original = counted(1500000, 'o');
+        {"same directory", false, "", 1200000}, {"hidden name", false, "open-tmpfile", 1200000},
+        {"hard-linked", true, "", 1200000}, {"hard-linked, emptied", true, "", 0}};
+    const std::string original = counted(1100000, 'o');
     for (const auto& sc : scenarios) {
         const std::string after = counted(sc.newsize, 'n');
         test::TempDir t;
@@ -288,83 +290,43 @@ TEST_F(SafeReplaceTest, FailureAtEveryStepLeavesTheOriginal)
 // the file is no longer what the copy left: then nothing is written, the
 // journal stays (no copy in place may take the scratch file) and the user
 // is told. A start that can't get at the file keeps it all for a later one.
-TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
-{
-    using Outcome = Recovery::Outcome;
-    const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
-    const struct {
-        int sig;
-        const char* meanwhile;
-        std::vector<Outcome> starts;   // what each following start does
-        std::string end;               // f at the end, "" for after
-    } rows[] = {
-        {SIGTERM, "", {Outcome::None}, ""},
-        {SIGHUP, "", {Outcome::None}, ""},
-        {SIGKILL, "", {Outcome::Finished, Outcome::None}, ""},
-        {SIGKILL, "restored from a backup", {Outcome::Kept, Outcome::Kept}, original},
-        {SIGKILL, "deleted and made anew", {Outcome::Kept}, "23 bytes of a new file"},
-        {SIGKILL, "its directory moved away for one start", {Outcome::Kept, Outcome::Finished, Outcome::None}, ""},
-    };
-    test::TempDir elsewhere;
-    const fs::path other = make(elsewhere, "other", true);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(row.sig) + " " + row.meanwhile);
-        fs::remove(scratch());
-        fs::remove(scratch().string() + ".journal");
-        test::TempDir t;
-        const fs::path p = make(t, original, true);
-        const std::string died = signalatsecondwrite(p, original, after, row.sig);
-        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(row.sig) + " ", 0), 0u) << died;
-        EXPECT_EQ(readfile(p) != after, row.sig == SIGKILL);
-        const std::string what = row.meanwhile;
-        const fs::path away = t.path().string() + ".away";
-        if (what == "restored from a backup")
-            t.write("f", original);
-        if (what == "deleted and made anew") {
-            fs::remove(p);
-            fs::remove(t.path() / "twin");
-            t.write("f", row.end);
-        }
-        if (what.starts_with("its directory moved"))
-            fs::rename(t.path(), away);
-        for (const Outcome expected : row.starts) {
-            const Recovery told = recoverinterruptedcopy(scratch());
-            EXPECT_EQ(told.outcome, expected) << told.message;
-            if (expected == Outcome::Kept) {
-                EXPECT_NE(told.message.find(scratch().string() + ".journal"), std::string::npos) << told.message;
-                EXPECT_EQ(replace(other, "x", scratch()), "begin " + errtext(EBUSY, "Scratch file holds an unfinished copy"));
-            }
-            if (fs::exists(away))
-                fs::rename(away, t.path());
-        }
-        EXPECT_EQ(readfile(p), row.end.empty() ? after : row.end);
-        EXPECT_EQ(row.end.empty(), readfile(t.path() / "twin") == after);
-    }
-}
-
 // A journal is applied only when it and the scratch file are regular files
 // of the user's own in a directory no one else may write; else it is left
 // alone, and a start never blocks on it. As in the attack where another
 // user plants both in a shared directory that root uses. A start that finds
 // another process copying waits for it, then says which file may be half new.
-TEST_F(SafeReplaceTest, JournalNotProvedOursIsLeftAlone)
+TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
 {
     using Outcome = Recovery::Outcome;
-    const std::string original = counted(3000000, 'o'), after = counted(2500000, 'n');
+    const std::string original = counted(1100000, 'o'), after = counted(1200000, 'n'), anew = "23 bytes of a new file";
     const fs::path journal = scratch().string() + ".journal";
+    test::TempDir elsewhere;
+    const fs::path other = make(elsewhere, "other", true);
     FileHandle holder;
-    const struct {
-        const char* what;
-        std::function<void()> plant;
-        Outcome outcome;
-    } rows[] = {
-        {"a FIFO as the journal", [&] { fs::remove(journal); ::mkfifo(journal.c_str(), 0600); }, Outcome::Refused},
-        {"a FIFO as the scratch file", [&] { fs::remove(scratch()); ::mkfifo(scratch().c_str(), 0600); }, Outcome::Refused},
-        {"a journal of another user's", [&] { ASSERT_EQ(::chown(journal.c_str(), test::kOtherUid, test::kOtherGid), 0); },
-         Outcome::Refused},
-        {"a journal cut short", [&] { fs::resize_file(journal, 200); }, Outcome::Refused},
-        {"planted by another user in a shared directory",
-         [&] {
+    // meanwhile: done to t (f and twin) before the next start; starts: what each following start does;
+    // end: f at the end, "" for after, "half" for as the signal left it.
+    const struct { const char* what; int sig; std::function<void(const test::TempDir& t)> meanwhile;
+                   std::vector<Outcome> starts; std::string end; } rows[] = {
+        {"", SIGTERM, nullptr, {Outcome::None}, ""}, {"", SIGHUP, nullptr, {Outcome::None}, ""},
+        {"", SIGKILL, nullptr, {Outcome::Finished, Outcome::None}, ""},
+        {"restored from a backup", SIGKILL, [&](const test::TempDir& t) { t.write("f", original); },
+         {Outcome::Kept, Outcome::Kept}, original},
+        {"deleted and made anew", SIGKILL,
+         [&](const test::TempDir& t) { fs::remove(t.path() / "f"), fs::remove(t.path() / "twin"), t.write("f", anew); },
+         {Outcome::Kept}, anew},
+        {"its directory moved away for one start", SIGKILL,
+         [](const test::TempDir& t) { fs::rename(t.path(), t.path().string() + ".away"); },
+         {Outcome::Kept, Outcome::Finished, Outcome::None}, ""},
+        {"a FIFO as the journal", SIGKILL, [&](const test::TempDir&) { fs::remove(journal), ::mkfifo(journal.c_str(), 0600); },
+         {Outcome::Refused}, "half"},
+        {"a FIFO as the scratch file", SIGKILL,
+         [&](const test::TempDir&) { fs::remove(scratch()), ::mkfifo(scratch().c_str(), 0600); }, {Outcome::Refused}, "half"},
+        {"a journal of another user's", SIGKILL,
+         [&](const test::TempDir&) { ASSERT_EQ(::chown(journal.c_str(), test::kOtherUid, test::kOtherGid), 0); },
+         {Outcome::Refused}, "half"},
+        {"a journal cut short", SIGKILL, [&](const test::TempDir&) { fs::resize_file(journal, 200); }, {Outcome::Refused}, "half"},
+        {"planted by another user in a shared directory", SIGKILL,
+         [&](const test::TempDir&) {
              const std::string forged = readfile(journal);
              fs::rename(journal, work.path() / "mine.journal");
              fs::rename(scratch(), work.path() / "mine.tmp");
@@ -375,31 +337,44 @@ TEST_F(SafeReplaceTest, JournalNotProvedOursIsLeftAlone)
                  return std::string("planted");
              }), "planted");
          },
-         Outcome::Refused},
-        {"another process copying through the scratch file",
-         [&] { holder = FileHandle(::open(scratch().c_str(), O_RDONLY)); ::flock(holder.get(), LOCK_EX); }, Outcome::Busy},
+         {Outcome::Refused}, "half"},
+        {"another process copying through the scratch file", SIGKILL,
+         [&](const test::TempDir&) { holder = FileHandle(::open(scratch().c_str(), O_RDONLY)), ::flock(holder.get(), LOCK_EX); },
+         {Outcome::Busy}, "half"},
     };
-    if (!test::runningasroot())
-        GTEST_SKIP() << "the other user's files need root to make";
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(std::to_string(row.sig) + " " + row.what);
+        if (std::string_view(row.what).find("another user") != std::string_view::npos && !test::runningasroot())
+            continue;   // the other user's files need root to make
         ASSERT_EQ(::chmod(work.path().c_str(), 0700), 0);
         for (const auto& e : fs::directory_iterator(work.path()))
             fs::remove(e.path());
         test::TempDir t;
-        const fs::path p = make(t, original, true);
-        signalatsecondwrite(p, original, after, SIGKILL);
-        const std::string halfnew = readfile(p);
-        row.plant();
-        const std::string told = test::runinchild([&] {
-            ::alarm(20);
-            const Recovery r = recoverinterruptedcopy(scratch(), std::chrono::milliseconds(50));
-            return std::to_string(static_cast<int>(r.outcome)) + " " + r.message;
-        });
-        EXPECT_EQ(told.rfind(std::to_string(static_cast<int>(row.outcome)) + " ", 0), 0u) << told;
-        EXPECT_NE(told.find(row.outcome == Outcome::Busy ? p.string() : journal.string()), std::string::npos) << told;
-        EXPECT_EQ(readfile(p), halfnew);
-        EXPECT_TRUE(fs::exists(fs::symlink_status(journal)));
+        const fs::path p = make(t, original, true), away = t.path().string() + ".away";
+        const std::string died = signalatsecondwrite(p, original, after, row.sig), half = readfile(p);
+        EXPECT_EQ(died.rfind("child failed: status " + std::to_string(row.sig) + " ", 0), 0u) << died;
+        EXPECT_EQ(half != after, row.sig == SIGKILL);
+        if (row.meanwhile)
+            row.meanwhile(t);
+        for (const Outcome expected : row.starts) {
+            const std::string told = test::runinchild([&] {
+                ::alarm(20);
+                const Recovery r = recoverinterruptedcopy(scratch(), std::chrono::milliseconds(50));
+                return std::to_string(static_cast<int>(r.outcome)) + " " + r.message;
+            });
+            EXPECT_EQ(told.rfind(std::to_string(static_cast<int>(expected)) + " ", 0), 0u) << told;
+            if (expected != Outcome::Finished && expected != Outcome::None) {
+                EXPECT_NE(told.find(expected == Outcome::Busy ? p.string() : journal.string()), std::string::npos) << told;
+            }
+            if (expected == Outcome::Kept) {
+                EXPECT_EQ(replace(other, "x", scratch()), "begin " + errtext(EBUSY, "Scratch file holds an unfinished copy"));
+            }
+            if (fs::exists(away))
+                fs::rename(away, t.path());
+        }
+        EXPECT_EQ(readfile(p), row.end == "half" ? half : row.end.empty() ? after : row.end);
+        EXPECT_EQ(row.end.empty(), readfile(t.path() / "twin") == after);
+        EXPECT_EQ(fs::exists(fs::symlink_status(journal)), row.end != "");
         holder.close();
     }
 }
@@ -419,6 +394,7 @@ TEST_F(SafeReplaceTest, JournalFinishesOnlyWhatTheCutShortCopyLeft)
         {"aaaaBBBBCC", 1, "BBBB", true, V::Doubt},          // ... as it was, yet the ctime moved
         {"AAAABBBBCC", 1, "BBBB", true, V::Doubt},          // restored from a backup
         {"aaaaBBBBCX", 1, "BBBB", false, V::Doubt},         // a later block changed
+        {"aaaXBBBBCC", 1, "BBBB", false, V::Doubt},         // an earlier block not as written
         {"aaaaBBBB", 1, "BBBB", true, V::Doubt},            // cut
         {"aaaaBBBBCC!", 1, "BBBB", true, V::Doubt},         // grown
         {"aaaabbbbccd", 2, "CC", true, V::Resume},          // the last block, growing
@@ -481,6 +457,106 @@ TEST_F(SafeReplaceTest, FullDiskLeavesTheOriginal)
         });
         EXPECT_EQ(seen, hardlinked ? "2" : "1");
     }
+}
+
+// The check and commit that ends a batch rewrite and the viewer's save: each
+// outcome with its reason, its message and what the file holds afterwards.
+TEST(CommitRewrite, EachOutcomeWithItsReasonAndMessage)
+{
+    // outcome: failure, length, reason ("<dir>/" for the directory), then the message.
+    const struct { const char* what; std::int64_t lLenChange; faultinject::Plan plan; bool begins;
+                   std::string outcome, after; } rows[] = {
+        {"in place", 1, {}, true, "0 4 |", "xbcx"},
+        {"a change the edits don't account for", 0, {}, true,
+         "1 -1 f: File changed by another program since it was read|Cannot replace! ERROR in file lengths for <dir>/f",
+         "xax"},
+        {"a full disk", 1, {.alwaysStep = "write", .alwaysCode = ENOSPC}, true,
+         "1 -1 f: " + std::string(std::strerror(ENOSPC)) + "|Cannot replace! ERROR in file lengths for <dir>/f", "xax"},
+        {"a SafeReplace that could not begin", 1, {}, false,
+         "1 -1 scratch: in use|Cannot replace! ERROR in file lengths for <dir>/f", "xax"},
+        // The usual route copies from the new file beside the user's, by the
+        // hidden name it had when the swap failed.
+        {"the swap fails", 1, {.alwaysStep = "rename", .alwaysCode = EIO}, true,
+         "2 3 f: " + std::string(std::strerror(EIO)) + "|" + std::strerror(EIO) + " copying <dir>/.f", "xax"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test::TempDir dir;
+        const std::string f = dir.write("f", "xax").string();
+        faultinject::arm(row.plan);
+        Error begun{EBUSY, "in use", "scratch"};
+        std::unique_ptr<SafeReplace> replace = row.begins ? SafeReplace::begin(f, dir.path() / "scratch", begun) : nullptr;
+        if (replace)
+            replace->write("xbcx");
+        const Rewrite r = commitrewrite(replace.get(), begun, f, row.lLenChange);
+        faultinject::disarm();
+        std::string message = dir.shown(rewritemessage(r, f));
+        // A hidden name ends in a unique tag: only its head is compared.
+        if (const std::size_t at = message.find("/.f."); at != std::string::npos)
+            message.resize(at + 3);
+        const std::string reason = r.reason ? r.reason.path.filename().string() + ": " + r.reason.text : "";
+        EXPECT_EQ(std::to_string(static_cast<int>(r.failure)) + " " + std::to_string(r.lLength) + " " + reason + "|" + message,
+                  row.outcome);
+        EXPECT_EQ(test::readfile(f), row.after);
+    }
+}
+
+// In a child, whose environment needs no putting back.
+TEST(WorkDir, FromTheEnvironmentPrivateAndRefusedWhenNotSafe)
+{
+    test::TempDir tmp;
+    tmp.write("file", "x");
+    fs::create_directory_symlink(tmp.path(), tmp.path() / "link");
+    const fs::path own = tmp.path() / ("brindlex-" + std::to_string(::getuid()));
+    EXPECT_EQ(test::runinchild([&] {
+        ::unsetenv("BRINDLEX_TEMP");
+        ::setenv("TMPDIR", tmp.path().c_str(), 1);
+        std::string seen = scratchfilepath() == own / "brindlex.tmp" && preparedworkdir() == own ? "own" : "not own";
+        struct stat st {};
+        seen += ::lstat(own.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? " " + std::to_string(st.st_mode & 07777) : " none";
+        // BRINDLEX_TEMP comes before TMPDIR; what is not a directory of the user's own is refused.
+        ::setenv("TMPDIR", "/elsewhere", 1);
+        for (const char* name : {"link", "file"}) {
+            ::setenv("BRINDLEX_TEMP", (tmp.path() / name).c_str(), 1);
+            seen += scratchfilepath() == tmp.path() / name / "brindlex.tmp" && !preparedworkdir() ? " refused" : " taken";
+        }
+        return seen;
+    }), "own " + std::to_string(0700) + " refused refused");
+}
+
+// Another user makes the victim's work directory first, open to all, in the
+// shared TMPDIR: the victim's runs take a private directory of their own,
+// say so, and keep to it; a replace through the scratch file still works.
+TEST(WorkDir, TakenByAnotherUserGivesWayToAPrivateOne)
+{
+    if (!test::runningasroot())
+        GTEST_SKIP() << "two users need root to switch between";
+    test::TempDir tmp;
+    ASSERT_EQ(::chmod(tmp.path().c_str(), 01777), 0);
+    const fs::path taken = tmp.path() / ("brindlex-" + std::to_string(test::unprivilegeduid()));
+    ASSERT_EQ(test::runas(test::kOtherUid, test::kOtherGid, [&] {
+        return std::to_string(::mkdir(taken.c_str(), 0777) + ::chmod(taken.c_str(), 0777));
+    }), "0");
+    const std::string seen = test::rununprivileged([&] {
+        ::unsetenv("BRINDLEX_TEMP");
+        ::setenv("TMPDIR", tmp.path().c_str(), 1);
+        const fs::path used = preparedworkdir().value_or("");
+        struct stat st {};
+        if (used.empty() || used == taken || ::lstat(used.c_str(), &st) != 0)
+            return "no private directory: " + used.string();
+        const std::string note = workdirnote();
+        const fs::path f = used / "f";
+        std::ofstream(f) << "old";
+        fs::create_hard_link(f, used / "twin");
+        const Error replaced = replacefilecontent(f, "new", scratchfilepath());
+        return std::to_string(st.st_mode & 07777) + (st.st_uid == ::geteuid() ? " mine" : " theirs")
+            + (note == "The work directory " + taken.string() + " can't be used (it belongs to another user): using "
+                           + used.string() + " instead" ? " told" : " [" + note + "]")
+            + (workdirnote().empty() ? " once" : "") + (preparedworkdir() == used ? " kept" : "")
+            + (scratchfilepath() == used / "brindlex.tmp" ? " scratch" : "") + " " + test::readfile(used / "twin")
+            + (replaced ? " " + replaced.text : "");
+    });
+    EXPECT_EQ(seen, std::to_string(0700) + " mine told once kept scratch new");
 }
 
 }  // namespace

@@ -82,26 +82,32 @@ namespace {
 using test::RefResult;
 using test::RefScan;
 
-struct StringSink : ByteSink {
+// Into a string, or into the file `fd` when that is given.
+struct Sink : ByteSink {
+    int fd = -1;
     std::string bytes;
     bool write(std::string_view b) override
     {
-        bytes.append(b);
-        return true;
+        return fd < 0 ? (bytes.append(b), true) : ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size());
     }
 };
 
+// The scan of `content`, held in `fd` or else in memory; a replace writes
+// to `outFd` when given.
 RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int64_t window,
-                       const std::filesystem::path& logFile)
+                       const std::filesystem::path& logFile, FileHandle fd = {}, int outFd = -1)
 {
     std::filesystem::remove(logFile);
     // In memory, read with pread like any other file.
-    const int fd = ::memfd_create("scan", MFD_CLOEXEC);
-    if (::write(fd, content.data(), content.size()) != static_cast<ssize_t>(content.size()))
-        ADD_FAILURE() << "memfd write";
+    if (!fd.valid()) {
+        fd = FileHandle(::memfd_create("scan", MFD_CLOEXEC));
+        if (::write(fd.get(), content.data(), content.size()) != static_cast<ssize_t>(content.size()))
+            ADD_FAILURE() << "memfd write";
+    }
     test::RecordingHost host;
     host.answers = scan.answers;
-    StringSink sink;
+    Sink sink;
+    sink.fd = outFd;
     OutputBuffer out(&sink);
     // A replace that keeps the length goes as in a big file: edits in
     // place, each with the bytes it replaces, which must be the file's.
@@ -120,7 +126,7 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     RefResult result;
     {
         // The file stays open while its scanner (and what reads ahead for it) lives.
-        Scanner scanner(fd, static_cast<std::int64_t>(content.size()), scan.sFind, scan.bMatchCase, nOut, host, window);
+        Scanner scanner(fd.get(), static_cast<std::int64_t>(content.size()), scan.sFind, scan.bMatchCase, nOut, host, window);
         RunLog log(logFile);
         ScanFile f {.scanner = scanner, .sFile = scan.sFile, .sFind = scan.sFind, .sReplace = scan.sReplace,
                     .bAsk = scan.bAsk, .nLogMode = scan.nLogMode, .log = &log, .nOut = nOut,
@@ -130,7 +136,6 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
         result.bCancel = scanner.stopped();
     }
     out.flush();
-    ::close(fd);
     result.events = host.transcript;
     result.log = std::filesystem::exists(logFile) ? test::readfile(logFile) : "";
     result.output = inplace ? (result.nHits > 0 ? patch.bytes : "") : sink.bytes;
@@ -150,11 +155,7 @@ std::string flipcase(std::string s, std::mt19937_64& rng)
     return s;
 }
 
-struct RandomCase {
-    std::string content;
-    RefScan scan;
-    std::int64_t window = 0;
-};
+struct RandomCase { std::string content; RefScan scan; std::int64_t window = 0; };
 
 // A random file and pattern, with copies of the pattern planted around the
 // block grid, at the file's end, adjacent and overlapping.
@@ -258,7 +259,7 @@ TEST(ScannerDifferential, AgreesWithTheBlockModelOnRandomFiles)
     EXPECT_GT(cancelled, 20);
 }
 
-// Dense hits through a file long enough to be read ahead: the output goes
+// Dense hits through a file of more windows than are read ahead: the output goes
 // through many buffer flushes and windows, with a replacement of each kind
 // (short, up to a fixed copy's length, longer, empty) and spans between hits
 // on both sides of that length, and now and then one long enough to be
@@ -268,19 +269,13 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
     test::TempDir dir;
     std::mt19937_64 rng(20261123);
     std::string content;
-    while (content.size() < (20u << 20)) {
+    while (content.size() < (5u << 20)) {
         content.append(rng() % 256 == 0 ? 60000 + rng() % 200000 : rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
         content += '\r';
     }
     for (const std::string& sReplace : {std::string("\r\n"), std::string(40, 'y'), std::string(300, 'z'), std::string()}) {
-        RefScan s;
-        s.sFile = "/data/big";
-        s.sName = "big";
-        s.bMatchCase = true;
-        s.sFind = "\r";
-        s.sReplace = sReplace;
-        s.bReplace = true;
-        const RefResult got = fastscanfile(content, s, Scanner::kDefaultWindow, dir.path() / "run.log");
+        const RefScan s {.sFile = "/data/big", .sName = "big", .sFind = "\r", .sReplace = sReplace, .bReplace = true};
+        const RefResult got = fastscanfile(content, s, 256 << 10, dir.path() / "run.log");
         std::string want;
         std::int64_t nHits = 0;
         for (const char c : content) {
@@ -299,10 +294,7 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
 // The hit positions of the model, each followed by a blank.
 std::string hitsof(const std::string& content, const std::string& sFind)
 {
-    RefScan scan;
-    scan.sName = "f";
-    scan.sFind = sFind;
-    const std::string events = test::refscanfile(content, scan).events;
+    const std::string events = test::refscanfile(content, {.sName = "f", .sFind = sFind}).events;
     std::string hits;
     for (std::size_t at = 0; (at = events.find("hit f ", at)) != std::string::npos; at += 6)
         hits += events.substr(at + 6, events.find('\n', at) - at - 6) + " ";
@@ -338,34 +330,6 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     }
 }
 
-struct FdSink : ByteSink {
-    int fd;
-    explicit FdSink(int f) : fd(f) {}
-    bool write(std::string_view b) override { return ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size()); }
-};
-
-// A scan of `file` for "needle" through windows of `window` bytes; a
-// replace writes to `out`.
-void scanfile(const std::filesystem::path& file, std::int64_t window, const std::filesystem::path& out = {})
-{
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    const int outFd = out.empty() ? -1 : ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    FdSink sink(outFd);
-    OutputBuffer buffer(&sink);
-    test::RecordingHost host;
-    {
-        Scanner scanner(fd, static_cast<std::int64_t>(std::filesystem::file_size(file)), "needle", true,
-                        out.empty() ? nullptr : &buffer, host, window);
-        ScanFile f {.scanner = scanner, .sFile = file, .sFind = "needle", .sReplace = "pin",
-                    .nOut = out.empty() ? nullptr : &buffer};
-        EXPECT_EQ(scanloop(f, "f"), 3);
-    }
-    buffer.flush();
-    ::close(fd);
-    if (outFd >= 0)
-        ::close(outFd);
-}
-
 // Every buffer of a transfer of a page or more that the engine makes starts
 // on a page boundary: a 512 KiB read into a block 16 bytes past one costs
 // the kernel's copy several times as much.
@@ -379,14 +343,17 @@ TEST(KernelCopies, StartOnAPageBoundary)
     const auto file = dir.write("f.bin", content);
     const auto work = dir.path() / "work";
     std::filesystem::create_directories(work);
-    const struct {
-        const char* what;
-        std::function<void()> run;
-    } rows[] = {
-        {"a scan's own window", [&] { scanfile(file, Scanner::kDefaultWindow); }},
-        {"the reader threads of a find", [&] { scanfile(file, 4096); }},
-        {"the windows and output of a replace, and what it reads again behind them",
-         [&] { scanfile(file, 4096, dir.path() / "out.bin"); }},
+    // A scan of the file for "needle" through windows of `window` bytes; a replace writes to out.bin.
+    const auto scanfile = [&](std::int64_t window, bool replace) {
+        const FileHandle out(replace ? ::open((work / "out.bin").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600) : -1);
+        const RefScan scan {.sFile = file.string(), .sName = "f", .sFind = "needle", .sReplace = "pin", .bReplace = replace};
+        EXPECT_EQ(fastscanfile(content, scan, window, work / "run.log", FileHandle(::open(file.c_str(), O_RDONLY | O_CLOEXEC)),
+                               out.get()).nHits, 3);
+    };
+    const struct { const char* what; std::function<void()> run; } rows[] = {
+        {"a scan's own window", [&] { scanfile(Scanner::kDefaultWindow, false); }},
+        {"the reader threads of a find", [&] { scanfile(4096, false); }},
+        {"the windows and output of a replace, and what it reads again behind them", [&] { scanfile(4096, true); }},
         {"a dump",
          [&] {
              DumpSink quiet;

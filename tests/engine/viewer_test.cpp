@@ -1,23 +1,33 @@
 // The viewer's page: reading a block, its page text in every mode and row
 // format, the metafile record view on real metafiles, position expressions,
-// the caret's position and AutoDetect.
+// the caret's position, AutoDetect, and saving an edited page.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
+#include <functional>
 #include <limits>
 #include <map>
+#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include "engine/core/faultinject.h"
+#include "engine/core/openbinary.h"
 #include "engine/viewer/detect.h"
 #include "engine/viewer/metafile.h"
 #include "engine/viewer/page.h"
 #include "engine/viewer/position.h"
+#include "engine/viewer/save.h"
 #include "support/privileges.h"
 #include "support/tempdir.h"
 
@@ -29,7 +39,7 @@ namespace fs = std::filesystem;
 
 const std::string kSeven = "\x48\x69\x0D\x0A\x00\xFF\x5A"s;
 
-TEST(ViewerPage, RendersEachModeAndFormat)
+TEST(ViewerPage, RendersEachModeAndFormatAndSizesThePage)
 {
     const struct { std::string block; std::int64_t lPos; int nWidth, nMode, nFormat; std::string text; } rows[] = {
         {kSeven, 1, 4, 0, 0, "000001: <48> <69> <0D> <0A> \r\n000005: <00> <FF> <5A> "},
@@ -47,15 +57,19 @@ TEST(ViewerPage, RendersEachModeAndFormat)
         SCOPED_TRACE(testing::PrintToString(row.block) + " at " + std::to_string(row.lPos));
         EXPECT_EQ(formatpage(row.block, row.lPos, row.nWidth, row.nMode, row.nFormat), row.text);
     }
+    // At the window's design height: a quarter page of whole rows, none when
+    // a row is wider (the default block then), two twips a byte of text.
+    for (const auto& [width, mode, block] :
+         {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
+        EXPECT_EQ(pageblock(1845, width, mode), block) << width << " mode " << mode;
+    EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
+    EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
 }
 
 TEST(ViewerPage, ReadsOneBlockWhereverItStands)
 {
     test::TempDir dir;
-    std::string hundred60;
-    for (int i = 0; i < 160; ++i)
-        hundred60 += static_cast<char>('A' + i % 26);
-    const fs::path rows = dir.write("rows", hundred60);
+    const fs::path rows = dir.write("rows", std::string(160, 'D'));
     const fs::path crlf = dir.write("crlf", "abc\r\ndef\r");
     // tail: how the page text ends.
     const struct { fs::path file; std::int64_t lPos, nBlock; int nMode; std::int64_t pos, len; std::string tail; } cases[] = {
@@ -163,17 +177,6 @@ TEST(ViewerPage, StreamsAPageOfAnySizeInLittleMemory)
     EXPECT_EQ(readpage(big, 1, 600000000, 16, 0, 0).error.code, EFBIG);   // read whole: refused before reading
 }
 
-TEST(ViewerPage, SizesAndRangesThePage)
-{
-    // At the window's design height: a quarter page of whole rows, none when
-    // a row is wider (the default block then), two twips a byte of text.
-    for (const auto& [width, mode, block] :
-         {std::tuple{10, 1, 160}, {16, 0, 128}, {4, 0, 176}, {50, 0, 0}, {0, 0, 184}, {10, 2, 922}})
-        EXPECT_EQ(pageblock(1845, width, mode), block) << width << " mode " << mode;
-    EXPECT_EQ(pagerange(1, 0), "0x00000001-0x00000000 (1-0)");
-    EXPECT_EQ(pagerange(1LL << 32, 2), "0x100000000-0x100000001 (4294967296-4294967297)");
-}
-
 // Metafile record rows: the worked example and the rules of the lock-on.
 TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
 {
@@ -206,11 +209,7 @@ TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
 
 // The record walk of a real metafile, from its header, as the reference the
 // record view must agree with wherever a page starts on a record.
-struct Record {
-    std::int64_t pos;   // 1-based
-    std::uint32_t words;
-    std::uint16_t function;
-};
+struct Record { std::int64_t pos; std::uint32_t words; std::uint16_t function; };   // pos 1-based
 
 std::vector<Record> walkmetafile(const std::string& bytes)
 {
@@ -269,7 +268,7 @@ TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
     }
 }
 
-TEST(ViewerPosition, EvaluatesGotoAnswers)
+TEST(ViewerPosition, EvaluatesGotoAnswersFindsTheByteUnderTheCaretAndPlacesAHit)
 {
     const struct { std::string s; std::int64_t value; } rows[] = {
         {"", 0},        {"abc", 0},        {"0", 0},          {" 1 2 3x", 123},   {"&H1A&", 26},
@@ -285,19 +284,16 @@ TEST(ViewerPosition, EvaluatesGotoAnswers)
     // An empty left side stands for a negative base as a number, not as text.
     EXPECT_EQ(parseposition("+10", -5, 160), 5);
     EXPECT_EQ(inputnumber("2.5") + inputnumber("-1") + inputnumber("-x"), 1.5);
-}
-
-TEST(ViewerPosition, FindsTheByteUnderTheCaretAndPlacesAHit)
-{
+    // The byte under the caret, and its label.
     const std::string page = formatpage(kSeven, 1, 4, 0, 0);
     EXPECT_EQ(lastinstr("abcabc", "bc"), 5);
     EXPECT_EQ(lastinstr("abc", "x") + lastinstr("abc", ""), 0);
-    const struct { std::string text; std::int64_t caret; int nFormat; std::int64_t position; } rows[] = {
+    const struct { std::string text; std::int64_t caret; int nFormat; std::int64_t position; } carets[] = {
         {page, 44, 0, 6}, {"", 0, 0, 0},                      // the second cell of the second row
         {page, 8, 0, 1},   {page, 27, 0, 4},   {page, 2, 0, 0},   // a column gives its row or less
         {formatpage(kSeven, 0x1000, 4, 0, 1), 44, 1, 0x1005}, {formatpage(kSeven, 0x1000, 4, 0, 2), 47, 2, 0x1005},
     };
-    for (const auto& row : rows)
+    for (const auto& row : carets)
         EXPECT_EQ(clickposition(row.text, row.caret, row.nFormat), row.position) << row.text << " @" << row.caret;
     EXPECT_EQ(clicklabel(0x1005, 1) + " " + clicklabel(0x1005, 2) + " " + clicklabel(4101, 0) + " " + clicklabel(7, 3),
               "0x1005 0x1005 4101 7");
@@ -327,6 +323,134 @@ TEST(ViewerDetect, TellsBinaryFromTextAtTheEdges)
     }
     EXPECT_FALSE(isbinaryfile(dir.path() / "none"));
     EXPECT_EQ(autodetect(dir.path() / "none", AutoDetectAt::ComboClick), kModePureText);
+}
+
+const std::string kFile = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+// The viewer's page state from a read to a save.
+struct Viewer {
+    fs::path file, scratch;
+    int nMode, nFormat = kFormatDecimal;
+    Page page {};
+    std::string sViewText {};
+
+    void show(std::int64_t lPos, std::int64_t nBlock)
+    {
+        page = readpage(file, lPos, nBlock, 4, nMode, nFormat);
+        sViewText = pagebytes(page.sText, nMode);
+    }
+    // Saves `text` as the page box's text; "" when saved, else why not.
+    std::string save(const std::string& text)
+    {
+        const SavedPage r =
+            saveeditedpage({file, page.lPos, page.lViewLen, sViewText, page.stamp, text, nMode, nFormat, scratch});
+        return r.error ? r.error.text : r.changed ? "" : "unchanged";
+    }
+};
+
+// `content` in a file below a path longer than PATH_MAX in `dir`.
+fs::path deepfile(const test::TempDir& dir, const std::string& content)
+{
+    const std::string level(200, 'd');
+    fs::path p = dir.path();
+    FileHandle at(::open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int depth = 0; depth < 24; ++depth, p /= level) {
+        ::mkdirat(at.get(), level.c_str(), 0755);
+        at = FileHandle(::openat(at.get(), level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
+    FileHandle f(::openat(at.get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    EXPECT_EQ(::write(f.get(), content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    return p / "f";
+}
+
+// A file of any path, whole.
+std::string readlong(const fs::path& p)
+{
+    OpenedFile file;
+    std::string bytes;
+    return openbinary(p, file) || !readblock(file.fd.get(), 0, file.size(), bytes) ? "unreadable" : bytes;
+}
+
+TEST(ViewerSave, SplicesTheEditedPageAndGivesBackAnUneditedOne)
+{
+    // from is replaced by to in the page text; after: the file afterwards.
+    const struct { const char* what; int nMode; std::int64_t lPos, nBlock; std::string from, to, after; } rows[] = {
+        {"a changed cell", 0, 5, 8, "<34>", "<7E>", "0123~56789ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
+        {"a deleted row", 0, 5, 8, "000009: <38> <39> <41> <42> ", "", "01234567CDEFGHIJKLMNOPQRSTUVWXYZ"},
+        {"an added cell", 1, 5, 8, "  4 ", "  4  <0D> ", "01234\r56789ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
+        {"typed characters", 1, 1, 8, "000001:", "000001: ab", "ab0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
+        {"the last page", 0, 33, 8, "<59> <5A>", "<00>", "0123456789ABCDEFGHIJKLMNOPQRSTUVWX\0"s},
+        {"a change in a position column only", 0, 5, 8, "000009", "000010", kFile},
+        {"an emptied byte page", 0, 5, 8, "", "", kFile},
+        {"a text page", 2, 3, 4, "2345", "a\r\nb\rc\n", "01a\r\nb\rc\n6789ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
+        {"Full Text", 3, 9, 4, kFile, "all\n", "all\n"},
+    };
+    for (bool deep : {false, true}) {
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.what + std::string(deep ? ", below a path over PATH_MAX" : ""));
+            test::TempDir dir;
+            Viewer v{deep ? deepfile(dir, kFile) : dir.write("f", kFile), dir.path() / "brindlex.tmp", row.nMode};
+            v.show(row.lPos, row.nBlock);
+            std::string text = row.from.empty() ? "" : v.page.sText.replace(v.page.sText.find(row.from), row.from.size(), row.to);
+            EXPECT_EQ(v.save(text), row.after == kFile ? "unchanged" : "");
+            EXPECT_EQ(readlong(v.file), row.after);
+        }
+    }
+    // An unedited byte page gives back exactly the bytes it shows, or every
+    // save would change what the user never touched.
+    std::mt19937 rng(5);
+    for (int round = 0; round < 300; ++round) {
+        std::string block(rng() % 300, '\0');
+        for (char& c : block)
+            c = static_cast<char>(rng() % 4 == 0 ? "<>: \r\n"[rng() % 6] : rng());
+        const int nMode = static_cast<int>(rng() % 2), nFormat = static_cast<int>(rng() % 3);
+        const std::string text = formatpage(block, 1 + rng() % 100000, 1 + static_cast<int>(rng() % 40), nMode, nFormat);
+        ASSERT_EQ(pagebytes(text, nMode), block) << text;
+    }
+}
+
+// Every way a save can't be done right leaves the file as it was, with the reason.
+TEST(ViewerSave, LeavesTheFileAsItWasWithTheReason)
+{
+    const std::string meta = "ab\x03\0\0\0\x21\x15\x09\0"s;
+    // meanwhile: after the read, before the save.
+    const struct { const char* what; std::string content; int nMode, nFormat; std::function<void(const fs::path&)> meanwhile;
+                   std::string reason; } rows[] = {
+        {"records that pass bytes over", meta, 1, kFormatMeta, nullptr, "metafile records"},
+        {"a text page with a NUL", "a\0b"s, 2, kFormatDecimal, nullptr, "NUL"},
+        {"a file changed since its page was read", kFile, 2, kFormatDecimal,
+         [](const fs::path& f) { std::ofstream(f, std::ios::app) << "more"; }, "changed by another program"},
+        {"a write in place that sets the mtime back", kFile, 2, kFormatDecimal,
+         [](const fs::path& f) {
+             struct stat st {};
+             ::stat(f.c_str(), &st);
+             ::usleep(20000);
+             std::fstream(f, std::ios::in | std::ios::out | std::ios::binary) << "theirs";
+             const timespec times[2] = {st.st_atim, st.st_mtim};
+             ::utimensat(AT_FDCWD, f.c_str(), times, 0);
+         },
+         "changed by another program"},
+        {"a failing write", kFile, 2, kFormatDecimal,
+         [](const fs::path&) { faultinject::arm({0, 0, "write", ENOSPC}); }, "No space left on device"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test::TempDir dir;
+        Viewer v(dir.write("f", row.content), dir.path() / "brindlex.tmp", row.nMode, row.nFormat);
+        v.show(1, 64);
+        if (row.meanwhile)
+            row.meanwhile(v.file);
+        const std::string before = test::readfile(v.file);
+        const std::string edited = row.nMode < 2 ? v.page.sText.replace(v.page.sText.find("<09>"), 4, "<41>") : "typed";
+        const std::string why = v.save(edited);
+        faultinject::disarm();
+        EXPECT_NE(why.find(row.reason), std::string::npos) << why;
+        EXPECT_EQ(test::readfile(v.file), before);
+    }
+    test::TempDir dir;
+    const SavedPage gone = saveeditedpage({dir.path() / "none", 1, 3, "old", FileStamp{}, "new", 2, 0, dir.path() / "brindlex.tmp"});
+    EXPECT_FALSE(gone.opened);
+    EXPECT_FALSE(fs::exists(dir.path() / "none"));
 }
 
 }  // namespace

@@ -93,18 +93,6 @@ struct Model {
 
 }  // namespace
 
-std::string hitevent(const std::string& sName, std::int64_t lPos)
-{
-    return "hit " + sName + " " + std::to_string(lPos) + "\n";
-}
-
-std::string statusevent(const std::string& caption) { return "status " + caption + "\n"; }
-
-std::string questionevent(const std::string& title, const std::string& text)
-{
-    return "question " + title + "|" + text + "\n";
-}
-
 RefResult refscanfile(const std::string& content, const RefScan& scan)
 {
     RefResult r;

@@ -13,15 +13,15 @@
 namespace brindlex::test {
 
 struct RefScan {
-    std::string sFile;        // full path, for titles and log lines
-    std::string sName;        // name of the hit lines
-    std::string sFind;        // prepared: upper-cased unless bMatchCase; never empty
-    std::string sReplace;
+    std::string sFile {};      // full path, for titles and log lines
+    std::string sName {};      // name of the hit lines
+    std::string sFind {};      // prepared: upper-cased unless bMatchCase; never empty
+    std::string sReplace {};
     bool bMatchCase = true;
     bool bReplace = false;
     bool bAsk = false;
     int nLogMode = 0;
-    std::vector<Answer> answers;   // to the questions in turn; Yes behind the last
+    std::vector<Answer> answers {};   // to the questions in turn; Yes behind the last
 };
 
 struct RefResult {
@@ -37,8 +37,8 @@ struct RefResult {
 RefResult refscanfile(const std::string& content, const RefScan& scan);
 
 // The event lines of the model, for a host that records the fast scanner.
-std::string hitevent(const std::string& sName, std::int64_t lPos);
-std::string statusevent(const std::string& caption);
-std::string questionevent(const std::string& title, const std::string& text);
+inline std::string hitevent(const std::string& sName, std::int64_t lPos) { return "hit " + sName + " " + std::to_string(lPos) + "\n"; }
+inline std::string statusevent(const std::string& caption) { return "status " + caption + "\n"; }
+inline std::string questionevent(const std::string& title, const std::string& text) { return "question " + title + "|" + text + "\n"; }
 
 }  // namespace brindlex::test
