@@ -101,7 +101,8 @@ private slots:
         QWidget* window = viewer ? static_cast<QWidget*>(form->viewer()) : form.get();
         QVERIFY(window && window->isVisible());
         window->resize(qRound(window->width() * grow.width()), qRound(window->height() * grow.height()));
-        QTest::qWait(20);   // the events of the resize, the layout's among them
+        QApplication::processEvents();
+        QTest::qWait(20);
         const QStringList found = faults(window);
         QVERIFY2(found.isEmpty(), qPrintable(found.join("; ")));
     }
