@@ -22,7 +22,7 @@ constexpr int kDesignHeight = 1845;   // Text1's height at design, in twips
 // A world that keeps its window, for the viewer opened from it.
 class ViewWorld : public World {
 public:
-    Form1& start(const std::string& command = {}) { return *(form = World::start(true, command)); }
+    Form1& start() { return *(form = World::start()); }
 
     // The window on a file "f" of `bytes`, opened from the file list with
     // rows of `width` when given.
