@@ -189,8 +189,12 @@ private slots:
         viewer.mnuClose_Click();
         QCOMPARE(world.state().nViewMode, 4);
         // Full Text of a file too large is refused with a message, never shown
-        // in part: the page stays as it was, and so do the mode box and the range.
+        // in part: the page stays as it was, and so do the mode box and the
+        // range, also when the page was last read in another mode (here
+        // Binary/Hex, from the file again after the empty Pure Text box).
         world.open("big");
+        setmode(viewer, 2);
+        setmode(viewer, 0);
         setmode(viewer, 1);
         const std::string page = viewer.Text1->page();
         const QString range = viewer.Label2->text();

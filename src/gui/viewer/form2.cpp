@@ -555,6 +555,8 @@ void Form2::Combo1_Click()
         return;
     }
     Text1->setpage(formatpage(bytes, state.lViewPos, state.nViewWidth, state.nViewMode, nViewFormat));
+    // The same page, shown in another mode: a refused Full Text comes back to it.
+    shown.nViewMode = mode;
     const int end = static_cast<int>(Text1->document()->characterCount()) - 1;
     cursor = Text1->textCursor();
     cursor.setPosition(std::min(anchor, end));
