@@ -108,7 +108,7 @@ int runsets(const std::vector<std::string>& args)
             request.sReplaceText = pair.replace;
             const RunResult result = findinfiles(request, host);
             wrote = flushstdout() && wrote;
-            printsummary(result, request.files.size(), item.caption + ": ");
+            printsummary(result, request.files.size(), item.caption + ": ", *bReplace);
             failures = failures || result.failures;
             cancelled = result.cancelled;
             hits = hits || result.hits > 0;

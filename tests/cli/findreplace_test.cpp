@@ -109,7 +109,7 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         // before wrote, up to the first set without a value.
         {"sets --find", {"sets", "--find", "../sets.ini", "a.txt"}, "",
          "# zeta\na.txt\t000000001\na.txt\t000000007\n# alpha\n",
-         std::nullopt, 0, {{"a.txt", "one two"}}},
+         "zeta: 2 hits in 1 of 1 file\nalpha: 0 hits in 0 of 1 file\n", 0, {{"a.txt", "one two"}}},
         {"sets --replace", {"sets", "--replace", "../sets.ini", "a.txt"}, "",
          "# zeta\na.txt\t000000001\na.txt\t000000007\n# alpha\na.txt\t000000001\n",
          "zeta: 2 hits in 1 of 1 file, 1 file rewritten\nalpha: 1 hit in 1 of 1 file, 1 file rewritten\n", 0,
