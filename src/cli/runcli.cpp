@@ -223,6 +223,10 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
     return o;
 }
 
+// Lines made on a thread of their own only where they can't meet the
+// progress line on a terminal.
+CliHost::CliHost() : lines(::isatty(STDOUT_FILENO) == 0, [this] { meter.erase(); }) {}
+
 CliHost::~CliHost()
 {
     flushhits();
@@ -263,11 +267,11 @@ void CliHost::filebegins(const FileBegins& file)
 
 void CliHost::progress(std::int64_t lDone, std::int64_t /*lLen*/) { meter.filepart(lDone); }
 
-// A file with millions of hits prints millions of lines: no printf, and no
-// stdio call or copy of unknown length per line either.
 std::size_t CliHost::hits(const HitBatch& batch)
 {
-    putlines(batch.sName, batch.lPos, batch.count);
+    if (bDryRun && batch.count != 0 && (wouldRewrite.empty() || wouldRewrite.back() != batch.sName)) [[unlikely]]
+        wouldRewrite.push_back(batch.sName);
+    lines.put(batch.sName, batch.lPos, batch.count);
     return batch.count;
 }
 
@@ -286,39 +290,6 @@ void CliHost::runfailure(const Failure& failure)
 void CliHost::note(const Note& n) { note(notetext(n)); }
 
 void CliHost::runfinished(const RunSummary& /*summary*/) { showcontrols(true); }
-
-void CliHost::putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count)
-{
-    // The name goes in as one copy of fixed length.
-    constexpr std::size_t kPrefix = 64;
-    char prefix[kPrefix] = {};
-    const bool shortname = sName.size() <= kPrefix;
-    if (shortname)
-        std::memcpy(prefix, sName.data(), sName.size());
-    if (bDryRun && count != 0 && (wouldRewrite.empty() || wouldRewrite.back() != sName)) [[unlikely]]
-        wouldRewrite.push_back(sName);
-    if (!hits_)
-        hits_ = std::make_unique_for_overwrite<char[]>(kHitBuffer);
-    for (std::size_t k = 0; k < count; ++k) {
-        if (kHitBuffer - hitsUsed_ < kPrefix + kList2Tail + 1)
-            flushhits();
-        char* out = hits_.get() + hitsUsed_;
-        if (shortname) {
-            std::memcpy(out, prefix, kPrefix);
-            out += sName.size();
-        } else {
-            flushhits();   // a long name goes straight out
-            fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
-            out = hits_.get();
-        }
-        char* const tail = out;
-        out = putlist2tail(out, lPos[k]);
-        *tail = separator;   // the tab, or -0's NUL
-        *out++ = '\n';
-        hitsUsed_ = static_cast<std::size_t>(out - hits_.get());
-    }
-}
-
 
 void CliHost::entry(const std::string& name, std::int64_t size)
 {
@@ -339,9 +310,7 @@ void CliHost::note(const std::string& text)
 void CliHost::flushhits()
 {
     meter.erase();
-    if (hitsUsed_ != 0)
-        fwrite_unlocked(hits_.get(), 1, hitsUsed_, stdout);
-    hitsUsed_ = 0;
+    lines.flush();
 }
 
 void CliHost::message(const std::string& text, const Error& reason)
@@ -419,7 +388,7 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
             host.unreadable(mask, errno);
     }
     if (o.nullAfterName)
-        host.separator = '\0';
+        host.lines.separator = '\0';
     request.files = host.entries;
     host.nFiles = request.files.size();
     return 0;

@@ -12,6 +12,7 @@
 #include "engine/batch/run.h"
 #include "engine/core/runsink.h"
 #include "engine/core/walksink.h"
+#include "cli/hitlines.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
 
@@ -50,7 +51,7 @@ std::optional<RunOptions> parserunoptions(const std::vector<std::string>& args, 
 // false from then on.
 class CliHost : public RunSink, public WalkSink {
 public:
-    CliHost() = default;
+    CliHost();
     ~CliHost() override;
     CliHost(const CliHost&) = delete;
     CliHost& operator=(const CliHost&) = delete;
@@ -83,7 +84,6 @@ public:
 
     std::vector<FileEntry> entries;   // what the walk found; the run's file list
     bool trouble = false;   // something could not be searched
-    char separator = '\t';  // between a hit's name and position
     // The progress line; on when preparerun finds it wanted and stderr a terminal.
     ProgressMeter meter{false};
     std::size_t nFiles = 0;   // of the list each run goes over
@@ -94,15 +94,14 @@ public:
 private:
     void showcontrols(bool bOn);
     void message(const std::string& text, const Error& reason);
-    // Hit lines gather here and go to stdout in large pieces: before any
+    // Hit lines go to stdout in large pieces; all of them before any
     // message or question, and when the run ends (the controls come on).
     void flushhits();
-    void putlines(const std::string& sName, const std::int64_t* lPos, std::size_t count);
 
     int tty_ = -1;
-    static constexpr std::size_t kHitBuffer = 1 << 16;
-    std::unique_ptr<char[]> hits_;
-    std::size_t hitsUsed_ = 0;
+
+public:
+    HitLines lines;   // declared last: its thread goes first
 };
 
 // Fills `request` from the options and the work directory (flags, log,

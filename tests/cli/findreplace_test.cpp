@@ -184,6 +184,28 @@ TEST(CliFindReplace, EachFileByItsRealNameAndPath)
     EXPECT_EQ(readfile(dir.path() / "base/x"), "HITX");
 }
 
+// Tens of thousands of hit lines, made on a thread of their own when stdout
+// is no terminal: all of them, in the run's order, a long name's too.
+TEST(CliFindReplace, ManyHitLinesInTheRunsOrder)
+{
+    test::TempDir dir;
+    fs::create_directories(dir.path() / "work");
+    std::string expected;
+    for (const auto& [name, count] : {std::pair{std::string("a"), 20000}, {"c", 1}, {"d", 17000}, {std::string(100, 'n'), 30000}}) {
+        std::string content;
+        for (int i = 0; i < count; ++i) {
+            content += "HIT";
+            char tail[16];
+            std::snprintf(tail, sizeof tail, "\t%09d\n", 3 * i + 1);
+            expected += name + tail;
+        }
+        dir.write("base/" + name, content);
+    }
+    const CliResult r = runcli({"find", "-c", "HIT", "*"}, dir.path() / "base", dir.path() / "work");
+    EXPECT_EQ(r.err, "67001 hits in 4 of 4 files\n");
+    EXPECT_TRUE(r.out == expected) << r.out.size() << " bytes, not " << expected.size();
+}
+
 // stdout on a full device: the hits are lost, and that is said.
 TEST(CliFindReplace, SaysThatStdoutIsFull)
 {
