@@ -15,7 +15,8 @@ constexpr std::size_t kPrefix = 64;   // names up to this long go in as one copy
 }  // namespace
 
 HitLines::HitLines(bool threaded, std::function<void()> beforewrite)
-    : threaded_(threaded && usablecores() > 1), beforewrite_(std::move(beforewrite)), text_(std::make_unique_for_overwrite<char[]>(kText))
+    : threaded_(threaded && usablecores() > 1), beforewrite_(std::move(beforewrite)),
+      text_(std::make_unique_for_overwrite<char[]>(kText))
 {
 }
 
@@ -58,11 +59,7 @@ void HitLines::flush()
         print(filling_);
         filling_.pos.clear();
         filling_.names.clear();
-        if (used_ != 0) {
-            if (beforewrite_)
-                beforewrite_();
-            write();
-        }
+        write();
         return;
     }
     if (!filling_.pos.empty())
@@ -100,12 +97,8 @@ void HitLines::submit()
             const std::lock_guard lock(mutex_);
             waiting.swap(queue_);
         }
-        for (const Chunk& chunk : waiting) {
+        for (const Chunk& chunk : waiting)
             print(chunk);
-            if (beforewrite_)
-                beforewrite_();
-            write();
-        }
     }
 }
 
@@ -148,36 +141,38 @@ void HitLines::print(const std::string& sName, const std::int64_t* lPos, std::si
     if (shortname)
         std::memcpy(prefix, sName.data(), sName.size());
     for (std::size_t k = 0; k < count; ++k) {
-        if (kText - used_ < kPrefix + kList2Tail + 1) {
-            if (beforewrite_ && !threaded_)
-                beforewrite_();
+        if (kText - used_ < kPrefix + kList2Tail + 1)
             write();
-        }
-        char* out = text_.get() + used_;
+        char* at = text_.get() + used_;
         if (shortname) {
-            std::memcpy(out, prefix, kPrefix);
-            out += sName.size();
+            std::memcpy(at, prefix, kPrefix);
+            at += sName.size();
         } else {
             // A long name goes straight out.
-            if (beforewrite_ && !threaded_)
-                beforewrite_();
             write();
-            fwrite_unlocked(sName.data(), 1, sName.size(), stdout);
-            out = text_.get();
+            out(sName.data(), sName.size());
+            at = text_.get();
         }
-        char* const tail = out;
-        out = putlist2tail(out, lPos[k]);
+        char* const tail = at;
+        at = putlist2tail(at, lPos[k]);
         *tail = separator;
-        *out++ = '\n';
-        used_ = static_cast<std::size_t>(out - text_.get());
+        *at++ = '\n';
+        used_ = static_cast<std::size_t>(at - text_.get());
     }
 }
 
 void HitLines::write()
 {
     if (used_ != 0)
-        fwrite_unlocked(text_.get(), 1, used_, stdout);
+        out(text_.get(), used_);
     used_ = 0;
+}
+
+void HitLines::out(const char* bytes, std::size_t size)
+{
+    if (beforewrite_ && !threaded_)
+        beforewrite_();
+    fwrite_unlocked(bytes, 1, size, stdout);
 }
 
 }  // namespace brindlex::cli

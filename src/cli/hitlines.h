@@ -23,9 +23,9 @@ namespace brindlex::cli {
 
 class HitLines {
 public:
-    // `beforewrite` runs before each write to stdout from the caller's
-    // thread (the progress line is erased there); with `threaded` the lines
-    // may be made and written on a thread of its own.
+    // With `threaded` the lines may be made and written on a thread of
+    // their own; without, `beforewrite` runs before each write to stdout
+    // (the progress line on the same terminal is erased there).
     HitLines(bool threaded, std::function<void()> beforewrite);
     ~HitLines();
     HitLines(const HitLines&) = delete;
@@ -49,7 +49,8 @@ private:
 
     void print(const Chunk& chunk);
     void print(const std::string& sName, const std::int64_t* lPos, std::size_t count);
-    void write();
+    void write();   // the lines made so far
+    void out(const char* bytes, std::size_t size);
     void submit();
     void work();
 

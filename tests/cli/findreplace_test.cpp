@@ -311,12 +311,14 @@ TEST(CliFindReplace, FullDiskOrSizeLimitFailsOneFileOnly)
 TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
 {
     constexpr int kFiles = 24;
-    auto content = [](int i, bool replaced) {
-        std::string s;
-        for (int line = 0; line < 6000; ++line)
-            s += "line " + std::to_string(line) + " of file " + std::to_string(i) + (replaced ? ": NEW!!\n" : ": OLD\n");
-        return s;
-    };
+    std::vector<std::string> before(kFiles), after(kFiles);
+    for (int i = 0; i < kFiles; ++i) {
+        for (int line = 0; line < 6000; ++line) {
+            const std::string head = "line " + std::to_string(line) + " of file " + std::to_string(i);
+            before[i] += head + ": OLD\n";
+            after[i] += head + ": NEW!!\n";
+        }
+    }
     auto name = [](int i) { return "f" + std::to_string(100 + i); };
     KillClock clock(7);
     int partly = 0;
@@ -326,7 +328,7 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         test::TempDir dir;
         fs::create_directories(dir.path() / "links");
         for (int i = 0; i < kFiles; ++i) {
-            dir.write("base/" + name(i), content(i, false));
+            dir.write("base/" + name(i), before[i]);
             if (i % 3)
                 fs::create_hard_link(dir.path() / "base" / name(i), dir.path() / "links" / name(i));
         }
@@ -339,7 +341,7 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
             int n = 0;
             for (int i = 0; i < kFiles; ++i) {
                 const std::string now = readfile(dir.path() / "base" / name(i));
-                n += now != content(i, false) && now != content(i, true);
+                n += now != before[i] && now != after[i];
             }
             return n;
         };
@@ -352,7 +354,7 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
         EXPECT_EQ(torn(), 0);
         int fresh = 0;
         for (int i = 0; i < kFiles; ++i) {
-            fresh += readfile(dir.path() / "base" / name(i)) == content(i, true);
+            fresh += readfile(dir.path() / "base" / name(i)) == after[i];
             if (i % 3) {
                 EXPECT_EQ(readfile(dir.path() / "links" / name(i)), readfile(dir.path() / "base" / name(i)));
             }
