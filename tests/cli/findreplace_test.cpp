@@ -501,7 +501,9 @@ TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
     }
     ::unsetenv("BRINDLEX_INPLACE_MIN");
     EXPECT_GT(olds[2], 0) << "no kill came before the swap";
-    EXPECT_TRUE(olds[0] + olds[1] > 0 && news[0] + news[1] > 0) << "the kills came all before or all after the writes";
+    EXPECT_TRUE(olds[0] + olds[1] > 0 && news[0] + news[1] > 0)
+        << "the kills came all before or all after the writes: " << olds[0] << " " << olds[1] << " old, " << news[0]
+        << " " << news[1] << " new";
 }
 
 struct PtyRun {
