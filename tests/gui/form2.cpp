@@ -436,6 +436,7 @@ private slots:
         edit(viewer, "  A  ", "<61> <61> ");
         QTest::keyClick(viewer.Text1, Qt::Key_PageDown);
         QVERIFY(world.dialogs.records.empty());
+        QCOMPARE(readfile(world.file("f")), abc);
         viewer.mnuSave_Click();
         QCOMPARE(readfile(world.file("f")), QByteArray(abc).replace(0, 1, "aa"));
         QCOMPARE(world.state().lViewLen, 41);
