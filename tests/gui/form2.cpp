@@ -386,7 +386,7 @@ private slots:
     {
         QFETCH(AskRow, row);
         ViewWorld world;
-        const QByteArray bytes = sequence(1000) + "HIT" + sequence(500) + "HIT";
+        const QByteArray bytes = sequence(921) + "\r\n" + sequence(77) + "HIT" + sequence(500) + "HIT";
         world.write("g", "other");
         world.write("f", bytes);
         Form1& form = world.start();
