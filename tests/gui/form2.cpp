@@ -426,7 +426,7 @@ private slots:
     {
         // An edit in Binary/Text: Page Down at the end goes nowhere and asks
         // nothing. Saved, the page is 41 bytes long in the file, as the
-        // window's state says: a second save splices there.
+        // window's state says: a second save, from Binary/Hex, splices there.
         ViewWorld world;
         const QByteArray abc = sequence(40);
         world.write("h", QByteArray("\x48\x69\x0D\x0A\x00\xFF\x5A", 7));
@@ -440,6 +440,7 @@ private slots:
         viewer.mnuSave_Click();
         QCOMPARE(readfile(world.file("f")), QByteArray(abc).replace(0, 1, "aa"));
         QCOMPARE(world.state().lViewLen, 41);
+        setmode(viewer, 0);
         edit(viewer, "<61> <61> ", "");
         viewer.mnuSave_Click();
         QCOMPARE(readfile(world.file("f")), abc.mid(1));
