@@ -71,6 +71,7 @@ pid_t startcli(const std::vector<std::string>& args, const fs::path& cwd, const 
     for (const std::string& arg : args)
         argv.push_back(arg.c_str());
     argv.push_back(nullptr);
+    fs::create_directories(work);
     const std::string out = (work / "cli.out").string(), err = (work / "cli.err").string();
     const pid_t pid = ::fork();
     if (pid == 0) {

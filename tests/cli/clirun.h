@@ -23,7 +23,8 @@ struct CliResult {
 };
 
 // Starts the CLI in `cwd` with stdin `input`, stdout and stderr in work/cli.out
-// and work/cli.err and BRINDLEX_TEMP at `work`; callers kill it or watch it.
+// and work/cli.err and BRINDLEX_TEMP at `work` (made when missing); callers
+// kill it or watch it.
 pid_t startcli(const std::vector<std::string>& args, const std::filesystem::path& cwd,
                const std::filesystem::path& work, int input);
 

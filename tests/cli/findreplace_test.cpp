@@ -151,7 +151,6 @@ TEST(CliFindReplace, EachFileByItsRealNameAndPath)
     for (const char* name : {" lead", "trail ", "x\ty", "x", "new\nline"})
         dir.write(std::string("base/") + name, "HIT");
     dir.write("list0", std::string("x\ty\0 lead\0", 10));
-    fs::create_directories(dir.path() / "work");
     const std::string level(200, 'd');
     std::string relative;
     for (int depth = 0; depth < 24; ++depth)
@@ -189,7 +188,6 @@ TEST(CliFindReplace, EachFileByItsRealNameAndPath)
 TEST(CliFindReplace, ManyHitLinesInTheRunsOrder)
 {
     test::TempDir dir;
-    fs::create_directories(dir.path() / "work");
     std::string expected;
     for (const auto& [name, count] : {std::pair{std::string("a"), 20000}, {"c", 1}, {"d", 17000}, {std::string(100, 'n'), 30000}}) {
         std::string content;
@@ -283,7 +281,6 @@ TEST(CliFindReplace, FullDiskOrSizeLimitFailsOneFileOnly)
         test::TempDir dir;
         const fs::path mnt = dir.path() / "mnt";
         fs::create_directories(mnt);
-        fs::create_directories(dir.path() / "work");
         const std::string got = test::runinchild([&] {
             const bool mounted = tmpfs && test::mountsmalldisk(mnt);
             std::ofstream(mnt / "a", std::ios::binary) << big;
@@ -332,7 +329,6 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
             if (i % 3)
                 fs::create_hard_link(dir.path() / "base" / name(i), dir.path() / "links" / name(i));
         }
-        fs::create_directories(dir.path() / "work");
         const pid_t pid = startcli({"replace", "-c", "OLD", "NEW!!", "*"}, dir.path() / "base", dir.path() / "work", 0);
         ASSERT_GT(pid, 0);
         const int status = clock.end(pid, round < 0, sig);
@@ -382,10 +378,8 @@ TEST(CliFindReplace, TwoReplacesAtOnceLoseNoUpdate)
             dir.write("base/f" + std::to_string(i), std::string(300000, '.') + "HIT");
         const fs::path works[2] = {dir.path() / "work0", dir.path() / "work1"};
         pid_t pids[2];
-        for (int k = 0; k < 2; ++k) {
-            fs::create_directories(works[k]);
+        for (int k = 0; k < 2; ++k)
             pids[k] = startcli({"replace", "-c", "HIT", "HITX", "*"}, dir.path() / "base", works[k], 0);
-        }
         long reported = 0, xs = 0;
         for (int k = 0; k < 2; ++k) {
             ::waitpid(pids[k], nullptr, 0);
@@ -474,7 +468,6 @@ TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
         dir.write("f", old);
         dir.write("g", old);
         dir.write("edit", kinds[k].edit);
-        fs::create_directories(dir.path() / "work");
         const pid_t pid = startcli(kinds[k].args, dir.path(), dir.path() / "work", 0);
         ASSERT_GT(pid, 0);
         const int status = clock.end(pid, round < 0, SIGKILL);

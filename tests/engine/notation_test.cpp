@@ -77,15 +77,8 @@ TEST(Cells, RenderedAndDecodedBackAloneOrAsPageRows)
     };
     for (const auto& row : rows)
         EXPECT_EQ(encodebytes(row.bytes, row.width, row.showtext), row.expected) << row.width;
-    // Every byte decodes back, at every width.
-    std::string all;
-    for (int c = 0; c < 256; ++c)
-        all += static_cast<char>(c);
-    for (int width = 1; width <= 260; ++width) {
-        for (const bool showtext : {false, true})
-            ASSERT_EQ(decodeangle(encodebytes(all, width, showtext)), all) << width << " " << showtext;
-    }
-    // Bytes that the notation itself uses turn up often.
+    // Random bytes decode back at every width; the bytes that the notation
+    // itself uses turn up often.
     const std::string special = "<> \r\n\x1f%:0AF";
     std::mt19937 rng(31337);
     std::uniform_int_distribution<int> byte(0, 255);

@@ -105,11 +105,6 @@ TEST(Run, OneCasePerBehaviour)
          .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nhit a 2\nstatus 2\nhit a 6\nstatus 3\nstatus 3\n"
                        "status <dir>/base/gone\nmessage Error opening <dir>/base/gone:\\r\\nNo such file or directory\n"
                        "status <dir>/base/b\nstatus 0\nstatus 3\ncontrols on\n"},
-        {.what = "a longer replacement restarts behind the match; a file without hits is not rewritten",
-         .files = {{"a", "AAAA-A"}, {"b", "none"}}, .names = {"a", "b"}, .sFind = "aa", .sReplace = "xyz", .bReplace = true,
-         .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nhit a 3\nstatus 2\nstatus 2\nline 0 a\\t00000008*\n"
-                       "status <dir>/base/b\nstatus 0\nstatus 2\ncontrols on\n",
-         .after = {{"a", "xyzxyz-A"}}},
         {.what = "an empty replacement deletes; a code in the pattern makes it match case",
          .files = {{"a", "ab\rAB\r"}}, .names = {"a"}, .sFind = "AB<0D>", .sReplace = "", .bReplace = true,
          .transcript = "status <dir>/base/a\nhit a 4\nstatus 1\nstatus 1\nline 0 a\\t00000003*\nstatus 1\ncontrols on\n",

@@ -470,8 +470,6 @@ TEST(CommitRewrite, EachOutcomeWithItsReasonAndMessage)
         {"a change the edits don't account for", 0, {}, true,
          "1 -1 f: File changed by another program since it was read|Cannot replace! ERROR in file lengths for <dir>/f",
          "xax"},
-        {"a full disk", 1, {.alwaysStep = "write", .alwaysCode = ENOSPC}, true,
-         "1 -1 f: " + std::string(std::strerror(ENOSPC)) + "|Cannot replace! ERROR in file lengths for <dir>/f", "xax"},
         {"a SafeReplace that could not begin", 1, {}, false,
          "1 -1 scratch: in use|Cannot replace! ERROR in file lengths for <dir>/f", "xax"},
         // The usual route copies from the new file beside the user's, by the

@@ -420,16 +420,6 @@ TEST(ViewerSave, LeavesTheFileAsItWasWithTheReason)
         {"a text page with a NUL", "a\0b"s, 2, kFormatDecimal, nullptr, "NUL"},
         {"a file changed since its page was read", kFile, 2, kFormatDecimal,
          [](const fs::path& f) { std::ofstream(f, std::ios::app) << "more"; }, "changed by another program"},
-        {"a write in place that sets the mtime back", kFile, 2, kFormatDecimal,
-         [](const fs::path& f) {
-             struct stat st {};
-             ::stat(f.c_str(), &st);
-             ::usleep(20000);
-             std::fstream(f, std::ios::in | std::ios::out | std::ios::binary) << "theirs";
-             const timespec times[2] = {st.st_atim, st.st_mtim};
-             ::utimensat(AT_FDCWD, f.c_str(), times, 0);
-         },
-         "changed by another program"},
         {"a failing write", kFile, 2, kFormatDecimal,
          [](const fs::path&) { faultinject::arm({0, 0, "write", ENOSPC}); }, "No space left on device"},
     };

@@ -534,7 +534,6 @@ private slots:
         QTest::newRow("newline, in a subdirectory; notepad drops the position")
             << EditRow{"sub/line\nbreak", false, 2, "notepad", ""};
         QTest::newRow("not UTF-8") << EditRow{"\xff\xfe\x80.bin", true, 2, "vellumix", ""};
-        QTest::newRow("a dash in front") << EditRow{"-p", false, 2, "notepad", ""};
         // A file "x" stands beside it: the line's first field is another file.
         QTest::newRow("tab after x, vellumix on a file") << EditRow{"x\ty", true, 1, "vellumix", ""};
         QTest::newRow("an editor that is gone") << EditRow{"a.txt", true, 2, "vellumix",
