@@ -47,7 +47,7 @@ inline constexpr unsigned long long kMaxRssKiB = 32 * 1024;
 #endif
 
 // Kills runs at random moments spread over the time of a whole run, which
-// the first runs, left to their end, measure.
+// the first run, left to its end, measures.
 class KillClock {
 public:
     explicit KillClock(std::uint64_t seed) : rng_(seed) {}

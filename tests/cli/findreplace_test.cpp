@@ -459,7 +459,9 @@ TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
         {{"page", "--mode", "2", "--pos", "1000", "--block", "16", "--save", "edit", "f"}, longer,
          std::string(old).replace(999, 16, longer)},
     };
-    KillClock clock(13);
+    // Each kind's kills are spread over a run of that kind: a replace in
+    // place takes longer than a page save.
+    KillClock clocks[] = {KillClock(13), KillClock(14), KillClock(15)};
     int olds[3] = {}, news[3] = {};
     for (int round = -3; round < 210; ++round) {
         const std::size_t k = static_cast<std::size_t>(round + 3) % 3;
@@ -470,7 +472,7 @@ TEST(PageCommand, KilledEditsLeaveTheFileOldOrNew)
         dir.write("edit", kinds[k].edit);
         const pid_t pid = startcli(kinds[k].args, dir.path(), dir.path() / "work", 0);
         ASSERT_GT(pid, 0);
-        const int status = clock.end(pid, round < 0, SIGKILL);
+        const int status = clocks[k].end(pid, round < 0, SIGKILL);
         ASSERT_TRUE(round >= 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << readfile(dir.path() / "work/cli.err");
         // A swap is whole at once; an edit in place may wait for the next start.
         const std::string now = readfile(dir.path() / "f");
