@@ -158,6 +158,13 @@ __attribute__((target("avx2"), always_inline)) inline __m256i candidates(const u
                             _mm256_or_si256(_mm256_cmpeq_epi8(b, l0), _mm256_cmpeq_epi8(b, l1)));
 }
 
+// The candidates of 64 places as bits, the first place the lowest.
+__attribute__((target("avx2"), always_inline)) inline std::uint64_t maskof(__m256i m0, __m256i m1)
+{
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(m0))
+           | std::uint64_t {static_cast<std::uint32_t>(_mm256_movemask_epi8(m1))} << 32;
+}
+
 }  // namespace
 
 std::size_t PatternSearch::takecandidates(std::uint64_t bits, const unsigned char* data, std::size_t i,
@@ -187,23 +194,38 @@ __attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const uns
     const __m256i l0 = _mm256_set1_epi8(static_cast<char>(last_[0]));
     const __m256i l1 = _mm256_set1_epi8(static_cast<char>(last_[1]));
     std::size_t count = 0;
-    // Room for every place of a step before it is taken.
-    for (; i + 63 <= last && count + 64 <= max; i += 64) {
-        const __m256i m0 = candidates<Single>(data + i, back, f0, f1, l0, l1);
-        const __m256i m1 = candidates<Single>(data + i + 32, back, f0, f1, l0, l1);
-        const __m256i any = _mm256_or_si256(m0, m1);
-        if (_mm256_testz_si256(any, any)) [[likely]]
-            continue;
-        std::uint64_t bits = static_cast<std::uint32_t>(_mm256_movemask_epi8(m0))
-                             | std::uint64_t {static_cast<std::uint32_t>(_mm256_movemask_epi8(m1))} << 32;
+    // The places of 64 candidates from `at`.
+    auto take = [&](std::uint64_t bits, std::size_t at) {
         if (back != 0) {
-            count += takecandidates(bits, data, i, out + count);
-            continue;
+            count += takecandidates(bits, data, at, out + count);
+            return;
         }
         // One byte, as CR in a text: every candidate is a hit, and they are
         // dense enough for the call to cost.
         for (; bits != 0; bits &= bits - 1)
-            out[count++] = static_cast<std::uint32_t>(i + static_cast<std::size_t>(__builtin_ctzll(bits)));
+            out[count++] = static_cast<std::uint32_t>(at + static_cast<std::size_t>(__builtin_ctzll(bits)));
+    };
+    // Two steps at a time, with one test for both: with a first and a last
+    // byte to match, most of a file has no candidate (one byte, as CR in a
+    // text, may have several a step). Room for every place of a step
+    // before it is taken.
+    for (; back != 0 && i + 127 <= last && count + 128 <= max; i += 128) {
+        const __m256i m0 = candidates<Single>(data + i, back, f0, f1, l0, l1);
+        const __m256i m1 = candidates<Single>(data + i + 32, back, f0, f1, l0, l1);
+        const __m256i m2 = candidates<Single>(data + i + 64, back, f0, f1, l0, l1);
+        const __m256i m3 = candidates<Single>(data + i + 96, back, f0, f1, l0, l1);
+        const __m256i any = _mm256_or_si256(_mm256_or_si256(m0, m1), _mm256_or_si256(m2, m3));
+        if (_mm256_testz_si256(any, any)) [[likely]]
+            continue;
+        take(maskof(m0, m1), i);
+        take(maskof(m2, m3), i + 64);
+    }
+    for (; i + 63 <= last && count + 64 <= max; i += 64) {
+        const __m256i m0 = candidates<Single>(data + i, back, f0, f1, l0, l1);
+        const __m256i m1 = candidates<Single>(data + i + 32, back, f0, f1, l0, l1);
+        const __m256i any = _mm256_or_si256(m0, m1);
+        if (!_mm256_testz_si256(any, any))
+            take(maskof(m0, m1), i);
     }
     for (; i + 31 <= last && count + 32 <= max; i += 32) {
         const __m256i m = candidates<Single>(data + i, back, f0, f1, l0, l1);
