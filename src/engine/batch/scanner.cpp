@@ -1007,7 +1007,8 @@ std::int64_t scanbatches(ScanFile& f, const std::string& sName)
             return nHits;
         if (f.edits) {
             for (std::size_t k = 0; k < count; ++k)
-                f.edits->edit(lPos[k], f.scanner.bytesat(lPos[k], f.sFind.size()), f.sReplace);
+                f.edits->edit(lPos[k], f.scanner.exact() ? f.sFind : f.scanner.bytesat(lPos[k], f.sFind.size()),
+                              f.sReplace);
         }
         if (sReplace)
             f.lLenChange += grow * static_cast<std::int64_t>(count);
@@ -1026,7 +1027,9 @@ std::int64_t scanloop(ScanFile& f, const std::string& sName)
     std::int64_t lPos = 0;
     std::int64_t nHits = 0;
     f.lLenChange = 0;
-    if (f.edits)
+    // The bytes that edits in place replace are those of the hit, which
+    // the windows keep unless the pattern's own are the same.
+    if (f.edits && !f.scanner.exact())
         f.scanner.keepbytes();
     const bool logging = f.log && (f.nLogMode & 3);
     if (!f.bAsk && !logging && !f.sFind.empty() && f.sFind.size() <= Scanner::kLeftmostFound)

@@ -55,6 +55,8 @@ public:
                         std::size_t max) const;
 
     std::size_t size() const { return pattern_.size(); }
+    // Every hit holds the pattern's own bytes.
+    bool exact() const { return bMatchCase_; }
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
 private:
@@ -222,6 +224,8 @@ public:
     // The windows keep the file's bytes even without an output, for a
     // bytesat() of every hit. Before the scan begins.
     void keepbytes() { keepBytes_ = true; }
+    // Every hit holds the pattern's own bytes (the search matches case).
+    bool exact() const { return search_.exact(); }
 
     // Emits the bytes up to position `lTo` - 1; the output begins with the
     // first call, at the first hit, so a file without hits writes nothing.
