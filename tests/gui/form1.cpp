@@ -87,12 +87,6 @@ const QStringList kDefaultMenu{"Apple-To-PC|%0D==>%0D%0A", "-|", "&New|"};
 
 void writebytes(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
-std::string readbytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // A stub editor: its arguments, each ended by a NUL, go to `out`.
 void writestub(const std::string& path, const std::string& out)
 {
@@ -127,13 +121,7 @@ public:
     std::string file(const std::string& name) const { return at("files/") + name; }
     std::string argsfile() const { return at("args"); }
 
-    // Loaded without being shown: no test here needs the window active.
-    std::unique_ptr<Form1> start()
-    {
-        auto form = std::make_unique<Form1>(at("exe"));
-        form->Form_Load({});
-        return form;
-    }
+    std::unique_ptr<Form1> start() { return World::start(true, {}, at("exe")); }
 
 private:
     QByteArray path = qgetenv("PATH"), visual = qgetenv("VISUAL");
@@ -583,7 +571,8 @@ private slots:
         if (row.message.isEmpty()) {
             QTRY_VERIFY(QFileInfo::exists(QString::fromStdString(world.argsfile())));
             const bool position = row.vellumix && row.item == 2;
-            QCOMPARE(readbytes(world.argsfile()), world.file(bytes) + '\0' + (position ? std::string("-p\0" "7\0", 5) : ""));
+            QCOMPARE(readfile(QString::fromStdString(world.argsfile())).toStdString(),
+                     world.file(bytes) + '\0' + (position ? std::string("-p\0" "7\0", 5) : ""));
             QCOMPARE(world.dialogs.seen(DialogRecord::Kind::Start).size(), 1);
             QVERIFY(world.dialogs.records.back().title.endsWith('/' + row.editor));
         }
@@ -620,15 +609,14 @@ private slots:
             QCOMPARE(world.dialogs.seen(DialogRecord::Kind::ShellOpen),
                      step.sheet.isEmpty() ? QStringList() : QStringList({'|' + work + step.sheet}));
             if (!step.content.isEmpty())
-                QCOMPARE(QByteArray::fromStdString(readbytes((work + step.sheet).toStdString())), step.content);
+                QCOMPARE(readfile(work + step.sheet), step.content);
         }
         QVERIFY(!QFileInfo::exists(work + "002.xls") && !QFileInfo::exists(work + "005.xls"));
 
         // Cancel, pressed while a long dump yields, cuts its sheet short.
         writebytes(world.file("a.bin"), std::string(std::size_t{16} << 20, '\0'));
         world.dialogs.inputs = {"2", "1"};
-        QMetaObject::invokeMethod(form.get(), [&form] { QTest::mouseClick(ui(*form).cmd[3], Qt::LeftButton); },
-                                  Qt::QueuedConnection);
+        cancellater(*form);
         ui(*form).mnuDumpInt4->trigger();
         // The whole sheet, 8 Mi rows of at least 7 bytes, would be over 56 MiB.
         QVERIFY(QFileInfo(work + "008.xls").size() < qint64{8} << 20);

@@ -8,6 +8,7 @@
 #include <QtWidgets>
 
 #include <array>
+#include <filesystem>
 #include <initializer_list>
 #include <type_traits>
 #include <memory>
@@ -109,9 +110,9 @@ public:
 
     // Shown and active before it loads, so that focus and keys behave as for
     // a user and a test can watch the start-up itself.
-    static std::unique_ptr<Form1> start(bool load = true, const std::string& command = {})
+    static std::unique_ptr<Form1> start(bool load = true, const std::string& command = {}, std::filesystem::path exe = {})
     {
-        auto form = std::make_unique<Form1>();
+        auto form = std::make_unique<Form1>(std::move(exe));
         form->show();
         if (!QTest::qWaitForWindowActive(form.get()))
             qFatal("window not active");
