@@ -100,21 +100,10 @@ TEST(Run, OneCasePerBehaviour)
                                  " | <dir>/base/a: File changed by another program since it was read\n";
     const RunCase cases[] = {
         {.what = "an empty find text only clears", .files = {{"a", "abc"}}, .names = {"a"}, .sFind = ""},
-        {.what = "a folded find restarts one byte on; a missing file is reported and skipped",
-         .files = {{"a", "aAAb aa"}, {"b", "none"}}, .names = {"a", "gone", "b"}, .sFind = "aa",
-         .transcript = "status <dir>/base/a\nhit a 1\nstatus 1\nhit a 2\nstatus 2\nhit a 6\nstatus 3\nstatus 3\n"
-                       "status <dir>/base/gone\nmessage Error opening <dir>/base/gone:\\r\\nNo such file or directory\n"
-                       "status <dir>/base/b\nstatus 0\nstatus 3\ncontrols on\n"},
         {.what = "an empty replacement deletes; a code in the pattern makes it match case",
          .files = {{"a", "ab\rAB\r"}}, .names = {"a"}, .sFind = "AB<0D>", .sReplace = "", .bReplace = true,
          .transcript = "status <dir>/base/a\nhit a 4\nstatus 1\nstatus 1\nline 0 a\\t00000003*\nstatus 1\ncontrols on\n",
          .after = {{"a", "ab\r"}}},
-        {.what = "a shorter replacement, logged: the heads, found with the file's bytes, replaced",
-         .files = {{"a", "x ab"}}, .names = {"a"}, .sFind = "ab", .sReplace = "Z", .bReplace = true, .nLogMode = 3,
-         .transcript = "status <dir>/base/a\nhit a 3\nstatus 1\nstatus 1\nline 0 a\\t00000003*\nstatus 1\ncontrols on\n",
-         .after = {{"a", "x Z"}},
-         .log = "find      A    B  \\r\\nreplace with     Z  \\r\\n"
-                "found    <dir>/base/a 0000003:   a    b  \\r\\nreplaced <dir>/base/a 0000003:   Z  \\r\\n"},
         // The question shows the last 50 bytes before the hit, the prepared
         // pattern and 20 bytes behind it.
         {.what = "asking: Yes and No rewrite a; Cancel leaves b as it was and c unscanned",
