@@ -461,7 +461,6 @@ TEST(CommitRewrite, EachOutcomeWithItsReasonAndMessage)
     // outcome: failure, length, reason ("<dir>/" for the directory), then the message.
     const struct { const char* what; std::int64_t lLenChange; faultinject::Plan plan; bool begins;
                    std::string outcome, after; } rows[] = {
-        {"in place", 1, {}, true, "0 4 |", "xbcx"},
         {"a change the edits don't account for", 0, {}, true,
          "1 -1 f: File changed by another program since it was read|Cannot replace! ERROR in file lengths for <dir>/f",
          "xax"},

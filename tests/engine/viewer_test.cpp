@@ -90,7 +90,6 @@ TEST(ViewerPage, ReadsOneBlockWhereverItStands)
         EXPECT_TRUE(page.sText.ends_with(c.tail)) << page.sText;
         EXPECT_EQ(page.lFileLen, static_cast<std::int64_t>(fs::file_size(c.file)));
     }
-    EXPECT_EQ(readpage(rows, 1, 0, 10, 0, 0).nBlock, kDefaultBlock);
     const Page missing = readpage(dir.path() / "none", 1, 16, 10, 0, 0);
     EXPECT_FALSE(missing.opened);
     EXPECT_EQ(missing.error.code, ENOENT);
