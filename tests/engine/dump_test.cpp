@@ -122,6 +122,7 @@ TEST_F(DumpTest, StreamsAcrossBlocksAsTheModelDoes)
     EXPECT_EQ(d.messages, std::vector<std::string>{created()});
 }
 
+// (Columns below 1 are refused in the window's dump test, which answers -3.)
 TEST_F(DumpTest, FailuresAreToldAndTheSheetIsNeverFollowedThroughALink)
 {
     RecordingHost host;
@@ -129,8 +130,6 @@ TEST_F(DumpTest, FailuresAreToldAndTheSheetIsNeverFollowedThroughALink)
     EXPECT_TRUE(dumpints(2, 1, dir.path() / "none", dir.path() / "001.xls", lPos, host).failed);
     EXPECT_EQ(host.messages, std::vector<std::string>{"No such file or directory"});
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "001.xls"));
-
-    // Columns below 1 are refused: the window's dump test answers -3.
 
     // A sheet on a full disk: the error number, then the sheet's name.
     class FullDisk final : public SheetOutput {

@@ -76,7 +76,6 @@ TEST(Files, ListLinesAreWrittenReadAndSortedByUnsignedBytes)
                       "longname1.tx\x01\t00000003;longname1.tx\t00000003;longname1.txt\t00000003;longname1.txt\t00000003*;"
                       "longname1.txt\t1234567890;longname9.txt\t00000003;\xe4\t00000001;");
 
-    // A hit line.
     const struct { std::string name; std::int64_t lPos; std::string line; } hits[] = {
         {"sub/a b.txt", 480, "sub/a b.txt\t000000480"}, {"big", 98765432109876LL, "big\t98765432109876"},
         {"nine", 123456789, "nine\t123456789"}, {"top", 999999999, "top\t999999999"}, {" x\ty ", 7, " x\ty \t000000007"}};
