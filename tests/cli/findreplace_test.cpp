@@ -362,6 +362,35 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
     EXPECT_GT(partly, 0) << "no signal came in the middle of a run";
 }
 
+// The hidden new file that a killed run left is its own, not the user's:
+// no run lists it, and the next replace in its directory removes it. One
+// named for a process that is alive is a file like any other.
+TEST(CliFindReplace, AStrayOfAKilledRunIsNeitherListedNorKept)
+{
+    const pid_t dead = ::fork();
+    if (dead == 0)
+        ::_exit(0);
+    ASSERT_GT(dead, 0);
+    ::waitpid(dead, nullptr, 0);
+    test::TempDir dir;
+    const std::string stray = ".f.1f-" + std::to_string(dead) + ".brindlex-new";
+    const std::string live = ".g.1f-" + std::to_string(::getpid()) + ".brindlex-new";
+    for (const std::string& name : {"f"s, stray, live})
+        dir.write("base/" + name, "OLD");
+    const CliResult found = runcli({"find", "-c", "OLD", "*"}, dir.path() / "base", dir.path() / "work");
+    EXPECT_EQ(found.out, live + "\t000000001\nf\t000000001\n");
+    // Named in a list, it is replaced, not removed as it is being replaced.
+    const CliResult named =
+        runcli({"replace", "--files-from", "-", "-c", "OLD", "NEW"}, dir.path() / "base", dir.path() / "work", stray + "\n");
+    EXPECT_TRUE(named.exited(0)) << named.err;
+    EXPECT_EQ(readfile(dir.path() / "base" / stray), "NEW");
+    dir.write("base/" + stray, "OLD");
+    const CliResult replaced = runcli({"replace", "-c", "OLD", "NEW", "*"}, dir.path() / "base", dir.path() / "work");
+    EXPECT_TRUE(replaced.exited(0)) << replaced.err;
+    EXPECT_FALSE(fs::exists(dir.path() / "base" / stray));
+    EXPECT_EQ(readfile(dir.path() / "base/f") + readfile(dir.path() / "base" / live), "NEWNEW");
+}
+
 // Two replaces over one tree at once: each file gets one "X" per replace
 // that reports it rewritten, never fewer (a lost update).
 TEST(CliFindReplace, TwoReplacesAtOnceLoseNoUpdate)

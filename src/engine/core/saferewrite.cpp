@@ -107,10 +107,22 @@ pid_t makerof(std::string_view name)
     return pid;
 }
 
-// Removes, once per directory and process, the hidden new files that our
-// processes left when they died between making and swapping them. A
-// process id that is alive (or not ours to ask about) keeps its file.
-void removestrays(int dirfd, const fs::path& dirpath)
+}  // namespace
+
+bool isstray(int dirfd, const char* name)
+{
+    const pid_t pid = makerof(name);
+    struct stat st {};
+    return pid > 0 && pid != ::getpid() && ::kill(pid, 0) != 0 && errno == ESRCH
+           && ::fstatat(dirfd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)
+           && st.st_uid == ::geteuid();
+}
+
+namespace {
+
+// Removes, once per directory and process, the strays there but the file
+// being replaced, which a list of files given by name may hold.
+void removestrays(int dirfd, const fs::path& dirpath, const std::string& target)
 {
     static std::mutex mutex;
     static std::set<std::string> done;
@@ -127,11 +139,7 @@ void removestrays(int dirfd, const fs::path& dirpath)
         return;
     }
     while (const dirent* entry = ::readdir(dir)) {
-        const pid_t pid = makerof(entry->d_name);
-        struct stat st {};
-        if (pid > 0 && pid != ::getpid() && ::kill(pid, 0) != 0 && errno == ESRCH
-            && ::fstatat(dirfd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)
-            && st.st_uid == ::geteuid())
+        if (entry->d_name != target && isstray(dirfd, entry->d_name))
             ::unlinkat(dirfd, entry->d_name, 0);
     }
     ::closedir(dir);
@@ -210,7 +218,7 @@ Error SafeReplace::Impl::makesamedirfile()
     // It is named later through /proc, so without /proc a hidden name is
     // used from the start.
     const mode_t mode = exists ? 0600 : 0666;
-    removestrays(dir.get(), parentof(target));
+    removestrays(dir.get(), parentof(target), name);
     int fd = checked("open-tmpfile", [&] { return opennameless(dir.get(), mode); });
     if (fd >= 0) {
         out = FileHandle(fd);

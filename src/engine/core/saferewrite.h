@@ -126,6 +126,13 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
+// Whether `name` in the directory `dirfd` is a stray: the hidden new file
+// that one of the user's processes left when it died between making and
+// swapping it. The next replace in the directory removes it, and no walk
+// lists it; a process id that is alive (or not ours to ask about) keeps
+// its file a file like any other.
+bool isstray(int dirfd, const char* name);
+
 // Replaces the whole content of `target` with `bytes` through SafeReplace; a
 // target that doesn't exist yet is made.
 Error replacefilecontent(const std::filesystem::path& target, std::string_view bytes,

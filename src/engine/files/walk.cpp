@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "engine/core/openbinary.h"
+#include "engine/core/saferewrite.h"
 #include "engine/core/walksink.h"
 #include "engine/files/files.h"
 
@@ -87,7 +88,7 @@ bool listlevel(int dirfd, std::string_view typedname, const std::string& prefix,
         } else if (entry->d_type != DT_REG && entry->d_type != DT_LNK) {
             continue;
         }
-        if (!wildcardmatch(typedname, entry->d_name))
+        if (!wildcardmatch(typedname, entry->d_name) || isstray(dir.fd(), entry->d_name))
             continue;
         // Following a link lists a link to a regular file with the size of
         // what it points to; a name gone since readdir is passed over.
