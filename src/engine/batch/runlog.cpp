@@ -75,9 +75,4 @@ void RunLog::writelog(std::string_view sLabel, std::string_view sFile, std::int6
     }
 }
 
-std::string RunLog::failuremessage() const
-{
-    return brindlex::failuremessage(Failure{FailureKind::Log, sLogFile_.string(), failure_, {}}).text;
-}
-
 }  // namespace brindlex

@@ -53,8 +53,6 @@ public:
     // The first failure, code 0 while there was none.
     const Error& failure() const { return failure_; }
 
-    // "Error writing log " sLogFile ":" CR LF and the failure's text.
-    std::string failuremessage() const;
     const std::filesystem::path& path() const { return sLogFile_; }
 
 private:

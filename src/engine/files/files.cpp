@@ -95,12 +95,6 @@ std::string list1line(std::string_view relname, std::int64_t size, bool rewritte
     return line;
 }
 
-std::string firstfield(const std::string& line)
-{
-    std::string rest = line;
-    return nexttoken(rest, "\t");
-}
-
 namespace {
 
 // The part of an entry's line behind its name: tab, size digits, "*".
@@ -234,16 +228,6 @@ std::string list2line(std::string_view sName, std::int64_t lPos)
     std::string line(sName);
     line.append(tail, static_cast<std::size_t>(putlist2tail(tail, lPos) - tail));
     return line;
-}
-
-List2Hit readlist2line(const std::string& line)
-{
-    const std::size_t tab = std::min(line.rfind('\t'), line.size());
-    List2Hit hit;
-    hit.sName = line.substr(0, tab);
-    if (tab < line.size())
-        hit.lPos = leadingnumber(line.substr(tab + 1));
-    return hit;
 }
 
 }  // namespace brindlex

@@ -50,10 +50,6 @@ struct FileEntry {
 };
 inline std::string list1line(const FileEntry& e) { return list1line(e.name, e.size, e.rewritten); }
 
-// The first field of a list line, as nexttoken at the tab gives it: the
-// text before the first tab trimmed of spaces; a line without a tab whole.
-std::string firstfield(const std::string& line);
-
 // The order of List1: ascending by the bytes of the entries' lines, as
 // unsigned values (a byte above 127 sorts behind "z"; "a\t1" before "a.b"
 // before "a/z"), equal lines in the order they came. One sort of the whole
@@ -74,17 +70,11 @@ std::string list2line(std::string_view sName, std::int64_t lPos);
 inline constexpr std::size_t kList2Tail = 21;
 char* putlist2tail(char* out, std::int64_t lPos);
 
-// A List2 line read back: the name is everything before the last tab, as it
-// stands (a name may hold blanks at either end and tabs of its own), the
-// position the number at the head of what follows that tab (0 when there is
-// none). A line the run made gives back exactly the name it was made from.
-//   "sub/a.txt\t000000480" -> {"sub/a.txt", 480}
-//   "x\ty\t000000480"      -> {"x\ty", 480}
+// A hit of List2: the file's real name and the hit's position.
 struct List2Hit {
     std::string sName;
     std::int64_t lPos = 0;
 };
-List2Hit readlist2line(const std::string& line);
 
 // The walk: lists the regular files (and links to regular files) of
 // dirpart(mask) that match filepart(mask), then, with `bIncludeSubs`, every
