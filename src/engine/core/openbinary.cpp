@@ -96,7 +96,7 @@ Error notregular(const std::filesystem::path& sFile)
 
 }  // namespace
 
-Error openbinaryat(int dirfd, const char* name, const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular)
+Error openbinaryat(int dirfd, const char* name, const std::string& sFile, OpenedFile& out, bool bSeenRegular)
 {
     out = OpenedFile{};
     // A first look by name keeps devices from being opened at all: opening
@@ -128,7 +128,8 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeen
 {
     const bool longname = sFile.native().size() >= PATH_MAX;
     FileHandle dir(longname ? openlong(sFile.parent_path(), O_PATH | O_DIRECTORY | O_CLOEXEC) : AT_FDCWD);
-    return openbinaryat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), sFile, out, bSeenRegular);
+    return openbinaryat(dir.get(), longname ? sFile.filename().c_str() : sFile.c_str(), sFile.native(), out,
+                        bSeenRegular);
 }
 
 std::string openerrormessage(const std::string& sFile, const Error& error)

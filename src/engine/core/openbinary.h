@@ -70,8 +70,8 @@ int linknameless(int fd, int dirfd, const char* name);
 Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeenRegular = false);
 
 // The same for the name `name` in the directory open as `dirfd` (AT_FDCWD:
-// the current one); `sFile` is what errors name.
-Error openbinaryat(int dirfd, const char* name, const std::filesystem::path& sFile, OpenedFile& out,
+// the current one); `sFile` is what errors name, made a path only for one.
+Error openbinaryat(int dirfd, const char* name, const std::string& sFile, OpenedFile& out,
                    bool bSeenRegular = false);
 
 // The message a failed open shows: "Error opening " sFile ":" CR LF text.
