@@ -194,7 +194,7 @@ __attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const uns
     const __m256i l0 = _mm256_set1_epi8(static_cast<char>(last_[0]));
     const __m256i l1 = _mm256_set1_epi8(static_cast<char>(last_[1]));
     std::size_t count = 0;
-    // The places of 64 candidates from `at`.
+    // The places of the candidates `bits` (up to 64) from `at`.
     auto take = [&](std::uint64_t bits, std::size_t at) {
         if (back != 0) {
             count += takecandidates(bits, data, at, out + count);
@@ -231,7 +231,7 @@ __attribute__((target("avx2"))) std::size_t PatternSearch::findallwide(const uns
         const __m256i m = candidates<Single>(data + i, back, f0, f1, l0, l1);
         if (_mm256_testz_si256(m, m))
             continue;
-        count += takecandidates(static_cast<std::uint32_t>(_mm256_movemask_epi8(m)), data, i, out + count);
+        take(static_cast<std::uint32_t>(_mm256_movemask_epi8(m)), i);
     }
     return count;
 }
