@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "engine/batch/readahead.h"
+#include "engine/core/threads.h"
 #include "engine/files/files.h"
 
 namespace brindlex::cli {

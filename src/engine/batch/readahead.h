@@ -24,7 +24,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -33,6 +32,7 @@
 #include <sys/stat.h>
 
 #include "engine/core/runsink.h"
+#include "engine/core/threads.h"
 
 namespace brindlex {
 
@@ -101,16 +101,6 @@ private:
     std::atomic<bool> stopping_ {false};
     std::vector<std::thread> workers_;
 };
-
-// The cores this process may run on (its affinity, which taskset or a
-// container's cpuset narrow), at least 1: more threads than that only take
-// turns on the same cores.
-std::size_t usablecores();
-
-// Starts up to `count` threads running `body`, with SIGINT blocked in them:
-// it is the run's Cancel, for the thread that asks the sink, and must
-// never interrupt a worker. Fewer, or none, when the system has none to spare.
-std::vector<std::thread> startworkers(std::size_t count, const std::function<void()>& body);
 
 // Hands the hits of one file found by a worker to the sink as the file loop
 // does: in batches with a carryon() behind each, then scanned() and a last

@@ -14,9 +14,9 @@
 #include <immintrin.h>
 #include <unistd.h>
 
-#include "engine/batch/readahead.h"
 #include "engine/batch/runlog.h"
 #include "engine/core/state.h"
+#include "engine/core/threads.h"
 #include "engine/pattern/notation.h"
 
 namespace brindlex {
