@@ -65,7 +65,9 @@ public:
     // The command line never shows a List1 size.
     bool wantsizes() const override { return false; }
     void level(bool begins) override { showcontrols(!begins); }
+    // A SIGINT stops the walk for good.
     bool carryon() override;
+    bool parallelwalk() const override { return true; }
 
     // The run's side.
     void runbegins(bool works) override;

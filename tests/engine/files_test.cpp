@@ -146,11 +146,12 @@ TEST(OpenBelow, RegularFilesOnlyAndNeverADirectoryThroughALink)
 
 // Records what a walk tells its sink; asks to stop from carryon() number
 // `cancelAt` on (1-based, 0 for never), until a level begins, as the
-// window's host does.
+// window's host does, or for good (`sticky`, as the command line's does,
+// which lets `parallel` walk the subdirectories on several threads).
 class RecordingHost : public WalkSink {
 public:
     int cancelAt = 0, yields = 0;
-    bool stopAsked = false;
+    bool stopAsked = false, sticky = false, parallel = false;
     std::vector<FileEntry> lines;
     std::string controls;  // one letter a level's start or end: "F" off, "T" on
     std::string told;      // "name:errno;" of each place that could not be read
@@ -158,13 +159,14 @@ public:
     void level(bool begins) override
     {
         controls += begins ? 'F' : 'T';
-        stopAsked = stopAsked && !begins;
+        stopAsked = stopAsked && (sticky || !begins);
     }
     bool carryon() override
     {
         stopAsked = stopAsked || ++yields == cancelAt;
         return !stopAsked;
     }
+    bool parallelwalk() const override { return parallel; }
     void entry(const std::string& name, std::int64_t size) override { lines.push_back({name, size}); }
     void unreadable(const std::string& path, int code) override
     {
@@ -175,11 +177,20 @@ public:
     {
         const std::string mask = (dir / name).string();
         listfiles(mask, subs, basedirfor(mask), *this);
-        sortlist1(lines);
+        std::vector<FileEntry> sorted = lines;
+        sortlist1(sorted);
         std::string out;
-        for (const auto& line : lines)
+        for (const auto& line : sorted)
             out += list1line(line) + ";";
         return out;
+    }
+    // The names in the order they came, with what else was told.
+    std::string told_in_order() const
+    {
+        std::string out;
+        for (const auto& line : lines)
+            out += line.name + ";";
+        return out + " " + told + " " + controls;
     }
 };
 
@@ -207,8 +218,13 @@ TEST(Walk, ListsWhatTheMaskSelectsAndPassesOverWhatCannotBeRead)
         ASSERT_EQ(::chmod((root / "d3").c_str(), mode), 0);
         const bool readable = mode == 0755;
         EXPECT_EQ(test::rununprivileged([&] {
-                      RecordingHost flat, deep;
+                      RecordingHost flat, deep, split;
+                      split.parallel = true;
                       const std::string listed = flat.walk(root, "*.txt", false) + " | " + deep.walk(root, "*.txt", true);
+                      // Walked on several threads, everything is told as one thread tells it.
+                      split.walk(root, "*.txt", true);
+                      if (split.told_in_order() != deep.told_in_order())
+                          return split.told_in_order() + " against " + deep.told_in_order();
                       return listed + deep.told + std::to_string(deep.controls.size());
                   }),
                   top + "link-to-a.txt\t00000002; | " + top + "d1/a.txt\t00000002;d2/a.txt\t00000002;"
@@ -248,6 +264,35 @@ TEST(Walk, CancelEndsTheDirectoryInHandOnly)
             EXPECT_EQ(listed.substr(0, 42), "f1.x\t00000004;f2.x\t00000004;f3.x\t00000004;");
             EXPECT_EQ(host.lines[3].name.substr(0, 3), host.lines[4].name.substr(0, 3));
         }
+    }
+}
+
+// A stop for good while subdirectories are walked on several threads: what
+// was told is what one thread tells up to some file, then nothing but the
+// ends of the levels begun.
+TEST(Walk, AStopEndsAWalkOnSeveralThreadsAsOnOne)
+{
+    test::TempDir tmp;
+    for (int d = 0; d < 6; ++d)
+        for (const char* name : {"/a.x", "/b.x", "/in/c.x"})
+            tmp.write("s" + std::to_string(d) + name, "1");
+    RecordingHost whole;
+    whole.walk(tmp.path(), "*.x", true);
+    ASSERT_EQ(whole.lines.size(), 18u);
+    // Yields: one for each of the 6 subdirectories, then one before each file.
+    const struct { int cancelAt; std::size_t lines; } rows[] = {{1, 0}, {7, 0}, {8, 1}, {15, 8}, {24, 17}, {0, 18}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE("stop at yield " + std::to_string(row.cancelAt));
+        RecordingHost host;
+        host.sticky = host.parallel = true;
+        host.cancelAt = row.cancelAt;
+        host.walk(tmp.path(), "*.x", true);
+        EXPECT_EQ(host.lines.size(), row.lines);
+        for (std::size_t i = 0; i < host.lines.size(); ++i)
+            EXPECT_EQ(host.lines[i].name, whole.lines[i].name);
+        EXPECT_EQ(std::count(host.controls.begin(), host.controls.end(), 'F'),
+                  std::count(host.controls.begin(), host.controls.end(), 'T'));
+        EXPECT_EQ(host.controls.back(), 'T');
     }
 }
 

@@ -16,6 +16,7 @@ public:
     bool wantsizes() const override { return sink_.wantsizes(); }
     void level(bool begins) override { sink_.level(begins); }
     bool carryon() override { return sink_.carryon(); }
+    bool parallelwalk() const override { return sink_.parallelwalk(); }
 
 private:
     WalkSink& sink_;

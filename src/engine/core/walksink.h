@@ -31,6 +31,13 @@ public:
     // and answers false when the user asked to stop, which ends the listing
     // of the directory in hand.
     virtual bool carryon() { return true; }
+
+    // Whether the subdirectories of the first directory may be walked by
+    // other threads beside the walk's own, what they find kept and told
+    // here from the walk's thread in the order of a walk by one thread.
+    // Only for a host whose carryon() answers false for good once it has,
+    // and which need not be asked while the walk waits for those threads.
+    virtual bool parallelwalk() const { return false; }
 };
 
 }  // namespace brindlex

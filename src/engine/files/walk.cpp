@@ -1,4 +1,6 @@
+#include <atomic>
 #include <cerrno>
+#include <memory>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -7,6 +9,7 @@
 
 #include "engine/core/openbinary.h"
 #include "engine/core/saferewrite.h"
+#include "engine/core/threads.h"
 #include "engine/core/walksink.h"
 #include "engine/files/files.h"
 
@@ -124,6 +127,142 @@ struct Walk {
     WalkSink& host;
 };
 
+// What a walk of one subdirectory told, kept by the thread that walked it
+// until the walk's own thread tells the host, in order.
+class Kept final : public WalkSink {
+public:
+    Kept(bool sizes, const std::atomic<bool>& stop) : sizes_(sizes), stop_(stop) {}
+
+    void entry(const std::string& name, std::int64_t size) override { events_.push_back({Kind::Entry, name, size}); }
+    void unreadable(const std::string& path, int code) override { events_.push_back({Kind::Unreadable, path, code}); }
+    bool wantsizes() const override { return sizes_; }
+    void level(bool begins) override { events_.push_back({begins ? Kind::Begins : Kind::Ends, {}, 0}); }
+    bool carryon() override { return !stop_.load(std::memory_order_relaxed); }
+
+    // Tells `host` what was kept, asking its carryon() before each file as
+    // the walk does; false when it asked to stop, with every level begun
+    // here ended.
+    bool tell(WalkSink& host) const
+    {
+        int depth = 0;
+        for (const Event& e : events_) {
+            switch (e.kind) {
+            case Kind::Entry:
+                if (!host.carryon()) {
+                    for (; depth > 0; --depth)
+                        host.level(false);
+                    return false;
+                }
+                host.entry(e.text, e.value);
+                break;
+            case Kind::Unreadable:
+                host.unreadable(e.text, static_cast<int>(e.value));
+                break;
+            case Kind::Begins:
+                ++depth;
+                host.level(true);
+                break;
+            case Kind::Ends:
+                --depth;
+                host.level(false);
+                break;
+            }
+        }
+        return true;
+    }
+
+private:
+    enum class Kind { Entry, Unreadable, Begins, Ends };
+    struct Event {
+        Kind kind;
+        std::string text;      // the name or path
+        std::int64_t value;    // the size or errno
+    };
+    const bool sizes_;
+    const std::atomic<bool>& stop_;
+    std::vector<Event> events_;
+};
+
+// Opens subdirectory `name` of `dir` (whose own identity is `self`) to walk
+// it; invalid, with the reason told to the host as if the subdirectory had
+// been entered and found empty, when it can't be opened or its ".." does not
+// lead back to `dir` (it may be read but not searched, so the climb back
+// would fail).
+FileHandle opensubdir(int dir, const struct stat& self, const std::string& name, const std::string& subpath,
+                      WalkSink& host)
+{
+    FileHandle sub(::openat(dir, name.c_str(), kDirFlags | O_NOFOLLOW));
+    int code = errno;
+    if (sub.valid()) {
+        const FileHandle up(::openat(sub.get(), "..", kDirFlags));
+        code = !up.valid() ? errno : samedir(up.get(), self) ? 0 : ESTALE;
+    }
+    if (code == 0)
+        return sub;
+    host.unreadable(subpath, code);
+    host.level(true);
+    host.level(false);
+    return FileHandle();
+}
+
+std::string subpathof(const std::string& where, const std::string& name)
+{
+    return where + (where.ends_with('/') ? "" : "/") + name;
+}
+
+FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::string& where, std::string_view typedname,
+                     const Walk& w, bool bSplit = false);
+
+// The subdirectories of the first directory (open as `dir`, its identity
+// `self`), each walked whole by whichever thread takes it up next: this one
+// or a worker. What each finds is kept and told to the host in the order of
+// the subdirectories, as one thread walking them in turn tells it, from
+// this thread only. False when the host asked to stop.
+bool walksubdirs(int dir, const struct stat& self, const std::vector<std::string>& subdirs, const std::string& prefix,
+                 const std::string& where, const Walk& w)
+{
+    const std::size_t n = subdirs.size();
+    std::atomic<bool> stop {false};
+    std::vector<std::unique_ptr<Kept>> kept(n);
+    for (auto& k : kept)
+        k = std::make_unique<Kept>(w.host.wantsizes(), stop);
+    const auto done = std::make_unique<std::atomic<bool>[]>(n);
+    std::atomic<std::size_t> next {0};
+    auto walkone = [&](std::size_t i) {
+        const std::string subpath = subpathof(where, subdirs[i]);
+        FileHandle sub = opensubdir(dir, self, subdirs[i], subpath, *kept[i]);
+        if (sub.valid())
+            walklevel(std::move(sub), prefix + subdirs[i] + "/", subpath, w.m, Walk{w.m, w.bIncludeSubs, *kept[i]});
+        done[i].store(true, std::memory_order_release);
+        done[i].notify_one();
+    };
+    auto work = [&] {
+        for (std::size_t i; (i = next.fetch_add(1)) < n && !stop.load(std::memory_order_relaxed);)
+            walkone(i);
+    };
+    std::vector<std::thread> workers = startworkers(std::min(usablecores() - 1, n - 1), work);
+    std::size_t told = 0;
+    bool going = true;
+    auto tellready = [&] {
+        for (; going && told < n && done[told].load(std::memory_order_acquire); ++told) {
+            going = kept[told]->tell(w.host);
+            kept[told].reset();
+        }
+    };
+    for (std::size_t i; going && (i = next.fetch_add(1)) < n;) {
+        walkone(i);
+        tellready();
+    }
+    while (going && told < n) {
+        done[told].wait(false, std::memory_order_acquire);
+        tellready();
+    }
+    stop = !going;
+    for (std::thread& worker : workers)
+        worker.join();
+    return going;
+}
+
 // One directory and, with bIncludeSubs, its subdirectories, each entered
 // from the one above with openat: a path of any length is walked. Only the
 // directory in hand is open; after a subdirectory the walk climbs back
@@ -132,31 +271,29 @@ struct Walk {
 // fail) is told to the host and passed over, and the walk goes on with the
 // next. Should the climb fail all the same (the subdirectory was moved
 // meanwhile), the rest of this level is told as unreadable. `where` is the
-// directory's path for the host's report of what can't be read. Returns the
-// descriptor it climbed back to, for the level above.
+// directory's path for the host's report of what can't be read. With
+// `bSplit` (the first directory, for a host that allows it) the
+// subdirectories are walked by several threads, this directory staying
+// open meanwhile. Returns the descriptor it climbed back to, for the level
+// above.
 FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::string& where, std::string_view typedname,
-                     const Walk& w)
+                     const Walk& w, bool bSplit)
 {
     w.host.level(true);
     std::vector<std::string> subdirs;
     struct stat self {};
     if (::fstat(dir.get(), &self) != 0)
         w.host.unreadable(where, errno);
-    else if (listlevel(dir.get(), typedname, prefix, where, w.bIncludeSubs, w.host, subdirs)) {
+    else if (!listlevel(dir.get(), typedname, prefix, where, w.bIncludeSubs, w.host, subdirs))
+        subdirs.clear();
+    if (bSplit && subdirs.size() > 1 && usablecores() > 1)
+        walksubdirs(dir.get(), self, subdirs, prefix, where, w);
+    else {
         for (const std::string& f : subdirs) {
-            const std::string subpath = where + (where.ends_with('/') ? "" : "/") + f;
-            FileHandle sub(::openat(dir.get(), f.c_str(), kDirFlags | O_NOFOLLOW));
-            int code = errno;
-            if (sub.valid()) {
-                const FileHandle up(::openat(sub.get(), "..", kDirFlags));
-                code = !up.valid() ? errno : samedir(up.get(), self) ? 0 : ESTALE;
-            }
-            if (code != 0) {
-                w.host.unreadable(subpath, code);
-                w.host.level(true);   // as for a level entered and found empty
-                w.host.level(false);
+            const std::string subpath = subpathof(where, f);
+            FileHandle sub = opensubdir(dir.get(), self, f, subpath, w.host);
+            if (!sub.valid())
                 continue;
-            }
             dir.close();
             FileHandle back = walklevel(std::move(sub), prefix + f + "/", subpath, w.m, w);
             dir = FileHandle(back.valid() ? ::openat(back.get(), "..", kDirFlags) : -1);
@@ -196,7 +333,8 @@ void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& ba
     }
     if (keepBase)
         *keepBase = FileHandle(::fcntl(dir.get(), F_DUPFD_CLOEXEC, 0));
-    walklevel(std::move(dir), prefix, dirpath, typedname, Walk{filepart(mask), bIncludeSubs, host});
+    walklevel(std::move(dir), prefix, dirpath, typedname, Walk{filepart(mask), bIncludeSubs, host},
+              host.parallelwalk());
 }
 
 }  // namespace brindlex
