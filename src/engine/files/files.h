@@ -86,7 +86,10 @@ struct List2Hit {
 // directories are passed over silently; a directory that can't be opened,
 // read or searched is passed over and told to sink.unreadable(), and the
 // walk goes on with the rest. Directories are entered one
-// from another (openat), so the depth of a tree has no limit.
+// from another (openat), so the depth of a tree has no limit. For a sink
+// that allows it (parallelwalk()), the subdirectories of the mask's
+// directory are walked on several threads; the sink is still told
+// everything from the calling thread, in the same order.
 // With `keepBase`, it receives a descriptor of the mask's directory as the
 // walk opened it (invalid when it could not be), for a run over the names.
 void listfiles(const std::string& mask, bool bIncludeSubs, const std::string& baseDir, WalkSink& sink,

@@ -217,8 +217,8 @@ FileHandle walklevel(FileHandle dir, const std::string& prefix, const std::strin
 // `self`), each walked whole by whichever thread takes it up next: this one
 // or a worker. What each finds is kept and told to the host in the order of
 // the subdirectories, as one thread walking them in turn tells it, from
-// this thread only. False when the host asked to stop.
-bool walksubdirs(int dir, const struct stat& self, const std::vector<std::string>& subdirs, const std::string& prefix,
+// this thread only, until the host asks to stop.
+void walksubdirs(int dir, const struct stat& self, const std::vector<std::string>& subdirs, const std::string& prefix,
                  const std::string& where, const Walk& w)
 {
     const std::size_t n = subdirs.size();
@@ -260,7 +260,6 @@ bool walksubdirs(int dir, const struct stat& self, const std::vector<std::string
     stop = !going;
     for (std::thread& worker : workers)
         worker.join();
-    return going;
 }
 
 // One directory and, with bIncludeSubs, its subdirectories, each entered
