@@ -185,7 +185,7 @@ public:
         return out;
     }
     // The names in the order they came, with what else was told.
-    std::string told_in_order() const
+    std::string toldinorder() const
     {
         std::string out;
         for (const auto& line : lines)
@@ -223,8 +223,8 @@ TEST(Walk, ListsWhatTheMaskSelectsAndPassesOverWhatCannotBeRead)
                       const std::string listed = flat.walk(root, "*.txt", false) + " | " + deep.walk(root, "*.txt", true);
                       // Walked on several threads, everything is told as one thread tells it.
                       split.walk(root, "*.txt", true);
-                      if (split.told_in_order() != deep.told_in_order())
-                          return split.told_in_order() + " against " + deep.told_in_order();
+                      if (split.toldinorder() != deep.toldinorder())
+                          return split.toldinorder() + " against " + deep.toldinorder();
                       return listed + deep.told + std::to_string(deep.controls.size());
                   }),
                   top + "link-to-a.txt\t00000002; | " + top + "d1/a.txt\t00000002;d2/a.txt\t00000002;"
