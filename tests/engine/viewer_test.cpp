@@ -204,27 +204,6 @@ TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
     EXPECT_EQ(formatpage(longrecord, 1, 8, 2, kFormatMeta), "");   // a text mode: no records
 }
 
-// The record walk of a real metafile, from its header, as the reference the
-// record view must agree with wherever a page starts on a record.
-struct Record { std::int64_t pos; std::uint32_t words; std::uint16_t function; };   // pos 1-based
-
-std::vector<Record> walkmetafile(const std::string& bytes)
-{
-    auto u16 = [&](std::size_t at) { return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
-                                                                     static_cast<unsigned char>(bytes[at + 1]) << 8); };
-    std::size_t at = bytes.starts_with("\xD7\xCD\xC6\x9A") ? 22 : 0;
-    at += u16(at + 2) * 2u;   // the header's own size in words
-    std::vector<Record> records;
-    while (at + 6 <= bytes.size()) {
-        const std::uint32_t words = u16(at) | static_cast<std::uint32_t>(u16(at + 2)) << 16;
-        records.push_back({static_cast<std::int64_t>(at) + 1, words, u16(at + 4)});
-        if (words < 3)
-            break;
-        at += words * 2u;
-    }
-    return records;
-}
-
 TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
 {
     // The record names of the standard's function numbers that have a name here.
@@ -236,7 +215,19 @@ TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
     for (const char* name : {"lines-inkscape.wmf", "lines-libreoffice.wmf", "shapes-inkscape.wmf",
                              "shapes-libreoffice.wmf", "shapes-libreoffice-noheader.wmf"}) {
         const fs::path file = fs::path(BRINDLEX_TESTDATA) / "wmf" / name;
-        const std::vector<Record> records = walkmetafile(test::readfile(file));
+        // The record walk of the file from its header, as the reference the
+        // record view must agree with wherever a page starts on a record.
+        struct Record { std::int64_t pos; std::uint32_t words; std::uint16_t function; };   // pos 1-based
+        const std::string bytes = test::readfile(file);
+        auto u16 = [&](std::size_t at) { return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
+                                                                         static_cast<unsigned char>(bytes[at + 1]) << 8); };
+        std::vector<Record> records;
+        std::size_t at = bytes.starts_with("\xD7\xCD\xC6\x9A") ? 22 : 0;
+        for (at += u16(at + 2) * 2u; at + 6 <= bytes.size(); at += records.back().words * 2u) {   // past the header's own words
+            records.push_back({static_cast<std::int64_t>(at) + 1, u16(at) | static_cast<std::uint32_t>(u16(at + 2)) << 16, u16(at + 4)});
+            if (records.back().words < 3)
+                break;
+        }
         ASSERT_GT(records.size(), 10u) << name;
         int named = 0;
         for (std::size_t start = 0; start < records.size(); start += records.size() / 5) {
