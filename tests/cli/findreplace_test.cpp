@@ -151,24 +151,14 @@ TEST(CliFindReplace, EachFileByItsRealNameAndPath)
     for (const char* name : {" lead", "trail ", "x\ty", "x", "new\nline"})
         dir.write(std::string("base/") + name, "HIT");
     dir.write("list0", std::string("x\ty\0 lead\0", 10));
-    const std::string level(200, 'd');
-    std::string relative;
-    for (int depth = 0; depth < 24; ++depth)
-        relative += level + "/";
-    ASSERT_GT(relative.size(), static_cast<std::size_t>(PATH_MAX));
-    // Made a level at a time from a working directory of a child's own.
-    ASSERT_EQ(test::runinchild([&] {
-        fs::current_path(dir.path() / "base");
-        for (int depth = 0; depth < 24; ++depth)
-            fs::create_directory(level), fs::current_path(level);
-        return (std::ofstream("deep.txt") << "a HIT") ? "made" : "not made";
-    }), "made");
+    const std::string deep = test::deepfile(dir.path() / "base", "deep.txt", "a HIT").lexically_relative(dir.path() / "base");
+    ASSERT_GT(deep.size(), static_cast<std::size_t>(PATH_MAX));
     const struct { std::vector<std::string> args; std::string out, err; } steps[] = {
         {{"find", "-0", "-c", "HIT", "*"},
          " lead\0" "000000001\nnew\nline\0" "000000001\ntrail \0" "000000001\nx\0" "000000001\nx\ty\0" "000000001\n"s,
          "5 hits in 5 of 5 files\n"},
         {{"find", "--files0-from", "../list0", "HIT"}, " lead\t000000001\nx\ty\t000000001\n", "2 hits in 2 of 2 files\n"},
-        {{"find", "-s", "hit", "deep.txt"}, relative + "deep.txt\t000000003\n", "1 hit in 1 of 1 file\n"},
+        {{"find", "-s", "hit", "deep.txt"}, deep + "\t000000003\n", "1 hit in 1 of 1 file\n"},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(step.args[0] + " " + step.args[1]);

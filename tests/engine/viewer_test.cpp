@@ -334,21 +334,6 @@ struct Viewer {
     }
 };
 
-// `content` in a file below a path longer than PATH_MAX in `dir`.
-fs::path deepfile(const test::TempDir& dir, const std::string& content)
-{
-    const std::string level(200, 'd');
-    fs::path p = dir.path();
-    FileHandle at(::open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (int depth = 0; depth < 24; ++depth, p /= level) {
-        ::mkdirat(at.get(), level.c_str(), 0755);
-        at = FileHandle(::openat(at.get(), level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    }
-    FileHandle f(::openat(at.get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    EXPECT_EQ(::write(f.get(), content.data(), content.size()), static_cast<ssize_t>(content.size()));
-    return p / "f";
-}
-
 // A file of any path, whole.
 std::string readlong(const fs::path& p)
 {
@@ -375,7 +360,7 @@ TEST(ViewerSave, SplicesTheEditedPageAndGivesBackAnUneditedOne)
         for (const auto& row : rows) {
             SCOPED_TRACE(row.what + std::string(deep ? ", below a path over PATH_MAX" : ""));
             test::TempDir dir;
-            Viewer v{deep ? deepfile(dir, kFile) : dir.write("f", kFile), dir.path() / "brindlex.tmp", row.nMode};
+            Viewer v{deep ? test::deepfile(dir.path(), "f", kFile) : dir.write("f", kFile), dir.path() / "brindlex.tmp", row.nMode};
             v.show(row.lPos, row.nBlock);
             std::string text = row.from.empty() ? "" : v.page.sText.replace(v.page.sText.find(row.from), row.from.size(), row.to);
             EXPECT_EQ(v.save(text), row.after == kFile ? "unchanged" : "");
