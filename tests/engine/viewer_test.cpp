@@ -16,10 +16,7 @@
 #include <tuple>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "engine/core/faultinject.h"
 #include "engine/core/openbinary.h"
