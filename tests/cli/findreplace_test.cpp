@@ -348,9 +348,9 @@ TEST(CliFindReplace, KilledReplaceLeavesEveryFileOldOrNew)
 }
 
 // The hidden new file that a killed run left is its own, not the user's:
-// no run lists it (the engine's safe-replace tests remove it). One named
-// for a process that is alive is a file like any other.
-TEST(CliFindReplace, AStrayOfAKilledRunIsNeitherListedNorKept)
+// no run lists it (the next replace there removes it: the safe replace's own
+// test). One named for a process that is alive is a file like any other.
+TEST(CliFindReplace, AStrayOfAKilledRunIsNeverListed)
 {
     const pid_t dead = ::fork();
     if (dead == 0)
