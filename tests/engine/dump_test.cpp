@@ -2,7 +2,6 @@
 // streaming across the reader's blocks against a literal model.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>

@@ -10,8 +10,6 @@
 #include <functional>
 #include <string>
 
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "engine/core/faultinject.h"

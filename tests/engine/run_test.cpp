@@ -54,38 +54,6 @@ struct RunCase {
 
 const std::string kStart = "clearhits\nstatus none found\ncontrols off\n";
 
-void checkcase(const RunCase& c)
-{
-    SCOPED_TRACE(c.what);
-    test::TempDir dir;
-    const std::string dirs = dir.path().string() + "/";
-    std::filesystem::create_directories(dir.path() / "base");
-    for (const auto& [name, content] : c.files)
-        dir.write("base/" + name, content);
-    for (const auto& [name, target] : c.links)
-        std::filesystem::create_symlink(target, dir.path() / "base" / name);
-    std::vector<FileEntry> entries;
-    for (const std::string& name : c.names)
-        entries.push_back({name, 3});
-    RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
-                  .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
-                  .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .files = entries,
-                  .selected = {}};
-    test::RecordingHost host;
-    host.answers = c.answers;
-    host.show = [&](const std::string& line) { return shown(line, dir); };
-    if (c.onEvent)
-        host.onEvent = [&](const std::string& line) { c.onEvent(line, dir.path() / "base"); };
-    findinfiles(r, host);
-    EXPECT_EQ(host.transcript, c.sFind.empty() ? "clearhits\nstatus none found\n" : kStart + c.transcript);
-    for (const auto& [name, content] : c.files) {
-        const auto it = c.after.find(name);
-        EXPECT_EQ(test::readfile(dir.path() / "base" / name), it == c.after.end() ? content : it->second) << name;
-    }
-    const bool logged = std::filesystem::exists(r.sLogFile);
-    EXPECT_EQ(logged ? shown(test::readfile(r.sLogFile), dir) : "", c.log);
-}
-
 TEST(Run, OneCasePerBehaviour)
 {
     // Long enough to be read ahead on threads of its own, with hits at both
@@ -168,8 +136,35 @@ TEST(Run, OneCasePerBehaviour)
                        "A directory on its path is a symbolic link now: not followed\nstatus 1\ncontrols on\n",
          .after = {{"a", "HOT"}}},
     };
-    for (const RunCase& c : cases)
-        checkcase(c);
+    for (const RunCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        test::TempDir dir;
+        const std::string dirs = dir.path().string() + "/";
+        std::filesystem::create_directories(dir.path() / "base");
+        for (const auto& [name, content] : c.files)
+            dir.write("base/" + name, content);
+        for (const auto& [name, target] : c.links)
+            std::filesystem::create_symlink(target, dir.path() / "base" / name);
+        std::vector<FileEntry> entries;
+        for (const std::string& name : c.names)
+            entries.push_back({name, 3});
+        RunRequest r {.sFind = c.sFind, .sReplaceText = c.sReplace, .bReplace = c.bReplace, .bMatchCase = c.bMatchCase,
+                      .bAsk = c.bAsk, .nLogMode = c.nLogMode, .sLogFile = dir.path() / "run.log",
+                      .sScratch = dir.path() / "scratch", .baseDir = dirs + "base/", .files = entries,
+                      .selected = {}};
+        test::RecordingHost host;
+        host.answers = c.answers;
+        host.show = [&](const std::string& line) { return shown(line, dir); };
+        if (c.onEvent)
+            host.onEvent = [&](const std::string& line) { c.onEvent(line, dir.path() / "base"); };
+        findinfiles(r, host);
+        EXPECT_EQ(host.transcript, c.sFind.empty() ? "clearhits\nstatus none found\n" : kStart + c.transcript);
+        for (const auto& [name, content] : c.files) {
+            const auto it = c.after.find(name);
+            EXPECT_EQ(test::readfile(dir.path() / "base" / name), it == c.after.end() ? content : it->second) << name;
+        }
+        EXPECT_EQ(std::filesystem::exists(r.sLogFile) ? shown(test::readfile(r.sLogFile), dir) : "", c.log);
+    }
 }
 
 // A run that reads ahead on worker threads against the same run on one
@@ -177,31 +172,6 @@ TEST(Run, OneCasePerBehaviour)
 // more hits than a worker keeps, the host must see the same calls in the
 // same order, the files must end the same, and a Cancel must stop both at
 // the same hit.
-
-// 200 files of up to 3000 bytes over a few letters, so that "ab" is found
-// by chance in every other one, one file of more hits than a worker keeps,
-// and names that can't be opened: one gone, one a directory.
-std::vector<std::string> makefiles(const test::TempDir& dir)
-{
-    std::mt19937_64 rng(2026);
-    std::vector<std::string> names;
-    for (int i = 0; i < 200; ++i) {
-        std::string content(rng() % 3000, '\0');
-        for (char& c : content)
-            c = "aAxy\rb"[rng() % (i % 2 ? 6 : 5)];
-        names.push_back("f" + std::to_string(1000 + i));
-        dir.write("base/" + names.back(), content);
-    }
-    std::string many;
-    for (std::size_t i = 0; i < ReadAhead::kAheadHits + 10; ++i)
-        many += "xab";
-    dir.write("base/many", many);
-    std::filesystem::create_directory(dir.path() / "base" / "dir");
-    names.insert(names.begin() + 3, "many");
-    names.insert(names.begin() + 5, "gone");
-    names.insert(names.begin() + 9, "dir");
-    return names;
-}
 
 struct Outcome {
     std::string transcript {};
@@ -213,9 +183,26 @@ Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::
 {
     const std::filesystem::path base = temp.path() / "base";
     std::filesystem::remove_all(base);
+    // 200 files of up to 3000 bytes over a few letters, so that "ab" is found
+    // by chance in every other one, one file of more hits than a worker keeps,
+    // and names that can't be opened: one gone, one a directory.
+    std::mt19937_64 rng(2026);
     std::vector<FileEntry> entries;
-    for (const std::string& name : makefiles(temp))
-        entries.push_back({name, 1});
+    for (int i = 0; i < 200; ++i) {
+        std::string content(rng() % 3000, '\0');
+        for (char& c : content)
+            c = "aAxy\rb"[rng() % (i % 2 ? 6 : 5)];
+        entries.push_back({"f" + std::to_string(1000 + i), 1});
+        temp.write("base/" + entries.back().name, content);
+    }
+    std::string many;
+    for (std::size_t i = 0; i < ReadAhead::kAheadHits + 10; ++i)
+        many += "xab";
+    temp.write("base/many", many);
+    std::filesystem::create_directory(base / "dir");
+    entries.insert(entries.begin() + 3, {"many", 1});
+    entries.insert(entries.begin() + 5, {"gone", 1});
+    entries.insert(entries.begin() + 9, {"dir", 1});
     const RunRequest request {.sFind = "ab", .sReplaceText = "%0D%0A", .bReplace = bReplace, .sLogFile = {},
                               .sScratch = temp.path() / "brindlex.tmp", .baseDir = base.string() + "/", .files = entries,
                               .selected = {}, .bReadAhead = bReadAhead};

@@ -68,13 +68,6 @@ std::string replace(const fs::path& target, const std::string& content, const fs
 // cap_net_raw+ep, as setcap(8) stores it.
 const std::string kCapNetRaw("\x01\x00\x00\x02\x00\x20\x00\x00\0\0\0\0\0\0\0\0\0\0\0\0", 20);
 
-std::string capability(const fs::path& p)
-{
-    char value[64];
-    const ssize_t n = ::getxattr(p.c_str(), "security.capability", value, sizeof value);
-    return n > 0 ? std::string(value, static_cast<std::size_t>(n)) : "";
-}
-
 class SafeReplaceTest : public ::testing::Test {
 protected:
     void TearDown() override { faultinject::disarm(); }
@@ -87,25 +80,6 @@ protected:
         if (hardlinked)
             fs::create_hard_link(p, dir.path() / "twin");
         return p;
-    }
-
-    // Replaces p's content `original` by `after` in a child that gets `sig`
-    // at the second write of the copy in place; what the child answered.
-    std::string signalatsecondwrite(const fs::path& p, const std::string& original, const std::string& after,
-                                    int sig) const
-    {
-        return test::runinchild([&]() -> std::string {
-            faultinject::arm({0, 0, "", 0, 0, sig});
-            replace(p, after, scratch());   // learns the steps, then runs for real
-            const auto steps = faultinject::log();
-            int second = 0;
-            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
-                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
-            std::ofstream(p, std::ios::binary) << original;
-            faultinject::arm({0, 0, "", 0, second, sig});
-            replace(p, after, scratch());
-            return "lived";
-        });
     }
 
     test::TempDir work;  // the work directory
@@ -138,7 +112,9 @@ TEST_F(SafeReplaceTest, NewContentKeepsModeOwnerAndLinks)
         ASSERT_EQ(row.unprivileged ? test::rununprivileged([&] { return replace(p, after, scratch()); }) : replace(p, after, scratch()),
                   caps && row.unprivileged ? "ok File capabilities dropped (Operation not permitted): only root can set them"
                                            : "ok");
-        EXPECT_EQ(capability(p), caps && !row.unprivileged ? kCapNetRaw : "");
+        char cap[64];
+        const ssize_t n = ::getxattr(p.c_str(), "security.capability", cap, sizeof cap);
+        EXPECT_EQ(n > 0 ? std::string(cap, static_cast<std::size_t>(n)) : "", caps && !row.unprivileged ? kCapNetRaw : "");
         EXPECT_EQ(readfile(p), after);
         ASSERT_EQ(::lstat(p.c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, row.mode);
@@ -346,7 +322,21 @@ TEST_F(SafeReplaceTest, CopyInPlaceUnderSignals)
             fs::remove(e.path());
         test::TempDir t;
         const fs::path p = make(t, original, true), away = t.path().string() + ".away";
-        const std::string died = signalatsecondwrite(p, original, after, row.sig), half = readfile(p);
+        // In a child that gets the signal at the copy's second write: it
+        // learns the steps, then runs for real.
+        const std::string died = test::runinchild([&]() -> std::string {
+            faultinject::arm({0, 0, "", 0, 0, row.sig});
+            replace(p, after, scratch());
+            const auto steps = faultinject::log();
+            int second = 0;
+            for (std::size_t k = 0, writes = 0; k < steps.size() && !second; ++k)
+                second = steps[k] == "copy-write" && ++writes == 2 ? static_cast<int>(k) + 1 : 0;
+            std::ofstream(p, std::ios::binary) << original;
+            faultinject::arm({0, 0, "", 0, second, row.sig});
+            replace(p, after, scratch());
+            return "lived";
+        });
+        const std::string half = readfile(p);
         EXPECT_EQ(died.rfind("child failed: status " + std::to_string(row.sig) + " ", 0), 0u) << died;
         EXPECT_EQ(half != after, row.sig == SIGKILL);
         if (row.meanwhile)

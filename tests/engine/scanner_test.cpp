@@ -291,16 +291,6 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
     }
 }
 
-// The hit positions of the model, each followed by a blank.
-std::string hitsof(const std::string& content, const std::string& sFind)
-{
-    const std::string events = test::refscanfile(content, {.sName = "f", .sFind = sFind}).events;
-    std::string hits;
-    for (std::size_t at = 0; (at = events.find("hit f ", at)) != std::string::npos; at += 6)
-        hits += events.substr(at + 6, events.find('\n', at) - at - 6) + " ";
-    return hits;
-}
-
 // 3000 dots with `pattern` at 1-based position `at`.
 std::string planted(std::size_t at, const std::string& pattern)
 {
@@ -326,7 +316,12 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        EXPECT_EQ(hitsof(row.content, row.sFind), row.hits);
+        // The hit positions of the model, each followed by a blank.
+        const std::string events = test::refscanfile(row.content, {.sName = "f", .sFind = row.sFind}).events;
+        std::string hits;
+        for (std::size_t at = 0; (at = events.find("hit f ", at)) != std::string::npos; at += 6)
+            hits += events.substr(at + 6, events.find('\n', at) - at - 6) + " ";
+        EXPECT_EQ(hits, row.hits);
     }
 }
 

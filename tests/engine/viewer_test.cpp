@@ -16,10 +16,7 @@
 #include <tuple>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "engine/core/faultinject.h"
 #include "engine/core/openbinary.h"
@@ -204,27 +201,6 @@ TEST(ViewerMetafile, LocksOnRecordsByTheirSizeField)
     EXPECT_EQ(formatpage(longrecord, 1, 8, 2, kFormatMeta), "");   // a text mode: no records
 }
 
-// The record walk of a real metafile, from its header, as the reference the
-// record view must agree with wherever a page starts on a record.
-struct Record { std::int64_t pos; std::uint32_t words; std::uint16_t function; };   // pos 1-based
-
-std::vector<Record> walkmetafile(const std::string& bytes)
-{
-    auto u16 = [&](std::size_t at) { return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
-                                                                     static_cast<unsigned char>(bytes[at + 1]) << 8); };
-    std::size_t at = bytes.starts_with("\xD7\xCD\xC6\x9A") ? 22 : 0;
-    at += u16(at + 2) * 2u;   // the header's own size in words
-    std::vector<Record> records;
-    while (at + 6 <= bytes.size()) {
-        const std::uint32_t words = u16(at) | static_cast<std::uint32_t>(u16(at + 2)) << 16;
-        records.push_back({static_cast<std::int64_t>(at) + 1, words, u16(at + 4)});
-        if (words < 3)
-            break;
-        at += words * 2u;
-    }
-    return records;
-}
-
 TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
 {
     // The record names of the standard's function numbers that have a name here.
@@ -236,7 +212,19 @@ TEST(ViewerMetafile, ShowsTheRecordsOfRealMetafilesByName)
     for (const char* name : {"lines-inkscape.wmf", "lines-libreoffice.wmf", "shapes-inkscape.wmf",
                              "shapes-libreoffice.wmf", "shapes-libreoffice-noheader.wmf"}) {
         const fs::path file = fs::path(BRINDLEX_TESTDATA) / "wmf" / name;
-        const std::vector<Record> records = walkmetafile(test::readfile(file));
+        // The record walk of the file from its header, as the reference the
+        // record view must agree with wherever a page starts on a record.
+        struct Record { std::int64_t pos; std::uint32_t words; std::uint16_t function; };   // pos 1-based
+        const std::string bytes = test::readfile(file);
+        auto u16 = [&](std::size_t at) { return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
+                                                                         static_cast<unsigned char>(bytes[at + 1]) << 8); };
+        std::vector<Record> records;
+        std::size_t at = bytes.starts_with("\xD7\xCD\xC6\x9A") ? 22 : 0;
+        for (at += u16(at + 2) * 2u; at + 6 <= bytes.size(); at += records.back().words * 2u) {   // past the header's own words
+            records.push_back({static_cast<std::int64_t>(at) + 1, u16(at) | static_cast<std::uint32_t>(u16(at + 2)) << 16, u16(at + 4)});
+            if (records.back().words < 3)
+                break;
+        }
         ASSERT_GT(records.size(), 10u) << name;
         int named = 0;
         for (std::size_t start = 0; start < records.size(); start += records.size() / 5) {
@@ -343,29 +331,6 @@ struct Viewer {
     }
 };
 
-// `content` in a file below a path longer than PATH_MAX in `dir`.
-fs::path deepfile(const test::TempDir& dir, const std::string& content)
-{
-    const std::string level(200, 'd');
-    fs::path p = dir.path();
-    FileHandle at(::open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (int depth = 0; depth < 24; ++depth, p /= level) {
-        ::mkdirat(at.get(), level.c_str(), 0755);
-        at = FileHandle(::openat(at.get(), level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    }
-    FileHandle f(::openat(at.get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    EXPECT_EQ(::write(f.get(), content.data(), content.size()), static_cast<ssize_t>(content.size()));
-    return p / "f";
-}
-
-// A file of any path, whole.
-std::string readlong(const fs::path& p)
-{
-    OpenedFile file;
-    std::string bytes;
-    return openbinary(p, file) || !readblock(file.fd.get(), 0, file.size(), bytes) ? "unreadable" : bytes;
-}
-
 TEST(ViewerSave, SplicesTheEditedPageAndGivesBackAnUneditedOne)
 {
     // from is replaced by to in the page text; after: the file afterwards.
@@ -384,11 +349,15 @@ TEST(ViewerSave, SplicesTheEditedPageAndGivesBackAnUneditedOne)
         for (const auto& row : rows) {
             SCOPED_TRACE(row.what + std::string(deep ? ", below a path over PATH_MAX" : ""));
             test::TempDir dir;
-            Viewer v{deep ? deepfile(dir, kFile) : dir.write("f", kFile), dir.path() / "brindlex.tmp", row.nMode};
+            Viewer v{deep ? test::deepfile(dir.path(), "f", kFile) : dir.write("f", kFile), dir.path() / "brindlex.tmp", row.nMode};
             v.show(row.lPos, row.nBlock);
             std::string text = row.from.empty() ? "" : v.page.sText.replace(v.page.sText.find(row.from), row.from.size(), row.to);
             EXPECT_EQ(v.save(text), row.after == kFile ? "unchanged" : "");
-            EXPECT_EQ(readlong(v.file), row.after);
+            // Read back whole, whatever the path's length.
+            OpenedFile opened;
+            std::string bytes;
+            EXPECT_TRUE(!openbinary(v.file, opened) && readblock(opened.fd.get(), 0, opened.size(), bytes));
+            EXPECT_EQ(bytes, row.after);
         }
     }
     // An unedited byte page gives back exactly the bytes it shows, or every

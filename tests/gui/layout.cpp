@@ -49,25 +49,6 @@ QString cramped(const QWidget* w)
     return {};
 }
 
-QStringList faults(QWidget* window)
-{
-    QStringList found;
-    const QList<QWidget*> all = window->findChildren<QWidget*>();
-    for (QWidget* w : all) {
-        if (!control(w, window))
-            continue;
-        if (const QString lack = cramped(w); !lack.isEmpty())
-            found << lack;
-        if (QWidget* parent = w->parentWidget(); parent && !parent->rect().contains(w->geometry()))
-            found << QString("%1 reaches out of %2").arg(name(w), name(parent).isEmpty() ? "its parent" : name(parent));
-        for (QWidget* other : all)
-            if (other != w && name(w) < name(other) && other->parentWidget() == w->parentWidget()
-                && control(other, window) && w->geometry().intersects(other->geometry()))
-                found << QString("%1 overlaps %2").arg(name(w), name(other));
-    }
-    return found;
-}
-
 }  // namespace
 
 class LayoutTest : public QObject {
@@ -103,7 +84,20 @@ private slots:
         window->resize(qRound(window->width() * grow.width()), qRound(window->height() * grow.height()));
         QApplication::processEvents();
         QTest::qWait(20);
-        const QStringList found = faults(window);
+        QStringList found;
+        const QList<QWidget*> all = window->findChildren<QWidget*>();
+        for (QWidget* w : all) {
+            if (!control(w, window))
+                continue;
+            if (const QString lack = cramped(w); !lack.isEmpty())
+                found << lack;
+            if (QWidget* parent = w->parentWidget(); parent && !parent->rect().contains(w->geometry()))
+                found << QString("%1 reaches out of %2").arg(name(w), name(parent).isEmpty() ? "its parent" : name(parent));
+            for (QWidget* other : all)
+                if (other != w && name(w) < name(other) && other->parentWidget() == w->parentWidget()
+                    && control(other, window) && w->geometry().intersects(other->geometry()))
+                    found << QString("%1 overlaps %2").arg(name(w), name(other));
+        }
         QVERIFY2(found.isEmpty(), qPrintable(found.join("; ")));
     }
 };

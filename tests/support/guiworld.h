@@ -95,7 +95,7 @@ public:
         QDir(root.path()).mkpath("files");
         qputenv("BRINDLEX_TEMP", at("work").toLocal8Bit());
         qputenv("XDG_CONFIG_HOME", at("config").toLocal8Bit());
-        QDir::setCurrent(files());
+        QDir::setCurrent(at("files"));
         for (const auto& [name, bytes] : tree)
             write(name, bytes);
     }
@@ -104,7 +104,6 @@ public:
     World& operator=(const World&) = delete;
 
     QString at(const QString& relative) const { return root.path() + '/' + relative; }
-    QString files() const { return at("files"); }
     QString file(const QString& relative) const { return at("files/" + relative); }
     QString write(const QString& relative, const QByteArray& bytes) const { return writefile(file(relative), bytes); }
 

@@ -95,6 +95,23 @@ long entrycount(const std::filesystem::path& dir)
     return static_cast<long>(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()));
 }
 
+std::filesystem::path deepfile(const std::filesystem::path& dir, const std::string& name, std::string_view content)
+{
+    const std::string level(200, 'd');
+    std::filesystem::path p = dir;
+    int at = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int depth = 0; depth < 24; ++depth, p /= level) {
+        ::mkdirat(at, level.c_str(), 0755);
+        const int below = ::openat(at, level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(at);
+        at = below;
+    }
+    const int fd = ::openat(at, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const bool made = ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+    ::close(fd), ::close(at);
+    return made ? p / name : std::filesystem::path();
+}
+
 bool sparsefile(const std::filesystem::path& path, std::int64_t size,
                 const std::vector<std::pair<std::int64_t, std::string>>& pieces)
 {

@@ -34,6 +34,10 @@ std::string readfile(const std::filesystem::path& path);
 // How many names the directory holds: a stray file of a run shows here.
 long entrycount(const std::filesystem::path& dir);
 
+// A file `name` of `content` below a path longer than PATH_MAX in `dir`, each
+// level made from the one above; its path, empty when it could not be made.
+std::filesystem::path deepfile(const std::filesystem::path& dir, const std::string& name, std::string_view content);
+
 // A file of `size` bytes that are zeros (holes) but for `pieces`, each at its
 // 0-based offset. False when it could not be made.
 bool sparsefile(const std::filesystem::path& path, std::int64_t size,
