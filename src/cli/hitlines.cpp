@@ -3,6 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "engine/core/threads.h"
 #include "engine/files/files.h"
 
@@ -12,10 +15,17 @@ namespace {
 constexpr std::size_t kText = 1 << 16;
 constexpr std::size_t kPrefix = 64;   // names up to this long go in as one copy of fixed length
 
+bool stdoutisnull()
+{
+    struct stat out {}, null {};
+    return ::fstat(STDOUT_FILENO, &out) == 0 && S_ISCHR(out.st_mode) && ::stat("/dev/null", &null) == 0
+           && S_ISCHR(null.st_mode) && out.st_rdev == null.st_rdev;
+}
+
 }  // namespace
 
 HitLines::HitLines(bool threaded, std::function<void()> beforewrite)
-    : threaded_(threaded && usablecores() > 1), beforewrite_(std::move(beforewrite)),
+    : discard_(stdoutisnull()), threaded_(threaded && usablecores() > 1), beforewrite_(std::move(beforewrite)),
       text_(std::make_unique_for_overwrite<char[]>(kText))
 {
 }
@@ -35,6 +45,8 @@ HitLines::~HitLines()
 
 void HitLines::put(const std::string& sName, const std::int64_t* lPos, std::size_t count)
 {
+    if (discard_)
+        return;
     if (!threaded_) {
         print(sName, lPos, count);
         return;

@@ -4,7 +4,8 @@
 // CR LF replace: where stdout is no terminal they are made on a thread of
 // their own once there are many, so that the scan does not wait for them.
 // Either way the lines reach stdout in the order given, all of them before
-// flush() returns.
+// flush() returns. When stdout is /dev/null no line is made at all: a
+// script that only wants the files changed sends the lines there.
 #pragma once
 
 #include <condition_variable>
@@ -54,6 +55,7 @@ private:
     void submit();
     void work();
 
+    const bool discard_;   // stdout is /dev/null
     const bool threaded_;
     const std::function<void()> beforewrite_;
     std::unique_ptr<char[]> text_;   // lines not yet in stdout's buffer
