@@ -183,12 +183,13 @@ Outcome runover(const test::TempDir& temp, bool bReplace, bool bReadAhead, std::
 {
     const std::filesystem::path base = temp.path() / "base";
     std::filesystem::remove_all(base);
-    // 200 files of up to 3000 bytes over a few letters, so that "ab" is found
-    // by chance in every other one, one file of more hits than a worker keeps,
-    // and names that can't be opened: one gone, one a directory.
+    // More files than the workers may scan ahead of the run, of up to 3000
+    // bytes over a few letters, so that "ab" is found by chance in every
+    // other one, one file of more hits than a worker keeps, and names that
+    // can't be opened: one gone, one a directory.
     std::mt19937_64 rng(2026);
     std::vector<FileEntry> entries;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < static_cast<int>(ReadAhead::kAhead) + 64; ++i) {
         std::string content(rng() % 3000, '\0');
         for (char& c : content)
             c = "aAxy\rb"[rng() % (i % 2 ? 6 : 5)];
