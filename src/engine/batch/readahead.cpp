@@ -4,6 +4,7 @@
 
 #include "engine/batch/scanner.h"
 #include "engine/core/openbinary.h"
+#include "engine/core/threads.h"
 #include "engine/files/openbelow.h"
 
 namespace brindlex {

@@ -32,7 +32,6 @@
 #include <sys/stat.h>
 
 #include "engine/core/runsink.h"
-#include "engine/core/threads.h"
 
 namespace brindlex {
 
