@@ -325,6 +325,33 @@ TEST(ScannerModel, FindsWhatTheBlocksHold)
     }
 }
 
+// A thread lends its spare window to one scan at a time: a second scan alive
+// on the same thread reads into bytes of its own, and the first keeps its
+// file's bytes.
+TEST(ScannerWindow, TwoScansOnOneThreadKeepTheirOwnBytes)
+{
+    const auto memfile = [](const std::string& bytes) {
+        FileHandle fd(::memfd_create("scan", MFD_CLOEXEC));
+        EXPECT_EQ(::write(fd.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        return fd;
+    };
+    const std::string first = std::string(3000, 'a') + "needle" + std::string(500, 'b');
+    const std::string second = std::string(3000, 'c') + "needle" + std::string(500, 'd');
+    const FileHandle one = memfile(first), two = memfile(second);
+    test::RecordingHost host;
+    Scanner outer(one.get(), static_cast<std::int64_t>(first.size()), "needle", true, nullptr, host);
+    std::int64_t s = 1, lPos = 0;
+    ASSERT_EQ(outer.collect(s, nullptr, &lPos, 1), 1u);
+    {
+        Scanner inner(two.get(), static_cast<std::int64_t>(second.size()), "needle", true, nullptr, host);
+        std::int64_t t = 1, lInner = 0;
+        ASSERT_EQ(inner.collect(t, nullptr, &lInner, 1), 1u);
+        EXPECT_EQ(inner.bytesat(1, 4), "cccc");
+        EXPECT_EQ(outer.bytesat(1, 4), "aaaa");
+    }
+    EXPECT_EQ(outer.bytesat(lPos - 3, 9), "aaaneedle");
+}
+
 // Every buffer of a transfer of a page or more that the engine makes starts
 // on a page boundary: a 512 KiB read into a block 16 bytes past one costs
 // the kernel's copy several times as much.

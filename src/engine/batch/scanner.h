@@ -257,6 +257,7 @@ public:
 
 private:
     class Prefetch;
+    struct Spare;
     bool load(std::int64_t from0);
     bool loadahead(std::int64_t from0);
     void failread(int code);
@@ -291,7 +292,9 @@ private:
     RunSink& sink_;
     std::int64_t window_;
     std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
-    AlignedBuffer<> buf_;                    // the window as read without prefetching
+    AlignedBuffer<> buf_;                    // the window as read without prefetching, when not lent
+    unsigned char* bufStart_ = nullptr;      // that window: buf_ or the thread's spare
+    Spare* lent_ = nullptr;                  // the thread's spare, while this scan has it
     const unsigned char* win_ = nullptr;     // the window's bytes
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
     std::int64_t outPos_ = 0;        // 0-based next byte to emit
