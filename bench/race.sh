@@ -4,7 +4,7 @@
 #
 #   bash bench/race.sh [path/to/brindlex-cli]
 #
-# Variables: RACE_RUNS (runs per command, 5), RACE_ONLY (a regular
+# Variables: RACE_RUNS (runs per command, 10), RACE_ONLY (a regular
 # expression of the race names to run), RACE_CORPUS (a directory that keeps
 # the corpus from one call to the next), BRINDLEX_BUILD (a build tree whose
 # brindlex-cli is raced when no path is given), RACE_LOAD=1 (one busy
@@ -59,7 +59,7 @@ cleanup() {
 }
 trap cleanup EXIT
 export BRINDLEX_TEMP="$corpus/work"
-runs=${RACE_RUNS:-5}
+runs=${RACE_RUNS:-10}
 pat='QzXkPwVb'      # 8 bytes, letters only, so that folding has work to do
 rep='Rr_replaced'
 same='RrPlaced'     # as long as the pattern
