@@ -34,19 +34,6 @@ constexpr std::int64_t kPrefetchChunk = 512 << 10;
 // file is scanned.
 constexpr std::int64_t kYieldBytes = 1 << 20;
 
-}  // namespace
-
-// Each thread lends the window of one scan at a time to its scans of files
-// that fit a default window: over a tree of small files, every file is then
-// read into the same bytes, which stay in the core's cache, and no block is
-// taken from the allocator and given back per file.
-struct Scanner::Spare {
-    AlignedBuffer<> buf;
-    bool lent = false;
-};
-
-namespace {
-
 const std::array<unsigned char, 256>& foldtable()
 {
     static const std::array<unsigned char, 256> table = [] {
@@ -579,6 +566,15 @@ private:
     std::vector<std::thread> readers_;
 };
 
+// Each thread lends the window of one scan at a time to its scans of files
+// that fit a default window: over a tree of small files, every file is then
+// read into the same bytes, which stay in the core's cache, and no block is
+// taken from the allocator and given back per file.
+struct Scanner::Spare {
+    AlignedBuffer<> buf;
+    bool lent = false;
+};
+
 Scanner::~Scanner()
 {
     if (lent_)
@@ -608,7 +604,7 @@ bool Scanner::load(std::int64_t from0)
     if (prefetch_ && loadahead(from0))
         return !readfailed_;
     const std::int64_t want = std::min(window_, lLen_ - from0);
-    if (!bufStart_) {
+    if (!lent_ && !buf_) {
         // A small file gets a small buffer, left uninitialised: a run over
         // a tree of small files must not clear a whole window per file. The
         // output's copies of fixed length may read kOverread bytes past it.
@@ -619,16 +615,15 @@ bool Scanner::load(std::int64_t from0)
                 spare.buf = AlignedBuffer<>(need);
             spare.lent = true;
             lent_ = &spare;
-            bufStart_ = spare.buf.get();
         } else {
             buf_ = AlignedBuffer<>(need);
-            bufStart_ = buf_.get();
         }
     }
-    win_ = bufStart_;
+    unsigned char* const into = lent_ ? lent_->buf.get() : buf_.get();
+    win_ = into;
     std::int64_t got = 0;
     while (got < want) {
-        const ssize_t r = ::pread(fd_, bufStart_ + got, static_cast<std::size_t>(want - got), from0 + got);
+        const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from0 + got);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {

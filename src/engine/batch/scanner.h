@@ -293,7 +293,6 @@ private:
     std::int64_t window_;
     std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
     AlignedBuffer<> buf_;                    // the window as read without prefetching, when not lent
-    unsigned char* bufStart_ = nullptr;      // that window: buf_ or the thread's spare
     Spare* lent_ = nullptr;                  // the thread's spare, while this scan has it
     const unsigned char* win_ = nullptr;     // the window's bytes
     std::int64_t wS_ = 0, wE_ = 0;   // the window: 0-based [wS_, wE_)
