@@ -145,7 +145,7 @@ du -sh "$corpus"/big.bin "$corpus"/text.txt "$corpus"/tree
 # race NAME GOAL-KIND GOAL PREPARE OURS-CMD [PEER-CMD...]
 #   GOAL-KIND "le": ours/peer must be at most GOAL; "speedup": peer/ours at
 #   least GOAL; "seconds": ours at most GOAL seconds, no peer. The commands
-#   run interleaved by hyperfine, PREPARE (unless empty) before each run.
+#   run by hyperfine one after the other, PREPARE (unless empty) before each run.
 #   With RACE_LOAD=1 the goal of a race with a peer is to be within 1.3
 #   times the peer's time.
 race() {
