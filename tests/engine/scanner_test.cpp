@@ -264,31 +264,36 @@ TEST(ScannerDifferential, AgreesWithTheBlockModelOnRandomFiles)
     EXPECT_GT(cancelled, 20);
 }
 
-// Dense hits through a file of more windows than are read ahead: the output goes
-// through many buffer flushes and windows, with a replacement of each kind
-// (short, up to a fixed copy's length, longer, empty) and spans between hits
-// on both sides of that length, and now and then one long enough to be
-// written straight from the window.
+// Dense hits through a file of more windows than are read ahead: more hits
+// in a window than a batch holds, the output through many buffer flushes and
+// windows, with a replacement of each kind (short, up to a fixed copy's
+// length, longer, empty) and spans between hits on both sides of that
+// length, and now and then one long enough to be written straight from the
+// window.
 TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
 {
     test::TempDir dir;
     std::mt19937_64 rng(20261123);
     std::string content;
     while (content.size() < (5u << 20)) {
-        content.append(rng() % 256 == 0 ? 60000 + rng() % 200000 : rng() % 8 == 0 ? rng() % 400 : rng() % 120, 'x');
+        content.append(rng() % 16384 == 0 ? 60000 + rng() % 200000 : rng() % 16 == 0 ? rng() % 400 : rng() % 60, 'x');
         content += '\r';
     }
     for (const std::string& sReplace : {std::string("\r\n"), std::string(40, 'y'), std::string(300, 'z'), std::string()}) {
         const RefScan s {.sFile = "/data/big", .sName = "big", .sFind = "\r", .sReplace = sReplace, .bReplace = true};
         const RefResult got = fastscanfile(content, s, 256 << 10, dir.path() / "run.log");
         std::string want;
+        std::string hits;
         std::int64_t nHits = 0;
-        for (const char c : content) {
-            nHits += c == '\r';
-            want += c == '\r' ? std::string_view(sReplace) : std::string_view(&c, 1);
+        for (std::size_t i = 0; i < content.size(); ++i) {
+            const bool hit = content[i] == '\r';
+            want += hit ? std::string_view(sReplace) : std::string_view(&content[i], 1);
+            if (hit)
+                hits += test::hitevent("big", static_cast<std::int64_t>(i + 1)) + test::statusevent(std::to_string(++nHits));
         }
         SCOPED_TRACE("replacement of " + std::to_string(sReplace.size()) + " bytes");
         EXPECT_EQ(got.nHits, nHits);
+        EXPECT_NE(got.events.find(hits), std::string::npos);
         EXPECT_EQ(got.lLenChange, static_cast<std::int64_t>(want.size() - content.size()));
         const auto differ = std::mismatch(got.output.begin(), got.output.end(), want.begin(), want.end());
         EXPECT_EQ(differ.first - got.output.begin(), static_cast<std::ptrdiff_t>(want.size()));

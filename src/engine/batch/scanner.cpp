@@ -346,18 +346,29 @@ Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputB
 // A find that takes only the occurrences needs no bytes at all: each thread
 // then reads into a buffer of its own, used again and again, which stays in
 // its cache; and the scan's windows have no bytes (data null).
+//
+// In a replace with a hit every 4 KiB or closer, the thread also makes
+// the window's new content (built()): the hits that a replace
+// takes from the window's start on, and the bytes from there up to the
+// window's end or the last hit's, with each hit replaced. A scan that
+// reaches the window's start with no hit reaching over it writes that
+// content whole, so that the copying of short spans between hits is done
+// beside the scan, not by it.
 class Scanner::Prefetch {
 public:
     // `search` null: no occurrences are looked for. `bKeepBytes`: the scan
     // takes the bytes too.
     // `bScanIdle`: the scan writes no output; when it has little to do with
     // a window beyond taking its occurrences, it reads windows too.
+    // `sReplace`: the new content of dense windows is made with it.
     Prefetch(int fd, std::int64_t lLen, std::int64_t chunk, const PatternSearch* search, bool bKeepBytes,
-             bool bScanIdle)
+             bool bScanIdle, const std::string_view* sReplace)
         : fd_(fd), lLen_(lLen), chunk_(chunk),
           look_(search ? std::min<std::int64_t>(static_cast<std::int64_t>(search->size()), kBlock) - 1 : 0),
-          search_(search), bKeepBytes_(bKeepBytes || !search), bScanReads_(bScanIdle && search)
+          search_(search), bKeepBytes_(bKeepBytes || !search), bScanReads_(bScanIdle && search),
+          bBuild_(sReplace && search && bKeepBytes_), repText_(bBuild_ ? *sReplace : std::string_view())
     {
+        rep_.set(repText_);
         for (Slot& slot : slots_) {
             if (bKeepBytes_)
                 slot.data = AlignedBuffer<>(static_cast<std::size_t>(kPad + chunk + look_) + OutputBuffer::kOverread);
@@ -399,6 +410,19 @@ public:
     // The occurrences that start in [kC, (k+1)C) of window k in hand, as
     // offsets from kC, in order.
     const std::vector<std::uint32_t>& found() const { return slots_[cur_ % kSlots].found; }
+
+    // The new content of window k in hand, when it was made: the hits from
+    // kC on as offsets from kC, the bytes, and how far from kC they reach.
+    struct Built {
+        bool made = false;
+        std::vector<std::uint32_t> hits;
+        AlignedBuffer<char> bytes;
+        std::size_t size = 0;
+        std::int64_t reach = 0;
+    };
+    const Built& built() const { return slots_[cur_ % kSlots].built; }
+    // The replacement it was made with.
+    std::string_view replacement() const { return rep_.text; }
 
     // Moves the scan to window cur_ + 1: its bytes and place in the file.
     // False when it could not be read whole.
@@ -455,10 +479,15 @@ private:
     struct Slot {
         AlignedBuffer<> data;                    // kPad bytes of room, the read, kOverread spare
         std::vector<std::uint32_t> found;
+        Built built;
         int error = 0;                           // of a failed read: errno, 0 for the file's early end
         std::atomic<int> state {kEmpty};         // kEmpty again once the scan has left it
     };
-    static constexpr std::int64_t kSlots = 8;
+    // Windows read ahead of the scan: a reader that also makes the new
+    // content and loses its core for a while to other work is still ahead
+    // when it gets it back. With bytes, 8 MiB of reads and up to 16 MiB of
+    // new content.
+    static constexpr std::int64_t kSlots = 16;
     // Beyond a few readers the copies from the page cache no longer speed up.
     static constexpr std::size_t kMaxReaders = 4;
     static constexpr int kSpins = 256;
@@ -524,6 +553,8 @@ private:
         }
         if (search_ && got == want)
             findall(slot, into, static_cast<std::size_t>(want));
+        if (bBuild_)
+            build(slot, into, std::min(chunk_, lLen_ - from), got == want);
         slot.state.store(got == want ? kRead : kFailed);
         if (scanWaits_.load() != 0)
             wake();
@@ -542,6 +573,56 @@ private:
         }
     }
 
+    // Makes the new content of a read window whose occurrences are in and
+    // dense enough, `own` being the bytes whose occurrences it holds; the
+    // same passes as replacefound(), from the window's start.
+    void build(Slot& slot, const unsigned char* data, std::int64_t own, bool whole)
+    {
+        Built& b = slot.built;
+        b.made = false;
+        const std::size_t un = search_->size();
+        const std::size_t nRep = rep_.text.size();
+        const std::vector<std::uint32_t>& found = slot.found;
+        // Sparse hits are written better straight from the window; a long
+        // replacement of many hits would not fit.
+        const auto room = static_cast<std::size_t>(2 * chunk_ + look_);
+        if (!whole || found.empty() || found.size() < static_cast<std::size_t>(chunk_ / kBuildSpan) ||
+            static_cast<std::size_t>(own + look_) + found.size() * nRep > room)
+            return;
+        if (!b.bytes)
+            b.bytes = AlignedBuffer<char>(room + 2 * OutputBuffer::kOverread);
+        constexpr std::size_t kSpan = OutputBuffer::kOverread;
+        const char* const src = reinterpret_cast<const char*>(data);
+        char* o = b.bytes.get();
+        b.hits.clear();
+        std::size_t from = 0;
+        for (const std::size_t p : found) {
+            if (p < from)
+                continue;   // inside the bytes of a replaced hit
+            b.hits.push_back(static_cast<std::uint32_t>(p));
+            if (p - from <= kSpan)
+                std::memcpy(o, src + from, kSpan);
+            else
+                std::memcpy(o, src + from, p - from);
+            o += p - from;
+            if (nRep <= 16)
+                std::memcpy(o, rep_.padded, 16);
+            else
+                std::memcpy(o, rep_.text.data(), nRep);
+            o += nRep;
+            from = p + un;
+        }
+        const auto reach = std::max(from, static_cast<std::size_t>(own));
+        std::memcpy(o, src + from, reach - from);
+        o += reach - from;
+        b.size = static_cast<std::size_t>(o - b.bytes.get());
+        b.reach = static_cast<std::int64_t>(reach);
+        b.made = true;
+    }
+
+    // Built windows hold a hit per this many bytes at least.
+    static constexpr std::int64_t kBuildSpan = 4096;
+
     const int fd_;
     const std::int64_t lLen_;
     const std::int64_t chunk_;
@@ -549,6 +630,9 @@ private:
     const PatternSearch* const search_;
     const bool bKeepBytes_;
     const bool bScanReads_;
+    const bool bBuild_;
+    const std::string repText_;   // the replacement, for the readers to copy
+    Replacement rep_;
     AlignedBuffer<> own_;   // the scan's own reads, when they keep no bytes
     Slot slots_[kSlots];
     std::int64_t cur_ = -1;
@@ -596,7 +680,7 @@ bool Scanner::load(std::int64_t from0)
             // The occurrences are looked for ahead only for collect().
             prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
                                                    bulk_ ? &search_ : nullptr, out_ != nullptr || keepBytes_,
-                                                   out_ == nullptr);
+                                                   out_ == nullptr, out_ ? replacing_ : nullptr);
         } catch (const std::system_error&) {
             // No thread to spare: the scan reads for itself.
         }
@@ -766,6 +850,7 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
 {
     const auto n = static_cast<std::int64_t>(search_.size());
     bulk_ = true;
+    replacing_ = sReplace;
     std::int64_t pos = s - 1;   // 0-based: the next place an occurrence may start
     if (n == 0 || pos + n > lLen_) {
         s = 0;
@@ -779,6 +864,11 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
             return 0;
         }
     }
+    if (prefetch_ && sReplace && out_ && prefetch_->built().made)
+        if (const std::size_t count = takebuilt(pos, *sReplace, lPos, max); count != 0) {
+            s = pos + 1;
+            return count;
+        }
     const auto size = static_cast<std::size_t>(wE_ - wS_);
     const auto un = static_cast<std::size_t>(n);
     auto at = static_cast<std::size_t>(pos - wS_);   // the restart in the window
@@ -872,6 +962,33 @@ std::size_t Scanner::replacefound(const std::uint32_t* found, std::size_t k, std
         hold();
     }
     release();
+    return count;
+}
+
+std::size_t Scanner::takebuilt(std::int64_t& pos, std::string_view sReplace, std::int64_t* lPos, std::size_t max)
+{
+    const Prefetch::Built& built = prefetch_->built();
+    const std::int64_t k = prefetch_->current();
+    const std::int64_t own0 = k * prefetch_->chunk();
+    if (builtWindow_ != k) {
+        // Made from the window's start on: only a scan that begins there,
+        // with the output up to there, may take it.
+        if (!emitting_ || outPos_ != own0 || pos != own0 || sReplace != prefetch_->replacement())
+            return 0;
+        out_->write(std::string_view(built.bytes.get(), built.size));
+        outPos_ = own0 + built.reach;
+        builtWindow_ = k;
+        builtNext_ = 0;
+    }
+    // The hits go out in batches of `max`; the bytes are all written.
+    const std::size_t count = std::min(max, built.hits.size() - builtNext_);
+    for (std::size_t j = 0; j < count; ++j)
+        lPos[j] = own0 + built.hits[builtNext_ + j] + 1;
+    builtNext_ += count;
+    if (builtNext_ < built.hits.size())
+        pos = lPos[count - 1] - 1 + static_cast<std::int64_t>(search_.size());
+    else
+        pos = wE_ >= lLen_ ? -1 : outPos_;
     return count;
 }
 
