@@ -411,10 +411,9 @@ public:
     // offsets from kC, in order.
     const std::vector<std::uint32_t>& found() const { return slots_[cur_ % kSlots].found; }
 
-    // The new content of window k in hand, when it was made: the hits from
-    // kC on as offsets from kC, the bytes, and how far from kC they reach.
+    // The new content of window k in hand, made when it has hits: the hits
+    // from kC on as offsets from kC, the bytes, and how far from kC they reach.
     struct Built {
-        bool made = false;
         std::vector<std::uint32_t> hits;
         AlignedBuffer<char> bytes;
         std::size_t size = 0;
@@ -579,7 +578,7 @@ private:
     void build(Slot& slot, const unsigned char* data, std::int64_t own, bool whole)
     {
         Built& b = slot.built;
-        b.made = false;
+        b.hits.clear();
         const std::size_t un = search_->size();
         const std::size_t nRep = rep_.text.size();
         const std::vector<std::uint32_t>& found = slot.found;
@@ -594,22 +593,18 @@ private:
         constexpr std::size_t kSpan = OutputBuffer::kOverread;
         const char* const src = reinterpret_cast<const char*>(data);
         char* o = b.bytes.get();
-        b.hits.clear();
         std::size_t from = 0;
         for (const std::size_t p : found) {
             if (p < from)
                 continue;   // inside the bytes of a replaced hit
             b.hits.push_back(static_cast<std::uint32_t>(p));
-            if (p - from <= kSpan)
-                std::memcpy(o, src + from, kSpan);
-            else
+            if (p - from <= kSpan && nRep <= 16) {
+                o = puthit<16>(o, src, from, p, rep_);
+            } else {
                 std::memcpy(o, src + from, p - from);
-            o += p - from;
-            if (nRep <= 16)
-                std::memcpy(o, rep_.padded, 16);
-            else
-                std::memcpy(o, rep_.text.data(), nRep);
-            o += nRep;
+                std::memcpy(o + (p - from), rep_.text.data(), nRep);
+                o += p - from + nRep;
+            }
             from = p + un;
         }
         const auto reach = std::max(from, static_cast<std::size_t>(own));
@@ -617,7 +612,6 @@ private:
         o += reach - from;
         b.size = static_cast<std::size_t>(o - b.bytes.get());
         b.reach = static_cast<std::int64_t>(reach);
-        b.made = true;
     }
 
     // Built windows hold a hit per this many bytes at least.
@@ -864,7 +858,7 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
             return 0;
         }
     }
-    if (prefetch_ && sReplace && out_ && prefetch_->built().made)
+    if (prefetch_ && sReplace && !prefetch_->built().hits.empty())
         if (const std::size_t count = takebuilt(pos, *sReplace, lPos, max); count != 0) {
             s = pos + 1;
             return count;
@@ -948,10 +942,7 @@ std::size_t Scanner::replacefound(const std::uint32_t* found, std::size_t k, std
         lPos[count++] = lHit;
         at = p + un;
         if (o && p - from <= kSpan && nRep <= RepN && static_cast<std::size_t>(end - o) >= kSpan + RepN) [[likely]] {
-            std::memcpy(o, win + from, kSpan);
-            o += p - from;
-            std::memcpy(o, rep.padded, RepN);
-            o += nRep;
+            o = puthit<RepN>(o, win, from, p, rep);
             from = at;
             continue;
         }

@@ -277,6 +277,18 @@ private:
                 std::memcpy(padded, text.data(), std::min(text.size(), sizeof padded));
         }
     };
+    // Puts the bytes [from, p) of `src` and then the replacement at `o`, and
+    // returns the end: a span of at most kOverread bytes and a replacement
+    // of at most RepN as copies of those fixed lengths, so `src` must hold
+    // kOverread readable bytes from `from` and `o` room for kOverread + RepN.
+    template <std::size_t RepN>
+    static char* puthit(char* o, const char* src, std::size_t from, std::size_t p, const Replacement& rep)
+    {
+        std::memcpy(o, src + from, OutputBuffer::kOverread);
+        o += p - from;
+        std::memcpy(o, rep.padded, RepN);
+        return o + rep.text.size();
+    }
     template <std::size_t RepN>
     std::size_t replacefound(const std::uint32_t* found, std::size_t k, std::size_t& at, std::int64_t* lPos,
                              const Replacement& rep);
