@@ -91,6 +91,15 @@ int runsets(const std::vector<std::string>& args)
     ::close(fd);
     int nRepCount = 0;
     const std::vector<RepItem> sets = readsets(sIniFile, nRepCount);
+    // A file that is no file of sets, or whose first set is empty, runs
+    // nothing: said, rather than a silent "no hit".
+    if (sets.empty() || sets.front().tag.empty()) {
+        std::fprintf(stderr,
+                     "brindlex-cli: sets: %s has no set to run: its section [Replacements] has none, or the first "
+                     "has no value\n",
+                     sIniFile.c_str());
+        return kExitNoHits;
+    }
 
     CliHost host;
     RunRequest request;

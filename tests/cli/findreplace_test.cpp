@@ -97,6 +97,9 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
          "# zeta\na.txt\t000000001\na.txt\t000000007\n# alpha\na.txt\t000000001\n",
          "zeta: 2 hits in 1 of 1 file, 1 file rewritten\nalpha: 1 hit in 1 of 1 file, 1 file rewritten\n", 0,
          {{"a.txt", "Ne tw0"}}},
+        {"a file of sets with none to run says so", {"sets", "--find", "../nosets.ini", "a.txt"}, "", "",
+         "brindlex-cli: sets: ../nosets.ini has no set to run: its section [Replacements] has none, or the first has "
+         "no value\n", 1},
         {"an interrupt while the list of sets' files is read: no set runs",
          {"sets", "--replace", "--files-from", "-", "../sets.ini"}, "a.txt\n", "", "", 130, {{"a.txt", "one two"}},
          "old\r\n", true},
@@ -117,6 +120,7 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
         dir.write("base/sub/c.txt", "two two");
         dir.write("work/brindlex.log.txt", "old\r\n");
         dir.write("sets.ini", "[Replacements]\nzeta=o==>0\nalpha=0n==>N\nhole=\nlast=t==>T\n");
+        dir.write("nosets.ini", "[Replacements]\nhole=\nlast=t==>T\n");
         fs::create_symlink("a.txt", dir.path() / "base/link.txt");
         fs::create_directory_symlink("sub", dir.path() / "base/linkdir");
         ASSERT_EQ(::mkfifo((dir.path() / "base/pipe.txt").c_str(), 0644), 0);
