@@ -381,11 +381,18 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         request.baseDir = place.baseDir;
         request.baseDirFd = listmask(place, o.bIncludeSubs, host, host.entries);
         request.bWalkedNow = true;
-        // One file named without a wildcard that isn't there: as grep says it.
+        // One file named without a wildcard that isn't listed: not there (a
+        // dangling link included), as grep says it, or no regular file (a
+        // FIFO, a device), which is never searched.
         struct stat st {};
-        if (host.entries.empty() && !host.trouble && filepart(place.mask).find_first_of("*?") == std::string::npos
-            && ::lstat(place.mask.c_str(), &st) != 0)
-            host.unreadable(mask, errno);
+        if (host.entries.empty() && !host.trouble && filepart(place.mask).find_first_of("*?") == std::string::npos) {
+            if (::stat(place.mask.c_str(), &st) != 0)
+                host.unreadable(mask, errno);
+            else if (!S_ISREG(st.st_mode)) {
+                host.note(reasontext(Error{EINVAL, "Not a regular file", mask}));
+                host.trouble = true;
+            }
+        }
     }
     if (o.nullAfterName)
         host.lines.separator = '\0';

@@ -82,6 +82,8 @@ TEST(CliFindReplace, HitLinesMessagesStatusFilesAndLog)
          "brindlex-cli: nodir: No such file or directory\n0 hits in 0 of 0 files\n", 2},
         {"a missing file", {"find", "two", "missing.txt"}, "", "",
          "brindlex-cli: missing.txt: No such file or directory\n0 hits in 0 of 0 files\n", 2},
+        {"a FIFO named without a wildcard is not searched, and said so", {"find", "two", "pipe.txt"}, "", "",
+         "brindlex-cli: pipe.txt: Not a regular file\n0 hits in 0 of 0 files\n", 2},
         {"a wildcard that matches nothing", {"find", "two", "*.none"}, "", "", "0 hits in 0 of 0 files\n", 1},
         {"an empty pattern", {"replace", "", "x", "*"}, "", "", "brindlex-cli: replace: PATTERN is empty\n", 2},
         {"a flag given a value", {"find", "--subdirs=yes", "two", "*"}, "", "",
