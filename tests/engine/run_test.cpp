@@ -4,19 +4,24 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "engine/batch/readahead.h"
 #include "engine/batch/run.h"
 #include "engine/batch/runlog.h"
+#include "engine/core/threads.h"
 #include "engine/files/files.h"
 #include "support/privileges.h"
 #include "support/recordinghost.h"
@@ -234,6 +239,32 @@ TEST(ReadAhead, TellsTheHostWhatTheSerialRunTells)
             EXPECT_GT(serial.result.hits, static_cast<std::int64_t>(ReadAhead::kAheadHits));
             EXPECT_NE(serial.transcript.find("message Error opening"), std::string::npos);
         }
+    }
+}
+
+// A worker is placed on a core to begin with, but it must not stay bound to
+// it (a busy core would hold it), and a Ctrl+C must reach the run's thread,
+// never a worker.
+TEST(Workers, RunOnEveryCoreOfTheProcessWithSigintBlocked)
+{
+    cpu_set_t process;
+    ASSERT_EQ(::sched_getaffinity(0, sizeof process, &process), 0);
+    std::mutex lock;
+    std::vector<std::pair<cpu_set_t, bool>> seen;
+    std::vector<std::thread> workers = startworkers(3, [&] {
+        cpu_set_t mine;
+        sigset_t blocked;
+        ::sched_getaffinity(0, sizeof mine, &mine);
+        ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        const std::lock_guard guard(lock);
+        seen.emplace_back(mine, sigismember(&blocked, SIGINT) == 1);
+    });
+    for (std::thread& worker : workers)
+        worker.join();
+    ASSERT_EQ(seen.size(), 3u);
+    for (const auto& [mine, sigintBlocked] : seen) {
+        EXPECT_TRUE(CPU_EQUAL(&mine, &process));
+        EXPECT_TRUE(sigintBlocked);
     }
 }
 
