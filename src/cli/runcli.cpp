@@ -296,9 +296,11 @@ void CliHost::entry(const std::string& name, std::int64_t size)
     entries.push_back(FileEntry{name, size, false});
 }
 
-void CliHost::unreadable(const std::string& path, int code)
+void CliHost::unreadable(const std::string& path, int code) { notsearched(errorfromerrno(code, path)); }
+
+void CliHost::notsearched(const Error& why)
 {
-    note(reasontext(errorfromerrno(code, path)));
+    note(reasontext(why));
     trouble = true;
 }
 
@@ -388,10 +390,8 @@ int preparerun(const RunOptions& o, bool bReplace, const std::string& mask, cons
         if (host.entries.empty() && !host.trouble && filepart(place.mask).find_first_of("*?") == std::string::npos) {
             if (::stat(place.mask.c_str(), &st) != 0)
                 host.unreadable(mask, errno);
-            else if (!S_ISREG(st.st_mode)) {
-                host.note(reasontext(Error{EINVAL, "Not a regular file", mask}));
-                host.trouble = true;
-            }
+            else if (!S_ISREG(st.st_mode))
+                host.notsearched(notregular(mask));
         }
     }
     if (o.nullAfterName)

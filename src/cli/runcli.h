@@ -83,6 +83,8 @@ public:
 
     // A line "brindlex-cli: TEXT" on stderr.
     void note(const std::string& text);
+    // What could not be searched, told as "brindlex-cli: PATH: REASON": trouble.
+    void notsearched(const Error& why);
 
     std::vector<FileEntry> entries;   // what the walk found; the run's file list
     bool trouble = false;   // something could not be searched

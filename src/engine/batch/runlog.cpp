@@ -36,11 +36,11 @@ bool RunLog::openlog()
                             O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
     struct stat st {};
     if (!fd_.valid() && errno == ENXIO)   // a FIFO nobody reads, a socket
-        failure_ = Error{EINVAL, "Not a regular file", sLogFile_};
+        failure_ = notregular(sLogFile_);
     else if (!fd_.valid() || ::fstat(fd_.get(), &st) != 0)
         failure_ = errorfromerrno(errno, sLogFile_);
     else if (!S_ISREG(st.st_mode))
-        failure_ = Error{EINVAL, "Not a regular file", sLogFile_};
+        failure_ = notregular(sLogFile_);
     else if (st.st_uid != ::geteuid())
         failure_ = Error{EPERM, "The log belongs to another user", sLogFile_};
     if (failure_)

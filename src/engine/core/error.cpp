@@ -1,5 +1,6 @@
 #include "engine/core/error.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace brindlex {
@@ -7,6 +8,11 @@ namespace brindlex {
 Error errorfromerrno(int code, const std::filesystem::path& path)
 {
     return Error{code, code ? std::strerror(code) : std::string(), path};
+}
+
+Error notregular(const std::filesystem::path& path)
+{
+    return Error{EINVAL, "Not a regular file", path};
 }
 
 std::string reasontext(const Error& error)

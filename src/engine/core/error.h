@@ -18,6 +18,10 @@ struct Error {
 // The error for errno value `code` on `path`, with the platform's text.
 Error errorfromerrno(int code, const std::filesystem::path& path = {});
 
+// The error for something at `path` that is no regular file (a FIFO, a
+// device, a directory), which is never read or written as one.
+Error notregular(const std::filesystem::path& path);
+
 // The reason as a user reads it: "path: text", or the text alone without a
 // path: "/data/a.txt: No space left on device".
 std::string reasontext(const Error& error);

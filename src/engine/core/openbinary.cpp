@@ -87,15 +87,6 @@ int openlong(const std::filesystem::path& path, int flags)
     return at.valid() ? ::openat(at.get(), s.c_str() + from, flags, 0) : -1;
 }
 
-namespace {
-
-Error notregular(const std::filesystem::path& sFile)
-{
-    return Error{EINVAL, "Not a regular file", sFile};
-}
-
-}  // namespace
-
 Error openbinaryat(int dirfd, const char* name, const std::string& sFile, OpenedFile& out, bool bSeenRegular)
 {
     out = OpenedFile{};

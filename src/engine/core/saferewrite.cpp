@@ -507,7 +507,7 @@ Error SafeReplace::Impl::lookattarget(const fs::path& given, Missing missing)
     if (rc != 0)
         return errorfromerrno(errno, target);
     if (!S_ISREG(st.st_mode))
-        return Error{EINVAL, "Not a regular file", target};
+        return notregular(target);
     // What the caller read must be what the name holds now.
     if (original && !samefile(st, original->st))
         return filechanged(target);
