@@ -4,7 +4,8 @@
 #
 #   bash bench/race.sh [path/to/brindlex-cli]
 #
-# Variables: RACE_RUNS (runs per command, 10), RACE_ONLY (a regular
+# Variables: RACE_RUNS (runs per command, 10), RACE_ROUNDS (rounds that
+# share those runs and alternate the commands' order, 5), RACE_ONLY (a regular
 # expression of the race names to run), RACE_CORPUS (a directory that keeps
 # the corpus from one call to the next), BRINDLEX_BUILD (a build tree whose
 # brindlex-cli is raced when no path is given), RACE_LOAD=1 (one busy
@@ -144,23 +145,49 @@ du -sh "$corpus"/big.bin "$corpus"/text.txt "$corpus"/tree
 
 # race NAME GOAL-KIND GOAL PREPARE OURS-CMD [PEER-CMD...]
 #   GOAL-KIND "le": ours/peer must be at most GOAL; "speedup": peer/ours at
-#   least GOAL; "seconds": ours at most GOAL seconds, no peer. The commands
-#   run by hyperfine one after the other, PREPARE (unless empty) before each run.
-#   With RACE_LOAD=1 the goal of a race with a peer is to be within 1.3
-#   times the peer's time.
+#   least GOAL; "seconds": ours at most GOAL seconds, no peer. PREPARE (unless
+#   empty) runs before each run. With RACE_LOAD=1 the goal of a race with a
+#   peer is to be within 1.3 times the peer's time.
+#   Hyperfine runs its commands one after the other, and a machine's speed
+#   drifts within seconds (a shared host, a virtual one, the clock), so a
+#   race with a peer is run in RACE_ROUNDS rounds (5) of a share of the runs
+#   each, in the given order and then reversed, and a command's median is
+#   taken over the runs of all rounds.
 race() {
   local name=$1 kind=$2 goal=$3 prepare=$4; shift 4
   # RACE_ONLY: a regular expression of the races to run (all by default).
   [[ $name =~ ${RACE_ONLY:-.} ]] || return 0
-  local json="$corpus/$name.json"
-  local args=(--warmup 1 --runs "$runs" --style none --export-json "$json")
-  [ -n "$prepare" ] && args+=(--prepare "$prepare")
+  local json="$corpus/$name.json" rounds=${RACE_ROUNDS:-5} r
+  (( $# > 1 )) || rounds=1
+  (( rounds <= runs )) || rounds=$runs
+  local cmds=("$@") reversed=() jsons=()
+  for ((r = $#; r > 0; r--)); do reversed+=("${!r}"); done
   startload
-  hyperfine "${args[@]}" "$@" >/dev/null
+  for ((r = 0; r < rounds; r++)); do
+    local args=(--warmup $((r == 0)) --runs $((runs / rounds + (r < runs % rounds)))
+                --style none --export-json "$json.$r")
+    [ -n "$prepare" ] && args+=(--prepare "$prepare")
+    if ((r % 2)); then hyperfine "${args[@]}" "${reversed[@]}" >/dev/null
+    else hyperfine "${args[@]}" "${cmds[@]}" >/dev/null; fi
+    jsons+=("$json.$r")
+  done
   stopload
-  python3 - "$json" "$name" "$kind" "$goal" "$summary" "$load" <<'EOF'
-import json, os, sys
-data = json.load(open(sys.argv[1]))["results"]
+  python3 - "$json" "$name" "$kind" "$goal" "$summary" "$load" "${jsons[@]}" <<'EOF'
+import json, os, statistics, sys
+# The rounds' runs of each command, in the order of the first round: ours first.
+data = []
+for path in sys.argv[7:]:
+    for r in json.load(open(path))["results"]:
+        same = [d for d in data if d["command"] == r["command"]]
+        if same:
+            same[0]["times"] += r["times"]
+        else:
+            data.append({"command": r["command"], "times": list(r["times"])})
+    os.remove(path)
+for r in data:
+    r["median"] = statistics.median(r["times"])
+    r["stddev"] = statistics.stdev(r["times"]) if len(r["times"]) > 1 else 0.0
+json.dump({"results": data}, open(sys.argv[1], "w"), indent=1)
 name, kind, goal = sys.argv[2], sys.argv[3], float(sys.argv[4])
 ours = data[0]
 peers = data[1:]
