@@ -207,6 +207,10 @@ if peer == "readloop" and words[1] == "-t":
     peer += " -t " + words[2]
 elif words[0] == ours["command"].split()[0]:
     peer = "brindlex " + words[1]
+elif peer == "sh":
+    # A shell line: the tools of its pipeline, as "cat" or "rg | sed".
+    stages = best["command"].split("'")[1].split("|")
+    peer = " | ".join([w for w in stage.split() if w not in ("xargs", "-r")][0] for stage in stages)
 if sys.argv[6] == "1":
     # Under load: within 1.3 times the peer, whichever way the goal runs.
     kind, goal = ("le", 1.3) if kind == "le" else ("speedup", 1 / 1.3)
