@@ -175,18 +175,13 @@ race() {
   python3 - "$json" "$name" "$kind" "$goal" "$summary" "$load" "${jsons[@]}" <<'EOF'
 import json, os, statistics, sys
 # The rounds' runs of each command, in the order of the first round: ours first.
-data = []
+times = {}
 for path in sys.argv[7:]:
     for r in json.load(open(path))["results"]:
-        same = [d for d in data if d["command"] == r["command"]]
-        if same:
-            same[0]["times"] += r["times"]
-        else:
-            data.append({"command": r["command"], "times": list(r["times"])})
+        times.setdefault(r["command"], []).extend(r["times"])
     os.remove(path)
-for r in data:
-    r["median"] = statistics.median(r["times"])
-    r["stddev"] = statistics.stdev(r["times"]) if len(r["times"]) > 1 else 0.0
+data = [{"command": c, "times": t, "median": statistics.median(t),
+         "stddev": statistics.stdev(t) if len(t) > 1 else 0.0} for c, t in times.items()]
 json.dump({"results": data}, open(sys.argv[1], "w"), indent=1)
 name, kind, goal = sys.argv[2], sys.argv[3], float(sys.argv[4])
 ours = data[0]
