@@ -92,11 +92,17 @@ struct Sink : ByteSink {
     }
 };
 
-// A file in memory holding `bytes`.
+// A file in memory holding `bytes`, with a hole where a page has only zeros.
 FileHandle memfile(const std::string& bytes)
 {
     FileHandle fd(::memfd_create("scan", MFD_CLOEXEC));
-    EXPECT_EQ(::write(fd.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    EXPECT_EQ(::ftruncate(fd.get(), static_cast<off_t>(bytes.size())), 0);
+    for (std::size_t at = 0; at < bytes.size(); at += 4096) {
+        const std::string_view page = std::string_view(bytes).substr(at, 4096);
+        if (page.find_first_not_of('\0') != std::string_view::npos) {
+            EXPECT_EQ(::pwrite(fd.get(), page.data(), page.size(), static_cast<off_t>(at)), static_cast<ssize_t>(page.size()));
+        }
+    }
     return fd;
 }
 
@@ -181,6 +187,11 @@ RandomCase makecase(std::mt19937_64& rng)
     c.content.resize(static_cast<std::size_t>(pick(lr[0], lr[1])));
     for (char& b : c.content)
         b = randombyte();
+    // Pages of zeros, which the file holds as holes.
+    for (std::int64_t holes = rng() % 3 ? 0 : pick(1, 3); holes > 0 && c.content.size() > 4096; --holes) {
+        const std::size_t at = 4096 * static_cast<std::size_t>(pick(0, static_cast<std::int64_t>(c.content.size() / 4096) - 1));
+        std::fill_n(c.content.begin() + static_cast<std::ptrdiff_t>(at), std::min<std::size_t>(c.content.size() - at, 4096 * pick(1, 3)), '\0');
+    }
 
     // Around 201/202 bytes and 1000 bytes, where what the blocks see changes.
     static const std::int64_t patternLengths[][2] = {{1, 4}, {1, 4}, {5, 30}, {190, 215}, {780, 1010}, {999, 1100}};
@@ -195,11 +206,12 @@ RandomCase makecase(std::mt19937_64& rng)
     std::int64_t previous = -1;
     for (int i = 0; i < plants && n <= len; ++i) {
         std::int64_t at = 0;   // 0-based
-        switch (rng() % 5) {
+        switch (rng() % 6) {
         case 0: at = 800 * pick(0, len / 800 + 1) + pick(-n - 3, 3); break;
         case 1: at = 800 * pick(0, len / 800 + 1) + 1000 - n + pick(-2, 2); break;
         case 2: at = len - n + pick(-1, 0); break;
         case 3: at = previous >= 0 ? previous + pick(1, n) : pick(0, len - n); break;
+        case 4: at = 4096 * pick(1, len / 4096 + 1) - pick(0, n); break;   // across a page, a hole's edge
         default: at = pick(0, len - n);
         }
         at = std::clamp<std::int64_t>(at, 0, len - n);
