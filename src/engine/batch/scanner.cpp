@@ -567,7 +567,7 @@ private:
     // Whether the bytes [from, from + n) lie in a hole of a sparse file: they
     // read as zeros, and are better made here than read, which fills the
     // page cache with zeros (the first find in a sparse 5 GiB file took
-    // 4.4 s, against 0.14 s with its holes made here). Only a file with
+    // 4.4 s, against 0.12 s with its holes made here). Only a file with
     // fewer blocks than bytes is asked where its data is: the file system's
     // search for the end of data goes page by page, and a find in 1 GiB of
     // data on tmpfs took 50 ms longer for it. Only pread reads this
