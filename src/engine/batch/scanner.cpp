@@ -333,6 +333,36 @@ Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputB
 {
 }
 
+namespace {
+
+// Whether a file has holes: fewer blocks than bytes. Only such a file is
+// asked where its data is, since the file system's search for the end of
+// data goes page by page (a find in 1 GiB of data on tmpfs took 50 ms
+// longer when it asked).
+bool hasholes(int fd)
+{
+    struct stat st {};
+    return ::fstat(fd, &st) == 0 && st.st_blocks * 512 < st.st_size;
+}
+
+// Whether the bytes [from, from + n) of the file `fd` lie in a hole: they
+// read as zeros, and are better made by the reader than read, which fills
+// the page cache with zeros (the first find in a sparse 5 GiB file took
+// 4.4 s, against 0.12 s with its holes made). The descriptor's offset, which
+// lseek moves, is nobody's: the file is read with pread only.
+bool inhole(int fd, std::int64_t from, std::int64_t n)
+{
+    const off_t data = ::lseek(fd, from, SEEK_DATA);
+    if (data >= 0 || errno != ENXIO)
+        return data >= from + n;
+    // No data from `from` on: a hole up to the end, if the file still
+    // reaches as far; if not, the read tells that it ended early.
+    struct stat st {};
+    return ::fstat(fd, &st) == 0 && st.st_size >= from + n;
+}
+
+}  // namespace
+
 // Reads a long file ahead of the scan on threads of its own, window by
 // window, each thread a window at a time in its own cache, and finds the
 // occurrences in each as it comes, so that for the scan of the run only the
@@ -541,7 +571,7 @@ private:
         const std::int64_t from = k * chunk_;
         const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
         std::int64_t got = 0;
-        if (inhole(from, want)) {
+        if (sparse_ && inhole(fd_, from, want)) {
             std::memset(into, 0, static_cast<std::size_t>(want));
             got = want;
         }
@@ -562,33 +592,6 @@ private:
         slot.state.store(got == want ? kRead : kFailed);
         if (scanWaits_.load() != 0)
             wake();
-    }
-
-    // Whether the bytes [from, from + n) lie in a hole of a sparse file: they
-    // read as zeros, and are better made here than read, which fills the
-    // page cache with zeros (the first find in a sparse 5 GiB file took
-    // 4.4 s, against 0.12 s with its holes made here). Only a file with
-    // fewer blocks than bytes is asked where its data is: the file system's
-    // search for the end of data goes page by page, and a find in 1 GiB of
-    // data on tmpfs took 50 ms longer for it. Only pread reads this
-    // descriptor, so the offset that lseek moves is nobody's.
-    bool inhole(std::int64_t from, std::int64_t n) const
-    {
-        if (!sparse_)
-            return false;
-        const off_t data = ::lseek(fd_, from, SEEK_DATA);
-        if (data >= 0 || errno != ENXIO)
-            return data >= from + n;
-        // No data from `from` on: a hole up to the end, if the file still
-        // reaches as far; if not, the read tells that it ended early.
-        struct stat st {};
-        return ::fstat(fd_, &st) == 0 && st.st_size >= from + n;
-    }
-
-    static bool hasholes(int fd)
-    {
-        struct stat st {};
-        return ::fstat(fd, &st) == 0 && st.st_blocks * 512 < st.st_size;
     }
 
     // Whether the scan has left window k (and its slot is free).
@@ -665,7 +668,7 @@ private:
     int error_ = 0;
     std::atomic<std::int64_t> scanLeft_ {-1};   // the windows up to here are left behind
     std::atomic<std::int64_t> claimed_ {0};     // the next window a reader takes up
-    const bool sparse_ = hasholes(fd_);
+    const bool sparse_ = hasholes(fd_);   // the file has holes to pass over
     // Each side sleeps only when the other is behind, and is woken only then.
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -733,6 +736,15 @@ bool Scanner::load(std::int64_t from0)
     unsigned char* const into = lent_ ? lent_->buf.get() : buf_.get();
     win_ = into;
     std::int64_t got = 0;
+    // A big file read without prefetching passes over its holes too.
+    if (lLen_ > kPrefetchWindows * window_) {
+        if (holes_ < 0)
+            holes_ = hasholes(fd_);
+        if (holes_ && inhole(fd_, from0, want)) {
+            std::memset(into, 0, static_cast<std::size_t>(want));
+            got = want;
+        }
+    }
     while (got < want) {
         const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from0 + got);
         if (r < 0 && errno == EINTR)

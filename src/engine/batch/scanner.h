@@ -323,6 +323,7 @@ private:
     bool readfailed_ = false;
     bool stopped_ = false;
     int readErrno_ = 0;
+    int holes_ = -1;                 // a big file has holes (1) or not (0); -1: not asked yet
     std::string read_;               // bytesat() outside the window
     bool keepBytes_ = false;
 };
