@@ -416,6 +416,57 @@ TEST_F(SafeReplaceTest, JournalFinishesOnlyWhatTheCutShortCopyLeft)
     EXPECT_EQ(back.step.before, "BBBB");
 }
 
+// A file with holes keeps them where its new content has pages of zeros,
+// whichever way the writes cut those pages; one without holes is written
+// whole. The content is exact either way, a hole at its end included.
+TEST_F(SafeReplaceTest, ASparseFileKeepsItsHoles)
+{
+    test::TempDir t;
+    const fs::path probe = t.path() / "probe";
+    ASSERT_TRUE(test::sparsefile(probe, 1 << 20, {}));
+    struct stat st {};
+    ASSERT_EQ(::stat(probe.c_str(), &st), 0);
+    if (st.st_blocks != 0)
+        GTEST_SKIP() << t.path() << " has no holes";
+    constexpr std::size_t kSize = 3 << 20;
+    std::string islands(kSize, '\0');   // data here and there, at no page's edge
+    for (const std::size_t at : {std::size_t {0}, std::size_t {5000}, std::size_t {1 << 20} - 3, std::size_t {2 << 20} + 4095})
+        islands.replace(at, 6, "island");
+    const struct { const char* what; std::string content; std::size_t blocksAtMost; } contents[] = {
+        {"islands", islands, 6 * 4096},
+        {"zeros to the end", counted(70000, 'z') + std::string(kSize, '\0'), 20 * 4096},
+        {"zeros only", std::string(kSize, '\0'), 0},
+        {"no zeros", counted(kSize, 'n'), kSize},
+    };
+    for (const bool sparse : {true, false}) {
+        for (const auto& [what, content, blocksAtMost] : contents) {
+            for (const std::size_t cut : {std::size_t {1000}, std::size_t {4096}, std::size_t {1} << 20}) {
+                SCOPED_TRACE(std::string(sparse ? "sparse, " : "whole, ") + what + ", writes of " + std::to_string(cut));
+                const fs::path p = t.path() / "f";
+                fs::remove(p);
+                if (sparse)
+                    ASSERT_TRUE(test::sparsefile(p, kSize, {{0, "old"}}));
+                else
+                    t.write("f", std::string(kSize, '\0'));
+                Error error;
+                auto r = SafeReplace::begin(p, scratch(), error);
+                ASSERT_TRUE(r) << error.text;
+                for (std::size_t at = 0; at < content.size(); at += cut)
+                    ASSERT_TRUE(r->write(std::string_view(content).substr(at, cut)));
+                EXPECT_EQ(r->writtenlength(), static_cast<std::int64_t>(content.size()));
+                ASSERT_FALSE(r->commit());
+                EXPECT_TRUE(readfile(p) == content);
+                ASSERT_EQ(::stat(p.c_str(), &st), 0);
+                const auto allocated = static_cast<std::size_t>(st.st_blocks) * 512;
+                if (sparse)
+                    EXPECT_LE(allocated, blocksAtMost);
+                else
+                    EXPECT_GE(allocated, content.size() / 4096 * 4096);
+            }
+        }
+    }
+}
+
 // A tiny tmpfs in a mount namespace of a child's own where that can be had,
 // else a file size limit in a child.
 TEST_F(SafeReplaceTest, FullDiskLeavesTheOriginal)

@@ -361,6 +361,16 @@ bool inhole(int fd, std::int64_t from, std::int64_t n)
     return ::fstat(fd, &st) == 0 && st.st_size >= from + n;
 }
 
+// pread, but the bytes of a hole of a file with `holes` are made, not read.
+ssize_t readat(int fd, bool holes, unsigned char* into, std::int64_t n, std::int64_t at)
+{
+    if (holes && inhole(fd, at, n)) {
+        std::memset(into, 0, static_cast<std::size_t>(n));
+        return static_cast<ssize_t>(n);
+    }
+    return ::pread(fd, into, static_cast<std::size_t>(n), at);
+}
+
 }  // namespace
 
 // Reads a long file ahead of the scan on threads of its own, window by
@@ -571,12 +581,8 @@ private:
         const std::int64_t from = k * chunk_;
         const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
         std::int64_t got = 0;
-        if (sparse_ && inhole(fd_, from, want)) {
-            std::memset(into, 0, static_cast<std::size_t>(want));
-            got = want;
-        }
         while (got < want) {
-            const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from + got);
+            const ssize_t r = readat(fd_, sparse_, into + got, want - got, from + got);
             if (r < 0 && errno == EINTR)
                 continue;
             if (r <= 0) {
@@ -702,6 +708,15 @@ void Scanner::failread(int code)
     wS_ = wE_ = 0;
 }
 
+// A big file read without prefetching passes over its holes too; a small
+// one is not asked.
+bool Scanner::sparse()
+{
+    if (holes_ < 0)
+        holes_ = lLen_ > kPrefetchWindows * window_ && hasholes(fd_);
+    return holes_ != 0;
+}
+
 bool Scanner::load(std::int64_t from0)
 {
     // On one core a reader thread would only take turns with the scan.
@@ -736,17 +751,8 @@ bool Scanner::load(std::int64_t from0)
     unsigned char* const into = lent_ ? lent_->buf.get() : buf_.get();
     win_ = into;
     std::int64_t got = 0;
-    // A big file read without prefetching passes over its holes too.
-    if (lLen_ > kPrefetchWindows * window_) {
-        if (holes_ < 0)
-            holes_ = hasholes(fd_);
-        if (holes_ && inhole(fd_, from0, want)) {
-            std::memset(into, 0, static_cast<std::size_t>(want));
-            got = want;
-        }
-    }
     while (got < want) {
-        const ssize_t r = ::pread(fd_, into + got, static_cast<std::size_t>(want - got), from0 + got);
+        const ssize_t r = readat(fd_, sparse(), into + got, want - got, from0 + got);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {
@@ -817,7 +823,7 @@ void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
         const std::int64_t want = std::min(window_, std::min(to0, wS_) - from0);
         if (piece.size() < static_cast<std::size_t>(want))
             piece = AlignedBuffer<>(static_cast<std::size_t>(want));
-        const ssize_t r = ::pread(fd_, piece.data(), static_cast<std::size_t>(want), from0);
+        const ssize_t r = readat(fd_, sparse(), piece.data(), want, from0);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {

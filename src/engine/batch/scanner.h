@@ -298,6 +298,7 @@ private:
     std::size_t takebuilt(std::int64_t& pos, std::string_view sReplace, std::int64_t* lPos, std::size_t max);
     void emitrange(std::int64_t from0, std::int64_t to0);
     void emitbehind(std::int64_t from0, std::int64_t to0);
+    bool sparse();
     bool yieldcheck();
 
     int fd_;

@@ -162,6 +162,7 @@ struct SafeReplace::Impl {
     std::string name;    // target's entry in dir
     struct stat st {};   // of the original when begun
     bool exists = true;
+    bool sparse = false; // the original has holes, which the new file keeps
     Route route = Route::SameDir;
     FileHandle out;      // where the new content goes
     std::string hidden;  // the new file's name while it has one of its own
@@ -182,6 +183,9 @@ struct SafeReplace::Impl {
     Error swapinplace();
     Error copyinplace();
     void putcapability(int fd);
+    bool writeall(std::string_view bytes);
+    bool writesparse(std::string_view bytes);
+    bool failwrite(int code);
 
     std::string capability;   // the original's security.capability, if any
     std::string notice;
@@ -522,6 +526,7 @@ std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs
     impl->original = original;
     if ((error = impl->lookattarget(target, missing)))
         return nullptr;
+    impl->sparse = impl->exists && impl->st.st_blocks * 512 < impl->st.st_size;
     const fs::path parent = parentof(impl->target);
 
     const bool writable = !impl->exists
@@ -573,22 +578,81 @@ int SafeReplace::fd() const
     return impl_->out.get();
 }
 
+bool SafeReplace::Impl::writeall(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        ssize_t n = checked("write", [&] { return ::write(out.get(), bytes.data(), bytes.size()); });
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return failwrite(n < 0 ? errno : ENOSPC);
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+bool SafeReplace::Impl::failwrite(int code)
+{
+    writeError = errorfromerrno(code, route == Route::Scratch ? scratch : target);
+    return false;
+}
+
+namespace {
+
+constexpr std::size_t kHolePage = 4096;
+
+bool allzero(std::string_view bytes)
+{
+    return !bytes.empty() && bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
+}
+
+}  // namespace
+
+// A file that had holes keeps them where its new content has pages of
+// zeros: they are passed over rather than written, as cp does with a
+// sparse file, so that a sparse image of many gigabytes is not made whole
+// on the disk. The bytes go by the file's pages, and the zeros of a page
+// that two writes share are passed over in both. A file without holes is
+// written byte for byte: its blocks may have been taken on purpose.
+bool SafeReplace::Impl::writesparse(std::string_view bytes)
+{
+    const off_t at = ::lseek(out.get(), 0, SEEK_CUR);
+    if (at < 0)
+        return failwrite(errno);
+    auto pos = static_cast<std::uint64_t>(at);
+    bool holeAtEnd = false;
+    while (!bytes.empty()) {
+        // Data up to the first piece of zeros, then the zeros; a piece runs
+        // to the end of a page of the file.
+        auto piece = [&](std::size_t from) {
+            return std::min(bytes.size() - from, kHolePage - (pos + from) % kHolePage);
+        };
+        std::size_t data = 0;
+        while (data < bytes.size() && !allzero(bytes.substr(data, piece(data))))
+            data += piece(data);
+        if (data > 0 && !writeall(bytes.substr(0, data)))
+            return false;
+        std::size_t zeros = 0;
+        while (data + zeros < bytes.size() && allzero(bytes.substr(data + zeros, piece(data + zeros))))
+            zeros += piece(data + zeros);
+        if (zeros > 0 && ::lseek(out.get(), static_cast<off_t>(zeros), SEEK_CUR) < 0)
+            return failwrite(errno);
+        holeAtEnd = zeros > 0;
+        pos += data + zeros;
+        bytes.remove_prefix(data + zeros);
+    }
+    // The file's length is where the writes left off, a hole at its end too.
+    if (holeAtEnd && checked("write", [&] { return ::ftruncate(out.get(), static_cast<off_t>(pos)); }) != 0)
+        return failwrite(errno);
+    return true;
+}
+
 bool SafeReplace::write(std::string_view bytes)
 {
     Impl& d = *impl_;
     if (d.writeError || d.finished)
         return false;
-    while (!bytes.empty()) {
-        ssize_t n = checked("write", [&] { return ::write(d.out.get(), bytes.data(), bytes.size()); });
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            d.writeError = errorfromerrno(n < 0 ? errno : ENOSPC, d.route == Impl::Route::Scratch ? d.scratch : d.target);
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
+    return d.sparse && d.route == Impl::Route::SameDir ? d.writesparse(bytes) : d.writeall(bytes);
 }
 
 std::int64_t SafeReplace::writtenlength() const

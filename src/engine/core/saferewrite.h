@@ -81,7 +81,8 @@ public:
     int fd() const;
 
     // Writes all of `bytes` to fd(); false after the first failed write (the
-    // error is kept and commit() refuses).
+    // error is kept and commit() refuses). A new file beside a target that
+    // has holes keeps them: its pages of zeros are passed over, not written.
     bool write(std::string_view bytes);
 
     // Length of what has been written so far, from the file itself.
