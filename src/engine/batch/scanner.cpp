@@ -12,10 +12,10 @@
 #include <vector>
 
 #include <immintrin.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "engine/batch/runlog.h"
+#include "engine/core/holes.h"
 #include "engine/core/state.h"
 #include "engine/core/threads.h"
 #include "engine/pattern/notation.h"
@@ -333,45 +333,6 @@ Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputB
 {
 }
 
-namespace {
-
-// Whether a file has holes: fewer blocks than bytes. Only such a file is
-// asked where its data is, since the file system's search for the end of
-// data goes page by page (a find in 1 GiB of data on tmpfs took 50 ms
-// longer when it asked).
-bool hasholes(int fd)
-{
-    struct stat st {};
-    return ::fstat(fd, &st) == 0 && st.st_blocks * 512 < st.st_size;
-}
-
-// Whether the bytes [from, from + n) of the file `fd` lie in a hole: they
-// read as zeros, and are better made by the reader than read, which fills
-// the page cache with zeros (the first find in a sparse 5 GiB file took
-// 4.4 s, against 0.12 s with its holes made). The descriptor's offset, which
-// lseek moves, is nobody's: the file is read with pread only.
-bool inhole(int fd, std::int64_t from, std::int64_t n)
-{
-    const off_t data = ::lseek(fd, from, SEEK_DATA);
-    if (data >= 0 || errno != ENXIO)
-        return data >= from + n;
-    // No data from `from` on: a hole up to the end, if the file still
-    // reaches as far; if not, the read tells that it ended early.
-    struct stat st {};
-    return ::fstat(fd, &st) == 0 && st.st_size >= from + n;
-}
-
-// pread, but the bytes of a hole of a file with `holes` are made, not read.
-ssize_t readat(int fd, bool holes, unsigned char* into, std::int64_t n, std::int64_t at)
-{
-    if (holes && inhole(fd, at, n)) {
-        std::memset(into, 0, static_cast<std::size_t>(n));
-        return static_cast<ssize_t>(n);
-    }
-    return ::pread(fd, into, static_cast<std::size_t>(n), at);
-}
-
-}  // namespace
 
 // Reads a long file ahead of the scan on threads of its own, window by
 // window, each thread a window at a time in its own cache, and finds the
@@ -582,7 +543,7 @@ private:
         const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
         std::int64_t got = 0;
         while (got < want) {
-            const ssize_t r = readat(fd_, sparse_, into + got, want - got, from + got);
+            const ssize_t r = preadholes(fd_, sparse_, into + got, static_cast<std::size_t>(want - got), from + got);
             if (r < 0 && errno == EINTR)
                 continue;
             if (r <= 0) {
@@ -752,7 +713,7 @@ bool Scanner::load(std::int64_t from0)
     win_ = into;
     std::int64_t got = 0;
     while (got < want) {
-        const ssize_t r = readat(fd_, sparse(), into + got, want - got, from0 + got);
+        const ssize_t r = preadholes(fd_, sparse(), into + got, static_cast<std::size_t>(want - got), from0 + got);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {
@@ -823,7 +784,7 @@ void Scanner::emitbehind(std::int64_t from0, std::int64_t to0)
         const std::int64_t want = std::min(window_, std::min(to0, wS_) - from0);
         if (piece.size() < static_cast<std::size_t>(want))
             piece = AlignedBuffer<>(static_cast<std::size_t>(want));
-        const ssize_t r = readat(fd_, sparse(), piece.data(), want, from0);
+        const ssize_t r = preadholes(fd_, sparse(), piece.data(), static_cast<std::size_t>(want), from0);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0) {

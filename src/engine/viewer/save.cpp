@@ -8,6 +8,7 @@
 
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/filestamp.h"
+#include "engine/core/holes.h"
 #include "engine/core/inplace.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/rewrite.h"
@@ -62,9 +63,10 @@ PageEdit pageedit(std::string_view pageText, int nMode, int nFormat, std::string
 Error copybytes(int nFrom, std::int64_t& position, std::int64_t lCount, SafeReplace& to)
 {
     AlignedBuffer<char> buffer(kCopyBuffer);
+    const bool holes = hasholes(nFrom);
     while (lCount > 0) {
         const auto want = static_cast<std::size_t>(std::min<std::int64_t>(lCount, kCopyBuffer));
-        const ssize_t got = ::pread(nFrom, buffer.data(), want, position);
+        const ssize_t got = preadholes(nFrom, holes, buffer.data(), want, position);
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
