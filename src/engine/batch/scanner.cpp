@@ -333,7 +333,6 @@ Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputB
 {
 }
 
-
 // Reads a long file ahead of the scan on threads of its own, window by
 // window, each thread a window at a time in its own cache, and finds the
 // occurrences in each as it comes, so that for the scan of the run only the
