@@ -362,9 +362,10 @@ public:
     // `bScanIdle`: the scan writes no output; when it has little to do with
     // a window beyond taking its occurrences, it reads windows too.
     // `sReplace`: the new content of dense windows is made with it.
+    // `bHoles`: the file has holes, which are made rather than read.
     Prefetch(int fd, std::int64_t lLen, std::int64_t chunk, const PatternSearch* search, bool bKeepBytes,
-             bool bScanIdle, const std::string_view* sReplace)
-        : fd_(fd), lLen_(lLen), chunk_(chunk),
+             bool bScanIdle, const std::string_view* sReplace, bool bHoles)
+        : fd_(fd), lLen_(lLen), chunk_(chunk), bHoles_(bHoles),
           look_(search ? std::min<std::int64_t>(static_cast<std::int64_t>(search->size()), kBlock) - 1 : 0),
           search_(search), bKeepBytes_(bKeepBytes || !search), bScanReads_(bScanIdle && search),
           bBuild_(sReplace && search && bKeepBytes_), repText_(bBuild_ ? *sReplace : std::string_view())
@@ -542,7 +543,7 @@ private:
         const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
         std::int64_t got = 0;
         while (got < want) {
-            const ssize_t r = preadholes(fd_, sparse_, into + got, static_cast<std::size_t>(want - got), from + got);
+            const ssize_t r = preadholes(fd_, bHoles_, into + got, static_cast<std::size_t>(want - got), from + got);
             if (r < 0 && errno == EINTR)
                 continue;
             if (r <= 0) {
@@ -621,6 +622,7 @@ private:
     const int fd_;
     const std::int64_t lLen_;
     const std::int64_t chunk_;
+    const bool bHoles_;
     const std::int64_t look_;
     const PatternSearch* const search_;
     const bool bKeepBytes_;
@@ -634,7 +636,6 @@ private:
     int error_ = 0;
     std::atomic<std::int64_t> scanLeft_ {-1};   // the windows up to here are left behind
     std::atomic<std::int64_t> claimed_ {0};     // the next window a reader takes up
-    const bool sparse_ = hasholes(fd_);   // the file has holes to pass over
     // Each side sleeps only when the other is behind, and is woken only then.
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -668,8 +669,8 @@ void Scanner::failread(int code)
     wS_ = wE_ = 0;
 }
 
-// A big file read without prefetching passes over its holes too; a small
-// one is not asked.
+// Whether the file has holes to pass over, asked once; a small file, read
+// in a window or two, is not asked.
 bool Scanner::sparse()
 {
     if (holes_ < 0)
@@ -685,7 +686,7 @@ bool Scanner::load(std::int64_t from0)
             // The occurrences are looked for ahead only for collect().
             prefetch_ = std::make_unique<Prefetch>(fd_, lLen_, std::min(window_, kPrefetchChunk),
                                                    bulk_ ? &search_ : nullptr, out_ != nullptr || keepBytes_,
-                                                   out_ == nullptr, out_ ? replacing_ : nullptr);
+                                                   out_ == nullptr, out_ ? replacing_ : nullptr, sparse());
         } catch (const std::system_error&) {
             // No thread to spare: the scan reads for itself.
         }

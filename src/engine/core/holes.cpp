@@ -27,7 +27,12 @@ bool inhole(int fd, std::int64_t from, std::int64_t n)
 bool hasholes(int fd)
 {
     struct stat st {};
-    return ::fstat(fd, &st) == 0 && st.st_blocks * 512 < st.st_size;
+    return ::fstat(fd, &st) == 0 && hasholes(st);
+}
+
+bool hasholes(const struct stat& st)
+{
+    return st.st_blocks * 512 < st.st_size;
 }
 
 ssize_t preadholes(int fd, bool holes, void* into, std::size_t n, std::int64_t at)

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace brindlex {
@@ -16,6 +17,7 @@ namespace brindlex {
 // end of data goes page by page (a find in 1 GiB of data on tmpfs took
 // 50 ms longer when it asked).
 bool hasholes(int fd);
+bool hasholes(const struct stat& st);
 
 // pread(fd, into, n, at), but when the file has `holes` and the n bytes lie
 // in one, they are made (zeros) rather than read. The descriptor's offset

@@ -24,6 +24,7 @@
 #include "engine/core/alignedbuffer.h"
 #include "engine/core/faultinject.h"
 #include "engine/core/filestamp.h"
+#include "engine/core/holes.h"
 #include "engine/core/journal.h"
 #include "engine/core/openbinary.h"
 #include "engine/core/signalhold.h"
@@ -526,7 +527,7 @@ std::unique_ptr<SafeReplace> SafeReplace::begin(const fs::path& target, const fs
     impl->original = original;
     if ((error = impl->lookattarget(target, missing)))
         return nullptr;
-    impl->sparse = impl->exists && impl->st.st_blocks * 512 < impl->st.st_size;
+    impl->sparse = impl->exists && hasholes(impl->st);
     const fs::path parent = parentof(impl->target);
 
     const bool writable = !impl->exists
