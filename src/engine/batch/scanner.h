@@ -292,10 +292,6 @@ private:
     template <std::size_t RepN>
     std::size_t replacefound(const std::uint32_t* found, std::size_t k, std::size_t& at, std::int64_t* lPos,
                              const Replacement& rep);
-    // The hits of a window whose new content was made ahead, and that
-    // content written, when the scan in hand may take them; 0 when not.
-    // `pos` becomes the next restart (0-based, -1 at the file's end).
-    std::size_t takebuilt(std::int64_t& pos, std::string_view sReplace, std::int64_t* lPos, std::size_t max);
     void emitrange(std::int64_t from0, std::int64_t to0);
     void emitbehind(std::int64_t from0, std::int64_t to0);
     bool sparse();
@@ -317,8 +313,7 @@ private:
     std::int64_t sinceYield_ = 0;
     std::size_t foundAt_ = 0;        // the next of the window's occurrences found ahead
     const std::string_view* replacing_ = nullptr;   // collect()'s replacement
-    std::int64_t builtWindow_ = -1;  // the window whose content made ahead was written
-    std::size_t builtNext_ = 0;      // and its next hit to hand over
+    bool dense_ = false;             // a replace with a hit every few KiB: no reading ahead
     bool bulk_ = false;              // the scan goes by collect()
     bool emitting_ = false;
     bool readfailed_ = false;
