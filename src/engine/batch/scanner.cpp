@@ -357,7 +357,6 @@ Scanner::Scanner(int fd, std::int64_t lLen, const PatternSearch& search, OutputB
 // A find that takes only the occurrences needs no bytes at all: each thread
 // then reads into a buffer of its own, used again and again, which stays in
 // its cache; and the scan's windows have no bytes (data null).
-//
 class Scanner::Prefetch {
 public:
     // `search` null: no occurrences are looked for. `bKeepBytes`: the scan
