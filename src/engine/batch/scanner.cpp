@@ -89,6 +89,18 @@ PatternSearch::PatternSearch(std::string_view pattern, bool bMatchCase)
     }
 }
 
+bool PatternSearch::overlaps() const
+{
+    // Occurrences d bytes apart overlap when the pattern's last n - d bytes
+    // are its first n - d.
+    const std::size_t n = pattern_.size();
+    for (std::size_t d = 1; d < n; ++d) {
+        if (pattern_.compare(0, n - d, pattern_, d, n - d) == 0)
+            return true;
+    }
+    return false;
+}
+
 bool PatternSearch::matchesat(const unsigned char* p) const
 {
     const std::size_t n = pattern_.size();
@@ -580,6 +592,228 @@ private:
     std::vector<std::thread> readers_;
 };
 
+// The rest of a dense replace, from a place that no hit reaches over, made
+// and written by one thread per core: each takes the next segment of the
+// file, reads it, finds its hits, makes its new content and writes it once
+// the segments before it are written, so that every byte stays on one core
+// from its read to its write; the scan only hands the hits on. Segments
+// need nothing of each other when the pattern can't overlap itself: every
+// occurrence is a hit, and one that starts in the n - 1 bytes before a
+// segment belongs to the segment before, which replaces it whole. A stop or
+// a failed read ends the writing: the output is then short, and the file is
+// never replaced with it.
+class Scanner::Expander {
+public:
+    static constexpr std::int64_t kSegment = kPrefetchChunk;
+
+    Expander(int fd, std::int64_t lLen, std::int64_t from0, const PatternSearch& search, std::string_view sReplace,
+             OutputBuffer& out, bool bHoles, std::size_t threads)
+        : fd_(fd), lLen_(lLen), from0_(from0), segments_((lLen - from0 + kSegment - 1) / kSegment),
+          search_(search), n_(static_cast<std::int64_t>(search.size())), out_(out), bHoles_(bHoles)
+    {
+        rep_.set(sReplace);
+        workers_ = startworkers(threads, [this] { work(); });
+        if (workers_.empty())
+            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    }
+    ~Expander()
+    {
+        stop_.store(true);
+        wake();
+        for (std::thread& worker : workers_)
+            worker.join();
+    }
+    Expander(const Expander&) = delete;
+    Expander& operator=(const Expander&) = delete;
+
+    std::int64_t segments() const { return segments_; }
+    std::int64_t begin(std::int64_t j) const { return from0_ + j * kSegment; }
+    std::int64_t end(std::int64_t j) const { return std::min(begin(j) + kSegment, lLen_); }
+
+    // The hits of segment j as offsets from its start, once found; null when
+    // it could not be read, `error` then being errno or 0 for the file's
+    // early end.
+    // While they are not, the scan makes the next segment whose slot is free
+    // itself: a sleep and a wake-up for every segment would cost more.
+    const std::vector<std::uint32_t>* hits(std::int64_t j, int& error)
+    {
+        Slot& slot = slots_[j % kSlots];
+        while (slot.state.load() == kEmpty) {
+            std::int64_t c = claimed_.load();
+            if (c >= segments_ || !free(c) || !claimed_.compare_exchange_weak(c, c + 1))
+                break;
+            make(c, slots_[c % kSlots], own_);
+        }
+        waitfor([&] { return slot.state.load() != kEmpty; });
+        if (slot.state.load() == kFailed) {
+            error = slot.error;
+            return nullptr;
+        }
+        return &slot.hits;
+    }
+    // The scan has handed segment j's hits on.
+    void leave(std::int64_t j)
+    {
+        slots_[j % kSlots].state.store(kEmpty);
+        left_.store(j);
+        wake();
+    }
+    // Waits until every segment is written.
+    void finish()
+    {
+        waitfor([&] { return written_.load() == segments_ || broken_.load(); });
+    }
+
+private:
+    enum : int { kEmpty, kFound, kFailed };
+    struct Slot {
+        std::vector<std::uint32_t> hits;
+        int error = 0;
+        std::atomic<int> state {kEmpty};
+    };
+    static constexpr std::int64_t kSlots = 8;
+    static constexpr int kSpins = 256;
+
+    void wake()
+    {
+        if (waiters_.load() != 0) {
+            { std::lock_guard lock(mutex_); }
+            changed_.notify_all();
+        }
+    }
+    template <typename Done>
+    void waitfor(Done done)
+    {
+        for (int spin = 0; spin < kSpins && !done(); ++spin)
+            _mm_pause();
+        if (done())
+            return;
+        std::unique_lock lock(mutex_);
+        ++waiters_;
+        changed_.wait(lock, done);
+        --waiters_;
+    }
+
+    // A thread's own buffers, which stay in its core's cache: the segment's
+    // bytes (n - 1 before it and after it, kOverread spare) and its new content.
+    struct Buffers {
+        AlignedBuffer<> in;
+        AlignedBuffer<char> out;
+        std::size_t room = 0;
+    };
+
+    // The slot of segment j is free once its last segment is handed on and
+    // written.
+    bool free(std::int64_t j) const { return left_.load() >= j - kSlots && written_.load() > j - kSlots; }
+
+    void work()
+    {
+        Buffers buffers;
+        for (;;) {
+            const std::int64_t j = claimed_.fetch_add(1);
+            if (j >= segments_)
+                return;
+            waitfor([&] { return stop_.load() || free(j); });
+            if (stop_.load())
+                return;
+            make(j, slots_[j % kSlots], buffers);
+        }
+    }
+
+    void make(std::int64_t j, Slot& slot, Buffers& buf)
+    {
+        const std::int64_t b = begin(j), e = end(j);
+        const std::int64_t back = j == 0 ? 0 : n_ - 1;
+        const std::int64_t from = b - back, to = std::min(e + n_ - 1, lLen_);
+        if (!buf.in)
+            buf.in = AlignedBuffer<>(static_cast<std::size_t>(kSegment + 2 * (n_ - 1)) + OutputBuffer::kOverread);
+        unsigned char* const in = buf.in.get();
+        for (std::int64_t got = 0; got < to - from;) {
+            const ssize_t r = preadholes(fd_, bHoles_, in + got, static_cast<std::size_t>(to - from - got), from + got);
+            if (r < 0 && errno == EINTR)
+                continue;
+            if (r <= 0) {
+                slot.error = r < 0 ? errno : 0;
+                broken_.store(true);
+                slot.state.store(kFailed);
+                wake();
+                return;
+            }
+            got += r;
+        }
+        // The hits, and how much of the segment a hit of the one before covers.
+        const auto size = static_cast<std::size_t>(to - from);
+        const auto own = static_cast<std::size_t>(e - b);
+        const auto un = static_cast<std::size_t>(n_);
+        const auto before = static_cast<std::size_t>(back);
+        std::size_t skip = 0;
+        slot.hits.clear();
+        std::uint32_t batch[512];
+        for (std::size_t at = 0; at < size;) {
+            const std::size_t count = search_.findall(in, size, at, batch, std::size(batch));
+            for (std::size_t k = 0; k < count; ++k) {
+                if (batch[k] < before)
+                    skip = batch[k] + un - before;
+                else if (batch[k] - before < own)
+                    slot.hits.push_back(static_cast<std::uint32_t>(batch[k] - before));
+            }
+        }
+        slot.state.store(kFound);
+        wake();
+
+        const std::size_t nRep = rep_.text.size();
+        const std::size_t need = own + slot.hits.size() * nRep + 2 * OutputBuffer::kOverread;
+        if (buf.room < need) {
+            buf.out = AlignedBuffer<char>(need);
+            buf.room = need;
+        }
+        const char* const src = reinterpret_cast<const char*>(in + before);
+        char* o = buf.out.get();
+        std::size_t at = skip;
+        for (const std::size_t p : slot.hits) {
+            if (p - at <= OutputBuffer::kOverread && nRep <= 16) {
+                o = puthit<16>(o, src, at, p, rep_);
+            } else {
+                std::memcpy(o, src + at, p - at);
+                std::memcpy(o + (p - at), rep_.text.data(), nRep);
+                o += p - at + nRep;
+            }
+            at = p + un;
+        }
+        if (at < own) {
+            std::memcpy(o, src + at, own - at);
+            o += own - at;
+        }
+        waitfor([&] { return stop_.load() || broken_.load() || written_.load() == j; });
+        if (stop_.load() || broken_.load())
+            return;
+        out_.write(std::string_view(buf.out.get(), static_cast<std::size_t>(o - buf.out.get())));
+        written_.store(j + 1);
+        wake();
+    }
+
+    const int fd_;
+    const std::int64_t lLen_;
+    const std::int64_t from0_;
+    const std::int64_t segments_;
+    const PatternSearch& search_;
+    const std::int64_t n_;
+    OutputBuffer& out_;
+    const bool bHoles_;
+    Replacement rep_;
+    Slot slots_[kSlots];
+    Buffers own_;                              // the scan's, for the segments it makes
+    std::atomic<std::int64_t> claimed_ {0};   // the next segment a thread takes up
+    std::atomic<std::int64_t> left_ {-1};     // the last segment the scan has handed on
+    std::atomic<std::int64_t> written_ {0};   // the segments written, in order
+    std::atomic<bool> broken_ {false};        // a read failed: nothing more is written
+    std::atomic<bool> stop_ {false};
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::atomic<int> waiters_ {0};
+    std::vector<std::thread> workers_;
+};
+
 // Each thread lends the window of one scan at a time to its scans of files
 // that fit a default window: over a tree of small files, every file is then
 // read into the same bytes, which stay in the core's cache, and no block is
@@ -591,8 +825,15 @@ struct Scanner::Spare {
 
 Scanner::~Scanner()
 {
+    expander_.reset();
     if (lent_)
         lent_->lent = false;
+}
+
+void Scanner::stop()
+{
+    stopped_ = true;
+    expander_.reset();
 }
 
 void Scanner::failread(int code)
@@ -796,6 +1037,8 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
     const auto n = static_cast<std::int64_t>(search_.size());
     bulk_ = true;
     replacing_ = sReplace;
+    if (expander_)
+        return takeexpanded(s, lPos, max);
     std::int64_t pos = s - 1;   // 0-based: the next place an occurrence may start
     if (n == 0 || pos + n > lLen_) {
         s = 0;
@@ -804,6 +1047,8 @@ std::size_t Scanner::collect(std::int64_t& s, const std::string_view* sReplace, 
     if (pos < wS_ || pos + n > wE_) {
         if (emitting_ && outPos_ < pos)
             emitrange(outPos_, pos);
+        if (dense_ && expand(pos))
+            return takeexpanded(s, lPos, max);
         if (!yieldcheck() || !load(pos)) {
             s = 0;
             return 0;
@@ -902,6 +1147,66 @@ std::size_t Scanner::replacefound(const std::uint32_t* found, std::size_t k, std
     return count;
 }
 
+bool Scanner::expand(std::int64_t pos)
+{
+    const std::size_t threads = std::min<std::size_t>(usablecores(), 4);
+    if (!replacing_ || !out_ || !emitting_ || outPos_ != pos || threads < 2 || search_.size() > kBlock ||
+        lLen_ - pos < 2 * Expander::kSegment || search_.overlaps())
+        return false;
+    prefetch_.reset();
+    try {
+        expander_ = std::make_unique<Expander>(fd_, lLen_, pos, search_, *replacing_, *out_, sparse(), threads - 1);
+    } catch (const std::system_error&) {
+        return false;
+    }
+    expSegment_ = 0;
+    expNext_ = 0;
+    return true;
+}
+
+std::size_t Scanner::takeexpanded(std::int64_t& s, std::int64_t* lPos, std::size_t max)
+{
+    std::size_t count = 0;
+    while (count < max) {
+        const std::int64_t j = expSegment_;
+        if (j == expander_->segments()) {
+            s = 0;
+            return count;
+        }
+        if (expNext_ == 0) {
+            // A new segment: as a new window, it may give the sink its turn.
+            if (count != 0)
+                break;
+            sinceYield_ += expander_->end(j) - expander_->begin(j);
+            wE_ = expander_->end(j);
+            if (!yieldcheck()) {
+                s = 0;
+                return 0;
+            }
+        }
+        int error = 0;
+        const std::vector<std::uint32_t>* hits = expander_->hits(j, error);
+        if (!hits) {
+            expander_.reset();
+            failread(error);
+            s = 0;
+            return count;
+        }
+        const std::size_t take = std::min(max - count, hits->size() - expNext_);
+        const std::int64_t b = expander_->begin(j) + 1;
+        for (std::size_t k = 0; k < take; ++k)
+            lPos[count++] = b + (*hits)[expNext_ + k];
+        expNext_ += take;
+        if (expNext_ == hits->size()) {
+            expander_->leave(j);
+            ++expSegment_;
+            expNext_ = 0;
+        }
+    }
+    s = 1;   // anything but 0: the rest is the expander's
+    return count;
+}
+
 std::size_t Scanner::findall(std::size_t size, std::size_t& from, std::uint32_t* out, std::size_t max)
 {
     if (!prefetch_)
@@ -947,6 +1252,12 @@ void Scanner::emitupto(std::int64_t lTo)
 
 void Scanner::emitrest()
 {
+    if (expander_) {
+        expander_->finish();
+        expander_.reset();
+        outPos_ = lLen_;
+        return;
+    }
     if (!emitting_)
         return;
     while (outPos_ < lLen_) {

@@ -55,6 +55,8 @@ public:
                         std::size_t max) const;
 
     std::size_t size() const { return pattern_.size(); }
+    // Two occurrences may overlap (the pattern has a border, as "aa").
+    bool overlaps() const;
     // Every hit holds the pattern's own bytes.
     bool exact() const { return bMatchCase_; }
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
@@ -245,10 +247,10 @@ public:
     bool carryon()
     {
         if (!stopped_ && !sink_.carryon())
-            stopped_ = true;
+            stop();
         return !stopped_;
     }
-    void stop() { stopped_ = true; }
+    void stop();
     bool stopped() const { return stopped_; }
     RunSink& sink() const { return sink_; }
     bool readfailed() const { return readfailed_; }
@@ -257,6 +259,7 @@ public:
 
 private:
     class Prefetch;
+    class Expander;
     struct Spare;
     bool load(std::int64_t from0);
     bool loadahead(std::int64_t from0);
@@ -292,6 +295,11 @@ private:
     template <std::size_t RepN>
     std::size_t replacefound(const std::uint32_t* found, std::size_t k, std::size_t& at, std::int64_t* lPos,
                              const Replacement& rep);
+    // From 0-based `pos`, where the output has got to, hands the rest of a
+    // dense replace to an Expander, when it can take it.
+    bool expand(std::int64_t pos);
+    // collect() while an Expander has the rest.
+    std::size_t takeexpanded(std::int64_t& s, std::int64_t* lPos, std::size_t max);
     void emitrange(std::int64_t from0, std::int64_t to0);
     void emitbehind(std::int64_t from0, std::int64_t to0);
     bool sparse();
@@ -305,6 +313,7 @@ private:
     RunSink& sink_;
     std::int64_t window_;
     std::unique_ptr<Prefetch> prefetch_;   // while the scan goes on from window to window
+    std::unique_ptr<Expander> expander_;   // a dense replace's rest, made and written by threads
     AlignedBuffer<> buf_;                    // the window as read without prefetching, when not lent
     Spare* lent_ = nullptr;                  // the thread's spare, while this scan has it
     const unsigned char* win_ = nullptr;     // the window's bytes
@@ -314,6 +323,8 @@ private:
     std::size_t foundAt_ = 0;        // the next of the window's occurrences found ahead
     const std::string_view* replacing_ = nullptr;   // collect()'s replacement
     bool dense_ = false;             // a replace with a hit every few KiB: no reading ahead
+    std::int64_t expSegment_ = 0;    // the expander's segment whose hits are handed on
+    std::size_t expNext_ = 0;        // and its next hit
     bool bulk_ = false;              // the scan goes by collect()
     bool emitting_ = false;
     bool readfailed_ = false;
