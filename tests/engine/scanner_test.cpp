@@ -110,7 +110,8 @@ FileHandle memfile(const std::string& bytes)
 // The scan of `content`, held in `fd` or else in memory; a replace writes
 // to `outFd` when given.
 RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int64_t window,
-                       const std::filesystem::path& logFile, FileHandle fd = {}, int outFd = -1)
+                       const std::filesystem::path& logFile, FileHandle fd = {}, int outFd = -1,
+                       std::int64_t cancelAtHit = -1)
 {
     std::filesystem::remove(logFile);
     // In memory, read with pread like any other file.
@@ -118,6 +119,7 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
         fd = memfile(content);
     test::RecordingHost host;
     host.answers = scan.answers;
+    host.cancelAtHit = cancelAtHit;
     Sink sink;
     sink.fd = outFd;
     OutputBuffer out(&sink);
@@ -326,16 +328,18 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
             const RefResult got = fastscanfile(content, s, 256 << 10, dir.path() / "run.log");
             std::string want;
             std::string hits;
+            std::vector<std::size_t> ends;   // of each hit's lines in `hits`
             std::int64_t nHits = 0;
-            for (std::size_t i = 0; i < content.size();) {
-                if (content.compare(i, n, row.sFind) == 0) {
-                    want += sReplace;
-                    hits += test::hitevent("big", static_cast<std::int64_t>(i + 1)) +
-                            test::statusevent(std::to_string(++nHits));
-                    i += n;
-                } else {
-                    want += content[i++];
-                }
+            for (std::size_t i = 0;;) {
+                const std::size_t p = content.find(row.sFind, i);
+                want.append(content, i, p - i);
+                if (p == std::string::npos)
+                    break;
+                want += sReplace;
+                hits += test::hitevent("big", static_cast<std::int64_t>(p + 1)) +
+                        test::statusevent(std::to_string(++nHits));
+                ends.push_back(hits.size());
+                i = p + n;
             }
             SCOPED_TRACE(row.sFind + " by a replacement of " + std::to_string(sReplace.size()) + " bytes");
             EXPECT_EQ(got.nHits, nHits);
@@ -344,6 +348,17 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
             const auto differ = std::mismatch(got.output.begin(), got.output.end(), want.begin(), want.end());
             EXPECT_EQ(differ.first - got.output.begin(), static_cast<std::ptrdiff_t>(want.size()));
             EXPECT_EQ(got.output.size(), want.size());
+            // Stopped halfway, the hits end there (a stopped file is never
+            // replaced, whatever its output).
+            if (&sReplace != &row.replacements.front())
+                continue;
+            const RefResult half = fastscanfile(content, s, 256 << 10, dir.path() / "run.log", {}, -1, nHits / 2);
+            EXPECT_TRUE(half.bCancel);
+            EXPECT_EQ(half.nHits, nHits / 2);
+            const std::string told = hits.substr(0, ends[static_cast<std::size_t>(nHits / 2) - 1]);
+            const std::size_t at = half.events.find(told);
+            ASSERT_NE(at, std::string::npos);
+            EXPECT_EQ(half.events.find("hit ", at + told.size()), std::string::npos);
         }
     }
 }

@@ -599,9 +599,10 @@ private:
 // from its read to its write; the scan only hands the hits on. Segments
 // need nothing of each other when the pattern can't overlap itself: every
 // occurrence is a hit, and one that starts in the n - 1 bytes before a
-// segment belongs to the segment before, which replaces it whole. A stop or
-// a failed read ends the writing: the output is then short, and the file is
-// never replaced with it.
+// segment belongs to the segment before, which replaces it whole. A stop
+// ends the writing (a stopped file is never replaced, whatever was written),
+// and so does a failed read, whose segment is never written: the output is
+// then short, and the length check refuses it.
 class Scanner::Expander {
 public:
     static constexpr std::int64_t kSegment = kPrefetchChunk;
