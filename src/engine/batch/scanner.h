@@ -322,7 +322,7 @@ private:
     std::int64_t sinceYield_ = 0;
     std::size_t foundAt_ = 0;        // the next of the window's occurrences found ahead
     const std::string_view* replacing_ = nullptr;   // collect()'s replacement
-    bool dense_ = false;             // a replace with a hit every few KiB: no reading ahead
+    bool dense_ = false;             // a replace with a hit every few KiB: no reading ahead for the scan
     std::int64_t expSegment_ = 0;    // the expander's segment whose hits are handed on
     std::size_t expNext_ = 0;        // and its next hit
     bool bulk_ = false;              // the scan goes by collect()
