@@ -766,8 +766,10 @@ private:
         const std::size_t nRep = rep_.text.size();
         const std::size_t need = own + slot.hits.size() * nRep + 2 * OutputBuffer::kOverread;
         if (buf.room < need) {
-            buf.out = AlignedBuffer<char>(need);
-            buf.room = need;
+            // With room to spare: the hits of a segment vary, and each new
+            // block's pages fault in again on first touch.
+            buf.room = need + need / 4;
+            buf.out = AlignedBuffer<char>(buf.room);
         }
         const char* const src = reinterpret_cast<const char*>(in + before);
         char* o = buf.out.get();
