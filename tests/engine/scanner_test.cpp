@@ -83,13 +83,29 @@ namespace {
 using test::RefResult;
 using test::RefScan;
 
-// Into a string, or into the file `fd` when that is given.
+// Into the file `fd`, in order or by place as the scratch file of a
+// replace: one in memory unless another is given.
 struct Sink : ByteSink {
-    int fd = -1;
-    std::string bytes;
-    bool write(std::string_view b) override
+    FileHandle own {::memfd_create("out", MFD_CLOEXEC)};
+    int fd = own.get();
+    int placedError = 0;   // what every write by place fails with
+    bool write(std::string_view b) override { return ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size()); }
+    bool positional() override { return true; }
+    int writeat(std::string_view b, std::int64_t at) override
     {
-        return fd < 0 ? (bytes.append(b), true) : ::write(fd, b.data(), b.size()) == static_cast<ssize_t>(b.size());
+        if (placedError != 0)
+            return placedError;
+        return ::pwrite(fd, b.data(), b.size(), static_cast<off_t>(at)) == static_cast<ssize_t>(b.size()) ? 0 : EIO;
+    }
+    bool resume(std::int64_t end, int error) override { return error == 0 && ::lseek(fd, end, SEEK_SET) == end; }
+    // What the file in memory holds.
+    std::string bytes() const
+    {
+        struct stat st {};
+        EXPECT_EQ(::fstat(own.get(), &st), 0);
+        std::string b(static_cast<std::size_t>(st.st_size), '\0');
+        EXPECT_EQ(::pread(own.get(), b.data(), b.size(), 0), static_cast<ssize_t>(b.size()));
+        return b;
     }
 };
 
@@ -108,10 +124,10 @@ FileHandle memfile(const std::string& bytes)
 }
 
 // The scan of `content`, held in `fd` or else in memory; a replace writes
-// to `outFd` when given.
+// to `outFd` when given, and its writes by place fail with `placedError`.
 RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int64_t window,
                        const std::filesystem::path& logFile, FileHandle fd = {}, int outFd = -1,
-                       std::int64_t cancelAtHit = -1)
+                       std::int64_t cancelAtHit = -1, int placedError = 0)
 {
     std::filesystem::remove(logFile);
     // In memory, read with pread like any other file.
@@ -121,7 +137,9 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
     host.answers = scan.answers;
     host.cancelAtHit = cancelAtHit;
     Sink sink;
-    sink.fd = outFd;
+    if (outFd >= 0)
+        sink.fd = outFd;
+    sink.placedError = placedError;
     OutputBuffer out(&sink);
     // A replace that keeps the length goes as in a big file: edits in
     // place, each with the bytes it replaces, which must be the file's.
@@ -149,10 +167,10 @@ RefResult fastscanfile(const std::string& content, const RefScan& scan, std::int
         result.lLenChange = f.lLenChange;
         result.bCancel = scanner.stopped();
     }
-    out.flush();
+    result.bWriteFailed = !out.flush();
     result.events = host.transcript;
     result.log = std::filesystem::exists(logFile) ? test::readfile(logFile) : "";
-    result.output = inplace ? (result.nHits > 0 ? patch.bytes : "") : sink.bytes;
+    result.output = inplace ? (result.nHits > 0 ? patch.bytes : "") : sink.bytes();
     EXPECT_TRUE(patch.wasRight);
     return result;
 }
@@ -305,10 +323,11 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
         std::string sFind;
         std::size_t gap;   // most filler bytes between two patterns, if not now and then many more
         std::vector<std::string> replacements;
+        bool expands = true;   // the rest is made on every core, and written by place
     } rows[] = {
         {"\r", 60, {"\r\n", std::string(40, 'y'), std::string(300, 'z'), ""}},
         {"<tag/>", 6, {"\n", std::string(20, 'y')}},
-        {"abab", 3, {"ba"}},
+        {"abab", 3, {"ba"}, false},
     };
     std::mt19937_64 rng(20261123);
     for (const auto& row : rows) {
@@ -330,8 +349,12 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
             std::string hits;
             std::vector<std::size_t> ends;   // of each hit's lines in `hits`
             std::int64_t nHits = 0;
+            const std::size_t cut = (3u << 20) + 1000;
+            std::size_t wantAtCut = 0;   // the new content of the bytes before `cut`
             for (std::size_t i = 0;;) {
                 const std::size_t p = content.find(row.sFind, i);
+                if (p >= cut && wantAtCut == 0)
+                    wantAtCut = want.size() + (i <= cut ? cut - i : 0);
                 want.append(content, i, p - i);
                 if (p == std::string::npos)
                     break;
@@ -348,10 +371,22 @@ TEST(ScannerDifferential, DenseReplaceOfALongFileIsAPlainReplace)
             const auto differ = std::mismatch(got.output.begin(), got.output.end(), want.begin(), want.end());
             EXPECT_EQ(differ.first - got.output.begin(), static_cast<std::ptrdiff_t>(want.size()));
             EXPECT_EQ(got.output.size(), want.size());
-            // Stopped halfway, the hits end there (a stopped file is never
-            // replaced, whatever its output).
             if (&sReplace != &row.replacements.front())
                 continue;
+            // A file that ends early fails the read where it ends: what was
+            // written is the start of the new content, and no more than that
+            // of the bytes read, so the length check refuses it.
+            const RefResult early =
+                fastscanfile(content, s, 256 << 10, dir.path() / "run.log", memfile(content.substr(0, cut)));
+            EXPECT_LT(early.nHits, nHits);
+            EXPECT_LE(early.output.size(), wantAtCut);
+            EXPECT_EQ(want.compare(0, early.output.size(), early.output), 0);
+            // A failed write by place leaves the output failed, whatever its length.
+            EXPECT_FALSE(got.bWriteFailed);
+            EXPECT_EQ(fastscanfile(content, s, 256 << 10, dir.path() / "run.log", {}, -1, -1, ENOSPC).bWriteFailed,
+                      row.expands);
+            // Stopped halfway, the hits end there (a stopped file is never
+            // replaced, whatever its output).
             const RefResult half = fastscanfile(content, s, 256 << 10, dir.path() / "run.log", {}, -1, nHits / 2);
             EXPECT_TRUE(half.bCancel);
             EXPECT_EQ(half.nHits, nHits / 2);

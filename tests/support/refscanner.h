@@ -32,6 +32,7 @@ struct RefResult {
     std::int64_t nHits = 0;
     std::int64_t lLenChange = 0;
     bool bCancel = false;
+    bool bWriteFailed = false;   // the output refuses further writes
 };
 
 RefResult refscanfile(const std::string& content, const RefScan& scan);

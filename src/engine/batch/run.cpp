@@ -38,6 +38,9 @@ public:
     }
 
     bool write(std::string_view bytes) override { return begun() && replace_->write(bytes); }
+    bool positional() override { return begun() && replace_->positional(); }
+    int writeat(std::string_view bytes, std::int64_t at) override { return replace_->writeat(bytes, at); }
+    bool resume(std::int64_t end, int error) override { return replace_->resume(end, error); }
 
     bool begun()
     {
@@ -124,6 +127,8 @@ private:
 class DiscardSink : public ByteSink {
 public:
     bool write(std::string_view /*bytes*/) override { return true; }
+    bool positional() override { return true; }
+    int writeat(std::string_view /*bytes*/, std::int64_t /*at*/) override { return 0; }
 };
 
 // The scratch output of a replace: the buffer in front of the sink.

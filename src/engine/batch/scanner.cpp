@@ -313,7 +313,7 @@ void OutputBuffer::writeslow(std::string_view bytes)
     if (!ok())
         return;
     if (bytes.size() >= kDirectWrite) {
-        if (flush() && !sink_->write(bytes)) {
+        if (flush() && !send(bytes)) {
             ok_ = false;
             room_ = 0;
         }
@@ -330,12 +330,18 @@ void OutputBuffer::writeslow(std::string_view bytes)
     room_ -= bytes.size();
 }
 
+bool OutputBuffer::send(std::string_view bytes)
+{
+    sent_ += static_cast<std::int64_t>(bytes.size());
+    return sink_->write(bytes);
+}
+
 bool OutputBuffer::flush()
 {
     if (!ok())
         return false;
     if (used_ != 0) {
-        ok_ = sink_->write(std::string_view(buf_.get(), used_));
+        ok_ = send(std::string_view(buf_.get(), used_));
         used_ = 0;
         room_ = ok_ && buf_ ? kBuffer : 0;
     }
@@ -595,23 +601,28 @@ private:
 
 // The rest of a dense replace, from a place that no hit reaches over, made
 // and written by one thread per core: each takes the next segment of the
-// file, reads it, finds its hits, makes its new content and writes it once
-// the segments before it are written, so that every byte stays on one core
-// from its read to its write; the scan only hands the hits on. Segments
-// need nothing of each other when the pattern can't overlap itself: every
-// occurrence is a hit, and one that starts in the n - 1 bytes before a
-// segment belongs to the segment before, which replaces it whole. A stop
-// ends the writing (a stopped file is never replaced, whatever was written),
-// and so does a failed read, whose segment is never written: the output is
-// then short, and the length check refuses it.
+// file, reads it, finds its hits, makes its new content and writes it by
+// place, so that every byte stays on one core from its read to its write;
+// the scan only hands the hits on. Segments need nothing of each other when
+// the pattern can't overlap itself: every occurrence is a hit, and one that
+// starts in the n - 1 bytes before a segment belongs to the segment before,
+// which replaces it whole. The length of a segment's new content follows
+// from its hits, so its place is known once the segments before it are
+// searched: a thread that loses its core while it makes or writes a
+// segment holds no other up (on a busy machine, writes in turn made each
+// thread wait for the other a third of the time). A stop ends the writing
+// (a stopped file is never replaced, whatever was written), and so does a
+// failed read: no segment from it on is placed, so nothing is written at
+// or past its place, the output is short, and the length check refuses it.
 class Scanner::Expander {
 public:
     static constexpr std::int64_t kSegment = kPrefetchChunk;
 
-    Expander(int fd, std::int64_t lLen, std::int64_t from0, const PatternSearch& search, std::string_view sReplace,
-             OutputBuffer& out, bool bHoles, std::size_t threads)
+    // `at`: where the new content of `from0` goes in the output.
+    Expander(int fd, std::int64_t lLen, std::int64_t from0, std::int64_t at, const PatternSearch& search,
+             std::string_view sReplace, OutputBuffer& out, bool bHoles, std::size_t threads)
         : fd_(fd), lLen_(lLen), from0_(from0), segments_((lLen - from0 + kSegment - 1) / kSegment),
-          search_(search), n_(static_cast<std::int64_t>(search.size())), out_(out), bHoles_(bHoles)
+          search_(search), n_(static_cast<std::int64_t>(search.size())), out_(out), bHoles_(bHoles), next_(at)
     {
         rep_.set(sReplace);
         workers_ = startworkers(threads, [this] { work(); });
@@ -660,10 +671,12 @@ public:
         left_.store(j);
         wake();
     }
-    // Waits until every segment is written.
+    // Waits until every segment is written, and has the output go on past
+    // them, or fail with the first failed write.
     void finish()
     {
-        waitfor([&] { return written_.load() == segments_ || broken_.load(); });
+        waitfor([&] { return written_.load() == segments_; });
+        out_.resume(next_, writeError_.load());
     }
 
 private:
@@ -671,9 +684,14 @@ private:
     struct Slot {
         std::vector<std::uint32_t> hits;
         int error = 0;
+        std::int64_t segment = -1;   // whose length is set, under mutex_
+        std::int64_t length = 0;     // of its new content
+        std::int64_t at = 0;         // its place in the output, once placed_ is past it
         std::atomic<int> state {kEmpty};
+        std::atomic<std::int64_t> done {-1};   // the last segment written from here
     };
-    static constexpr std::int64_t kSlots = 8;
+    // Segments in hand at once: 32 MiB of the file.
+    static constexpr std::int64_t kSlots = 64;
     static constexpr int kSpins = 256;
 
     void wake()
@@ -706,7 +724,10 @@ private:
 
     // The slot of segment j is free once its last segment is handed on and
     // written.
-    bool free(std::int64_t j) const { return left_.load() >= j - kSlots && written_.load() > j - kSlots; }
+    bool free(std::int64_t j) const
+    {
+        return j < kSlots || (left_.load() >= j - kSlots && slots_[j % kSlots].done.load() == j - kSlots);
+    }
 
     void work()
     {
@@ -719,6 +740,26 @@ private:
             if (stop_.load())
                 return;
             make(j, slots_[j % kSlots], buffers);
+        }
+    }
+
+    // Segment j, its hits found, is `length` bytes long when made: it is
+    // placed after the segments before it, and so are the ones after it
+    // that waited for it. The caller wakes whoever waits for a place.
+    void place(std::int64_t j, Slot& slot, std::int64_t length)
+    {
+        {
+            std::lock_guard lock(mutex_);
+            slot.length = length;
+            slot.segment = j;
+            for (std::int64_t k = placed_.load(); k < segments_; ++k) {
+                Slot& s = slots_[k % kSlots];
+                if (s.segment != k)
+                    break;
+                s.at = next_;
+                next_ += s.length;
+                placed_.store(k + 1);
+            }
         }
     }
 
@@ -760,10 +801,16 @@ private:
                     slot.hits.push_back(static_cast<std::uint32_t>(batch[k] - before));
             }
         }
-        slot.state.store(kFound);
-        wake();
-
+        // Hits never overlap: the new content runs from `skip` to the end of
+        // the last hit or of the segment, each hit n bytes shorter and the
+        // replacement longer.
         const std::size_t nRep = rep_.text.size();
+        const std::size_t last = slot.hits.empty() ? own : std::max<std::size_t>(own, slot.hits.back() + un);
+        const std::size_t length = last > skip ? last - skip - slot.hits.size() * un + slot.hits.size() * nRep : 0;
+        place(j, slot, static_cast<std::int64_t>(length));
+        slot.state.store(kFound);
+        wake();   // for the scan, and for segments placed now
+
         const std::size_t need = own + slot.hits.size() * nRep + 2 * OutputBuffer::kOverread;
         if (buf.room < need) {
             // With room to spare: the hits of a segment vary, and each new
@@ -788,11 +835,20 @@ private:
             std::memcpy(o, src + at, own - at);
             o += own - at;
         }
-        waitfor([&] { return stop_.load() || broken_.load() || written_.load() == j; });
-        if (stop_.load() || broken_.load())
+        // A segment is written only at its place, and only once the ones
+        // before it are placed: a failed read stops all after it.
+        waitfor([&] { return stop_.load() || broken_.load() || placed_.load() > j; });
+        if (stop_.load() || placed_.load() <= j)
             return;
-        out_.write(std::string_view(buf.out.get(), static_cast<std::size_t>(o - buf.out.get())));
-        written_.store(j + 1);
+        const auto made = static_cast<std::size_t>(o - buf.out.get());
+        int error = made == length ? 0 : EIO;
+        if (error == 0 && writeError_.load() == 0)
+            error = out_.writeat(std::string_view(buf.out.get(), made), slot.at);
+        int none = 0;
+        if (error != 0)
+            writeError_.compare_exchange_strong(none, error);
+        slot.done.store(j);
+        written_.fetch_add(1);
         wake();
     }
 
@@ -809,8 +865,11 @@ private:
     Buffers own_;                              // the scan's, for the segments it makes
     std::atomic<std::int64_t> claimed_ {0};   // the next segment a thread takes up
     std::atomic<std::int64_t> left_ {-1};     // the last segment the scan has handed on
-    std::atomic<std::int64_t> written_ {0};   // the segments written, in order
-    std::atomic<bool> broken_ {false};        // a read failed: nothing more is written
+    std::atomic<std::int64_t> placed_ {0};    // the segments whose place is known, in order
+    std::int64_t next_;                        // the place of segment placed_, under mutex_
+    std::atomic<std::int64_t> written_ {0};   // the segments written, in any order
+    std::atomic<int> writeError_ {0};         // the first failed write's errno
+    std::atomic<bool> broken_ {false};        // a read failed: nothing after it is placed
     std::atomic<bool> stop_ {false};
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -1158,9 +1217,12 @@ bool Scanner::expand(std::int64_t pos)
     if (!replacing_ || !out_ || !emitting_ || outPos_ != pos || threads < 2 || search_.size() > kBlock ||
         lLen_ - pos < 2 * Expander::kSegment || search_.overlaps())
         return false;
+    const std::int64_t at = out_->placeat();
+    if (at < 0)
+        return false;
     prefetch_.reset();
     try {
-        expander_ = std::make_unique<Expander>(fd_, lLen_, pos, search_, *replacing_, *out_, sparse(), threads - 1);
+        expander_ = std::make_unique<Expander>(fd_, lLen_, pos, at, search_, *replacing_, *out_, sparse(), threads - 1);
     } catch (const std::system_error&) {
         return false;
     }

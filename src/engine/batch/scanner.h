@@ -23,6 +23,7 @@
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -82,11 +83,20 @@ private:
     std::array<unsigned char, 256> fold_ {};
 };
 
-// Where the scratch output goes; writes are in order.
+// Where the scratch output goes; writes are in order, unless the sink
+// takes them by place too.
 class ByteSink {
 public:
     virtual ~ByteSink() = default;
     virtual bool write(std::string_view bytes) = 0;
+    // Whether writeat() may be used from now on.
+    virtual bool positional() { return false; }
+    // Writes all of `bytes` at `at` from the output's start, on any thread,
+    // beside writes at other places: 0, or the errno of the failure.
+    virtual int writeat(std::string_view /*bytes*/, std::int64_t /*at*/) { return ENOTSUP; }
+    // After writes by place, on the thread of write(): the output ends at
+    // `end`, where write() goes on, or failed with errno `error`.
+    virtual bool resume(std::int64_t /*end*/, int error) { return error == 0; }
 };
 
 // Where a replace whose text keeps the length sends its edits, instead of
@@ -156,9 +166,29 @@ public:
     bool flush();
     bool ok() const { return ok_ && sink_ != nullptr; }
 
+    // For threads that make the output out of order: flushes, and gives the
+    // place of the next byte, or -1 when the sink takes writes only in
+    // order (or failed). Then writeat() from any thread, and resume() with
+    // the end and the first error once they are done.
+    std::int64_t placeat()
+    {
+        return flush() && sink_->positional() ? sent_ : -1;
+    }
+    int writeat(std::string_view bytes, std::int64_t at) const { return sink_->writeat(bytes, at); }
+    void resume(std::int64_t end, int error)
+    {
+        sent_ = end;
+        if (!sink_->resume(end, error)) {
+            ok_ = false;
+            room_ = 0;
+        }
+    }
+
 private:
     void writeslow(std::string_view bytes);
+    bool send(std::string_view bytes);
     ByteSink* sink_;
+    std::int64_t sent_ = 0;   // the bytes handed to the sink
     AlignedBuffer<char> buf_;
     std::size_t used_ = 0;
     std::size_t room_ = 0;

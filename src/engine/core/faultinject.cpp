@@ -1,6 +1,7 @@
 #include "engine/core/faultinject.h"
 
 #include <csignal>
+#include <mutex>
 
 namespace brindlex::faultinject {
 
@@ -10,6 +11,7 @@ struct State {
     bool armed = false;
     Plan plan;
     std::vector<std::string> steps;
+    std::mutex mutex;   // the writes of a replace may come from several threads
 };
 
 State& state()
@@ -43,6 +45,7 @@ int fault(const char* step)
     State& s = state();
     if (!s.armed)
         return 0;
+    std::lock_guard lock(s.mutex);
     s.steps.emplace_back(step);
     if (static_cast<int>(s.steps.size()) == s.plan.signalAt)
         std::raise(s.plan.signal);

@@ -656,6 +656,40 @@ bool SafeReplace::write(std::string_view bytes)
     return d.sparse && d.route == Impl::Route::SameDir ? d.writesparse(bytes) : d.writeall(bytes);
 }
 
+bool SafeReplace::positional() const
+{
+    const Impl& d = *impl_;
+    return !d.writeError && !d.finished && !(d.sparse && d.route == Impl::Route::SameDir);
+}
+
+int SafeReplace::writeat(std::string_view bytes, std::int64_t at) const
+{
+    while (!bytes.empty()) {
+        const ssize_t n = checked("write", [&] {
+            return ::pwrite(impl_->out.get(), bytes.data(), bytes.size(), static_cast<off_t>(at));
+        });
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return n < 0 ? errno : ENOSPC;
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+        at += n;
+    }
+    return 0;
+}
+
+bool SafeReplace::resume(std::int64_t end, int error)
+{
+    Impl& d = *impl_;
+    if (d.writeError)
+        return false;
+    if (error != 0)
+        return d.failwrite(error);
+    if (::lseek(d.out.get(), static_cast<off_t>(end), SEEK_SET) < 0)
+        return d.failwrite(errno);
+    return true;
+}
+
 std::int64_t SafeReplace::writtenlength() const
 {
     struct stat st {};

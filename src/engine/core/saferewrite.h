@@ -85,6 +85,16 @@ public:
     // has holes keeps them: its pages of zeros are passed over, not written.
     bool write(std::string_view bytes);
 
+    // Writes by place, for threads that make the new content out of order:
+    // possible unless pages of zeros are to be passed over, or a write has
+    // failed. writeat() writes all of `bytes` at `at` and may run on many
+    // threads at once: 0, or the errno of the failure, which resume() then
+    // keeps (on the thread of write()); else resume() puts the next write()
+    // at `end`.
+    bool positional() const;
+    int writeat(std::string_view bytes, std::int64_t at) const;
+    bool resume(std::int64_t end, int error);
+
     // Length of what has been written so far, from the file itself.
     std::int64_t writtenlength() const;
 
