@@ -672,11 +672,11 @@ public:
         wake();
     }
     // Waits until every segment is written, and has the output go on past
-    // them, or fail with the first failed write.
+    // them, or fail with the first failed write (or read).
     void finish()
     {
-        waitfor([&] { return written_.load() == segments_; });
-        out_.resume(next_, writeError_.load());
+        waitfor([&] { return written_.load() == segments_ || broken_.load(); });
+        out_.resume(next_, broken_.load() ? EIO : writeError_.load());
     }
 
 private:
@@ -690,8 +690,8 @@ private:
         std::atomic<int> state {kEmpty};
         std::atomic<std::int64_t> done {-1};   // the last segment written from here
     };
-    // Segments in hand at once: 32 MiB of the file.
-    static constexpr std::int64_t kSlots = 64;
+    // Segments in hand at once: 8 MiB of the file.
+    static constexpr std::int64_t kSlots = 16;
     static constexpr int kSpins = 256;
 
     void wake()
