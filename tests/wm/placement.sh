@@ -40,11 +40,17 @@ onscreen() {
   Xvfb ":$n" -screen 0 "${screen}x24" -nolisten tcp >/dev/null 2>&1 &
   xpid=$!
   trap 'stop "${apid:-}" "${wmpid:-}" "$xpid"' EXIT
-  for _ in $(seq 50); do [ -e "/tmp/.X11-unix/X$n" ] && break; sleep 0.1; done
   export DISPLAY=":$n"
+  # The server answering, then the window manager managing: a start before
+  # either (a socket can be there before its server takes clients) shows
+  # no window at all.
+  for _ in $(seq 100); do xprop -root >/dev/null 2>&1 && break; sleep 0.1; done
   openbox >/dev/null 2>&1 &
   wmpid=$!
-  sleep 0.5
+  for _ in $(seq 100); do
+    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
+    sleep 0.1
+  done
   for i in $(seq "$starts"); do
     (cd "$dir/files" && BRINDLEX_TEMP="$dir/work" XDG_CONFIG_HOME="$dir/config" QT_QPA_PLATFORM=xcb \
       exec "$prog" "$dir/files/f.txt" >/dev/null 2>&1) &
