@@ -79,16 +79,8 @@ std::pair<std::uint64_t, std::uint64_t> birthof(int fd)
 
 Error writeall(int fd, std::string_view bytes, std::int64_t offset, const fs::path& path, const char* step)
 {
-    while (!bytes.empty()) {
-        const ssize_t n = checked(step, [&] { return ::pwrite(fd, bytes.data(), bytes.size(), offset); });
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return errorfromerrno(n < 0 ? errno : ENOSPC, path);
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-        offset += n;
-    }
-    return {};
+    const int code = pwriteall(fd, bytes, offset, step);
+    return code == 0 ? Error {} : errorfromerrno(code, path);
 }
 
 bool readall(int fd, char* to, std::size_t n, std::int64_t offset)

@@ -59,23 +59,6 @@ bool readat(int fd, std::int64_t offset, std::size_t count, Bytes& into)
     return true;
 }
 
-bool writeat(int fd, std::int64_t offset, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t n = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            if (n == 0)
-                errno = ENOSPC;
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-        offset += n;
-    }
-    return true;
-}
-
 std::int64_t slotsfrom(std::size_t headerSize)
 {
     return static_cast<std::int64_t>((headerSize + 4095) / 4096 * 4096);
@@ -192,7 +175,7 @@ Error JournalWriter::create(const fs::path& path, const CopyJournal& journal, co
     out.slots_ = slotsfrom(header.size());
     out.slotSize_ = static_cast<std::int64_t>(kStepHead) + journal.block;
     out.seq_ = 0;
-    if (!writeat(out.fd_.get(), 0, header) || out.record(-1, ctime, {}) || ::fdatasync(out.fd_.get()) != 0
+    if (pwriteall(out.fd_.get(), header, 0, nullptr) != 0 || out.record(-1, ctime, {}) || ::fdatasync(out.fd_.get()) != 0
         || (nameless && checked("journal-name", [&] {
                 return linknameless(out.fd_.get(), dir.get(), path.filename().c_str());
             }) != 0)) {
@@ -232,10 +215,9 @@ Error JournalWriter::record(std::int64_t chunk, const timespec& ctime, std::stri
     step.ctime = ctime;
     step.before = before;
     const PageString bytes = encodestep(step);
-    if (checked("journal-step", [&] {
-            return writeat(fd_.get(), slots_ + static_cast<std::int64_t>(seq_ % 2) * slotSize_, bytes) ? 0 : -1;
-        }) != 0)
-        return errorfromerrno(errno, path_);
+    if (const int code = pwriteall(fd_.get(), bytes, slots_ + static_cast<std::int64_t>(seq_ % 2) * slotSize_,
+                                   "journal-step"))
+        return errorfromerrno(code, path_);
     ++seq_;
     return {};
 }
@@ -431,8 +413,8 @@ Error copyjournaled(int from, int dest, const CopyJournal& j, JournalWriter& wri
             return errorfromerrno(errno, target);
         if (Error e = writer.record(chunk, st.st_ctim, t))
             return e;
-        if (checked("copy-write", [&] { return writeat(dest, at, n) ? 0 : -1; }) != 0) {
-            const Error error = errorfromerrno(errno, target);
+        if (const int code = pwriteall(dest, n, at, "copy-write")) {
+            const Error error = errorfromerrno(code, target);
             // A write that failed part of the way has changed the file all the same.
             PageString now;
             touched = touched || !readat(dest, at, static_cast<std::size_t>(B), now) || now != t;

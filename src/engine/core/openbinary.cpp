@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "engine/core/faultinject.h"
 #include "engine/core/state.h"
 
 namespace brindlex {
@@ -126,6 +127,24 @@ Error openbinary(const std::filesystem::path& sFile, OpenedFile& out, bool bSeen
 std::string openerrormessage(const std::string& sFile, const Error& error)
 {
     return "Error opening " + sFile + ":" + std::string(sCRLF) + error.text;
+}
+
+int pwriteall(int fd, std::string_view bytes, std::int64_t at, const char* step)
+{
+    while (!bytes.empty()) {
+        const auto once = [&] { return ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)); };
+        const ssize_t n = step ? checked(step, once) : once();
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = ENOSPC;
+            return errno;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+        at += n;
+    }
+    return 0;
 }
 
 }  // namespace brindlex

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include <sys/stat.h>
 
@@ -58,6 +59,11 @@ int opennameless(int dirfd, mode_t mode);
 // Gives the nameless file `fd` the name `name` in `dirfd`: -1 with errno
 // EEXIST when the name is taken.
 int linknameless(int fd, int dirfd, const char* name);
+
+// Writes all of `bytes` at `at` in `fd`, each pwrite(2) a checked step named
+// `step` (none when null): 0, or the errno of the failure, which errno also
+// holds (ENOSPC for a write that took nothing).
+int pwriteall(int fd, std::string_view bytes, std::int64_t at, const char* step);
 
 // Opens the existing regular file `sFile` for reading. On failure the
 // Error carries errno and its text; a file that is not a regular file gives

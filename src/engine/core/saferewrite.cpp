@@ -664,18 +664,7 @@ bool SafeReplace::positional() const
 
 int SafeReplace::writeat(std::string_view bytes, std::int64_t at) const
 {
-    while (!bytes.empty()) {
-        const ssize_t n = checked("write", [&] {
-            return ::pwrite(impl_->out.get(), bytes.data(), bytes.size(), static_cast<off_t>(at));
-        });
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return n < 0 ? errno : ENOSPC;
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-        at += n;
-    }
-    return 0;
+    return pwriteall(impl_->out.get(), bytes, at, "write");
 }
 
 bool SafeReplace::resume(std::int64_t end, int error)
