@@ -557,21 +557,11 @@ private:
     {
         Slot& slot = slots_[k % kSlots];
         const std::int64_t from = k * chunk_;
-        const std::int64_t want = std::min(chunk_ + look_, lLen_ - from);
-        std::int64_t got = 0;
-        while (got < want) {
-            const ssize_t r = preadholes(fd_, bHoles_, into + got, static_cast<std::size_t>(want - got), from + got);
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r <= 0) {
-                slot.error = r < 0 ? errno : 0;
-                break;
-            }
-            got += r;
-        }
-        if (search_ && got == want)
-            findall(slot, into, static_cast<std::size_t>(want));
-        slot.state.store(got == want ? kRead : kFailed);
+        const auto want = static_cast<std::size_t>(std::min(chunk_ + look_, lLen_ - from));
+        const bool whole = preadwhole(fd_, bHoles_, into, want, from, slot.error);
+        if (search_ && whole)
+            findall(slot, into, want);
+        slot.state.store(whole ? kRead : kFailed);
         if (scanWaits_.load() != 0)
             wake();
     }
@@ -787,18 +777,11 @@ private:
         if (!buf.in)
             buf.in = AlignedBuffer<>(static_cast<std::size_t>(kSegment + 2 * (n_ - 1)) + OutputBuffer::kOverread);
         unsigned char* const in = buf.in.get();
-        for (std::int64_t got = 0; got < to - from;) {
-            const ssize_t r = preadholes(fd_, bHoles_, in + got, static_cast<std::size_t>(to - from - got), from + got);
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r <= 0) {
-                slot.error = r < 0 ? errno : 0;
-                broken_.store(true);
-                slot.state.store(kFailed);
-                wake();
-                return;
-            }
-            got += r;
+        if (!preadwhole(fd_, bHoles_, in, static_cast<std::size_t>(to - from), from, slot.error)) {
+            broken_.store(true);
+            slot.state.store(kFailed);
+            wake();
+            return;
         }
         // The hits, and how much of the segment a hit of the one before covers.
         const auto size = static_cast<std::size_t>(to - from);
@@ -964,18 +947,11 @@ bool Scanner::load(std::int64_t from0)
     }
     unsigned char* const into = lent_ ? lent_->buf.get() : buf_.get();
     win_ = into;
-    std::int64_t got = 0;
-    while (got < want) {
-        const ssize_t r = preadholes(fd_, sparse(), into + got, static_cast<std::size_t>(want - got), from0 + got);
-        if (r < 0 && errno == EINTR)
-            continue;
-        if (r <= 0) {
-            // The file shrank or can't be read: the scan ends here, and the
-            // output, being short, can't pass the length check.
-            failread(r < 0 ? errno : 0);
-            return false;
-        }
-        got += r;
+    if (int error = 0; !preadwhole(fd_, sparse(), into, static_cast<std::size_t>(want), from0, error)) {
+        // The file shrank or can't be read: the scan ends here, and the
+        // output, being short, can't pass the length check.
+        failread(error);
+        return false;
     }
     wS_ = from0;
     wE_ = from0 + want;

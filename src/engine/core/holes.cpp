@@ -44,4 +44,19 @@ ssize_t preadholes(int fd, bool holes, void* into, std::size_t n, std::int64_t a
     return ::pread(fd, into, n, at);
 }
 
+bool preadwhole(int fd, bool holes, unsigned char* into, std::size_t n, std::int64_t at, int& error)
+{
+    for (std::size_t got = 0; got < n;) {
+        const ssize_t r = preadholes(fd, holes, into + got, n - got, at + static_cast<std::int64_t>(got));
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0) {
+            error = r < 0 ? errno : 0;
+            return false;
+        }
+        got += static_cast<std::size_t>(r);
+    }
+    return true;
+}
+
 }  // namespace brindlex

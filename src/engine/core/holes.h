@@ -23,5 +23,8 @@ bool hasholes(const struct stat& st);
 // in one, they are made (zeros) rather than read. The descriptor's offset
 // moves (lseek asks where the data is): it must be read with pread only.
 ssize_t preadholes(int fd, bool holes, void* into, std::size_t n, std::int64_t at);
+// preadholes() until all n bytes are in: false with `error` the errno of a
+// failed read, or 0 when the file ended first.
+bool preadwhole(int fd, bool holes, unsigned char* into, std::size_t n, std::int64_t at, int& error);
 
 }  // namespace brindlex
