@@ -754,18 +754,16 @@ private:
     // that waited for it. The caller wakes whoever waits for a place.
     void place(std::int64_t j, Slot& slot, std::int64_t length)
     {
-        {
-            std::lock_guard lock(mutex_);
-            slot.length = length;
-            slot.segment = j;
-            for (std::int64_t k = placed_.load(); k < segments_; ++k) {
-                Slot& s = slots_[k % kSlots];
-                if (s.segment != k)
-                    break;
-                s.at = next_;
-                next_ += s.length;
-                placed_.store(k + 1);
-            }
+        std::lock_guard lock(mutex_);
+        slot.length = length;
+        slot.segment = j;
+        for (std::int64_t k = placed_.load(); k < segments_; ++k) {
+            Slot& s = slots_[k % kSlots];
+            if (s.segment != k)
+                break;
+            s.at = next_;
+            next_ += s.length;
+            placed_.store(k + 1);
         }
     }
 
